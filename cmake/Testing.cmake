@@ -1,0 +1,42 @@
+# Tests: GoogleTest from Debian's sources built with our toolchain, run under Wine
+# (CMAKE_CROSSCOMPILING_EMULATOR) in a prefix of our own inside the build folder.
+option(DISKBROKER_BUILD_TESTS "Build tests and benchmarks" ON)
+set(DISKBROKER_GTEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest sources")
+set(DISKBROKER_WINEPREFIX ${CMAKE_BINARY_DIR}/wineprefix)
+set(DISKBROKER_TEST_TIMEOUT 120 CACHE STRING "Per-test timeout in seconds")
+
+if(DISKBROKER_BUILD_TESTS)
+  enable_testing()
+  set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+  set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+  set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
+  add_subdirectory(${DISKBROKER_GTEST_SOURCE} ${CMAKE_BINARY_DIR}/_googletest EXCLUDE_FROM_ALL)
+
+  if(CMAKE_CROSSCOMPILING)
+    add_test(NAME wine.prefix.start
+             COMMAND ${CMAKE_SOURCE_DIR}/cmake/wine/prefix.sh start ${DISKBROKER_WINEPREFIX})
+    set_tests_properties(wine.prefix.start PROPERTIES FIXTURES_SETUP wine)
+    add_test(NAME wine.prefix.stop
+             COMMAND ${CMAKE_SOURCE_DIR}/cmake/wine/prefix.sh stop ${DISKBROKER_WINEPREFIX})
+    set_tests_properties(wine.prefix.stop PROPERTIES FIXTURES_CLEANUP wine)
+  endif()
+endif()
+
+# diskbroker_add_test(<name> SOURCES ... [LIBS ...] [DEPENDS targets...])
+# One test program per area; CTest runs it whole (it groups many cases).
+function(diskbroker_add_test name)
+  cmake_parse_arguments(T "" "" "SOURCES;LIBS;DEPENDS" ${ARGN})
+  add_executable(${name} ${T_SOURCES})
+  diskbroker_strict(${name})
+  target_link_libraries(${name} PRIVATE GTest::gtest GTest::gtest_main ${T_LIBS})
+  if(T_DEPENDS)
+    add_dependencies(${name} ${T_DEPENDS})
+  endif()
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT ${DISKBROKER_TEST_TIMEOUT}
+    ENVIRONMENT "DISKBROKER_WINEPREFIX=${DISKBROKER_WINEPREFIX}")
+  if(CMAKE_CROSSCOMPILING)
+    set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED wine)
+  endif()
+endfunction()

@@ -1,0 +1,86 @@
+// A thread that runs queued call records in FIFO order, and the record types.
+#pragma once
+#include <stdint.h>
+#include <deque>
+#include <memory>
+#include <skclass_mini/export.h>
+#include <skclass_mini/handles.h>
+#include <skclass_mini/strings.h>
+
+class WorkerThread;
+
+// A unit of work handed to a WorkerThread.
+class SKCLASS_API ThreadCall {
+public:
+    virtual ~ThreadCall() = default;
+    virtual void Invoke() = 0;        // on the caller's thread: queue and wait
+    virtual void RunAndSignal() = 0;  // on the worker thread: Execute, then release the caller
+    virtual void Execute() = 0;       // on the worker thread: the work itself
+};
+
+// A record that blocks its caller on its own manual-reset event until the worker
+// has run it. The record lives on the caller's stack.
+class SKCLASS_API SyncCall : public ThreadCall {
+public:
+    explicit SyncCall(WorkerThread *worker);
+    ~SyncCall() override = default;
+
+    // ResetEvent(doneEvent), WorkerThread::Call, WaitForSingleObject(INFINITE).
+    // If the worker refuses the call (not running), Execute runs nowhere and
+    // Invoke returns false at once.
+    void Invoke() override;
+    bool Queued() const { return queued; }
+    // Execute, then SetEvent(doneEvent) on every path (also when Execute throws:
+    // the exception is swallowed so that the worker lives on).
+    void RunAndSignal() override;
+
+    WorkerThread *worker;
+    DWORD callerThreadId;
+    bool queued = false;
+    skclass::UniqueHandle doneEvent;  // CreateEventA(NULL, TRUE, FALSE, NULL)
+};
+
+class SKCLASS_API WorkerThread {
+public:
+    // comThreadingModel: see ComEnvironmentFactory (0 none, 1 STA, 2 MTA).
+    WorkerThread(int comThreadingModel, const wchar_t *threadName);
+    virtual ~WorkerThread();  // StopThread()
+    WorkerThread(const WorkerThread &) = delete;
+    WorkerThread &operator=(const WorkerThread &) = delete;
+
+    // Starts the thread (flags reserved, pass 0). True once the thread runs.
+    bool StartThread(unsigned flags);
+    // Asks the loop to end after the queued calls, waits for the thread and
+    // closes it. Safe to call twice. Must not be called on the worker thread
+    // itself nor under the loader lock.
+    virtual void StopThread();
+
+    // Queues call for the worker; false when the worker is not running.
+    static bool Call(WorkerThread *worker, ThreadCall *call);
+
+    uint32_t NumberOfOutstandingCalls() const;
+    DWORD ThreadId() const { return threadId_; }
+    bool IsRunning() const;
+    const wcstring &ThreadName() const { return threadName_; }
+
+    // Gives a thread a debugger name (SetThreadDescription where the OS has it).
+    static void SetThreadName(DWORD threadId, const wchar_t *name);
+
+protected:
+    // The thread body: the call loop. Overrides do their set-up, call the base
+    // Run, then clean up.
+    virtual void Run();
+
+private:
+    static unsigned __stdcall ThreadMain(void *self);
+    ThreadCall *Dequeue();  // blocks; null when stopping and the queue is empty
+
+    int comThreadingModel_;
+    wcstring threadName_;
+    skclass::UniqueHandle thread_;
+    DWORD threadId_ = 0;
+    mutable skclass::CriticalSection queueLock_;
+    std::deque<ThreadCall *> queue_;  // guarded by queueLock_
+    bool stopping_ = false;           // guarded by queueLock_
+    skclass::UniqueHandle wakeEvent_; // auto-reset; set when queue_ or stopping_ changes
+};
