@@ -30,7 +30,10 @@ public:
     bool LoadDWORD(const wcstring &name, unsigned long &value) const;      // REG_DWORD
     bool LoadMultiString(const wcstring &name, std::vector<wcstring> &values) const;  // REG_MULTI_SZ
     wcstring Load(const wcstring &name, const wcstring &defaultValue) const;
-    unsigned long LoadDWORD(const wcstring &name, unsigned long defaultValue) const;
+    // The default is taken by const reference so that LoadDWORD(name, variable)
+    // picks the bool form above and LoadDWORD(name, 5ul) this one (by value both
+    // would be equally good for an lvalue: an ambiguous call).
+    unsigned long LoadDWORD(const wcstring &name, const unsigned long &defaultValue) const;
 
     bool Save(const wcstring &name, const wcstring &value);
     bool SaveDWORD(const wcstring &name, unsigned long value);

@@ -27,8 +27,11 @@ public:
 
     // ResetEvent(doneEvent), WorkerThread::Call, WaitForSingleObject(INFINITE).
     // If the worker refuses the call (not running), Execute runs nowhere and
-    // Invoke returns false at once.
+    // Invoke returns at once with Queued() false. Called on the worker thread
+    // itself, it runs Execute at once instead of waiting on its own queue.
     void Invoke() override;
+    // True once Invoke has had the call run (queued to the worker, or run
+    // directly on the worker thread).
     bool Queued() const { return queued; }
     // Execute, then SetEvent(doneEvent) on every path (also when Execute throws:
     // the exception is swallowed so that the worker lives on).
@@ -37,22 +40,29 @@ public:
     WorkerThread *worker;
     DWORD callerThreadId;
     bool queued = false;
-    skclass::UniqueHandle doneEvent;  // CreateEventA(NULL, TRUE, FALSE, NULL)
+    // Manual-reset, created non-signalled by the constructor
+    // (CreateEventA(NULL, TRUE, FALSE, NULL)); Invoke creates it again if the
+    // owner closed it.
+    skclass::UniqueHandle doneEvent;
 };
 
 class SKCLASS_API WorkerThread {
 public:
     // comThreadingModel: see ComEnvironmentFactory (0 none, 1 STA, 2 MTA).
     WorkerThread(int comThreadingModel, const wchar_t *threadName);
-    virtual ~WorkerThread();  // StopThread()
+    // StopThread(). A derived class that overrides Run must call StopThread in
+    // its own destructor: by the time this one runs, the override is gone.
+    virtual ~WorkerThread();
     WorkerThread(const WorkerThread &) = delete;
     WorkerThread &operator=(const WorkerThread &) = delete;
 
     // Starts the thread (flags reserved, pass 0). True once the thread runs.
     bool StartThread(unsigned flags);
     // Asks the loop to end after the queued calls, waits for the thread and
-    // closes it. Safe to call twice. Must not be called on the worker thread
-    // itself nor under the loader lock.
+    // closes it. Calls queued before the stop all run (also when Run returns
+    // early); later ones are refused. Safe to call twice. Must not be called
+    // under the loader lock; called on the worker thread itself it only asks
+    // the loop to end (a later call from another thread joins).
     virtual void StopThread();
 
     // Queues call for the worker; false when the worker is not running.
@@ -74,6 +84,7 @@ protected:
 private:
     static unsigned __stdcall ThreadMain(void *self);
     ThreadCall *Dequeue();  // blocks; null when stopping and the queue is empty
+    void RunLeftoverCalls();  // after Run: refuses new calls, runs the queued ones
 
     int comThreadingModel_;
     wcstring threadName_;
@@ -81,6 +92,10 @@ private:
     DWORD threadId_ = 0;
     mutable skclass::CriticalSection queueLock_;
     std::deque<ThreadCall *> queue_;  // guarded by queueLock_
+    bool started_ = false;            // guarded by queueLock_
     bool stopping_ = false;           // guarded by queueLock_
-    skclass::UniqueHandle wakeEvent_; // auto-reset; set when queue_ or stopping_ changes
+    // True while the worker waits (or is about to wait) on wakeEvent_: only
+    // then does a caller signal it, so a busy worker costs callers no signal.
+    bool workerWaiting_ = false;      // guarded by queueLock_
+    skclass::UniqueHandle wakeEvent_; // auto-reset; set when workerWaiting_ is cleared
 };
