@@ -5,7 +5,7 @@
 #pragma once
 #include <stdarg.h>
 #include <stdint.h>
-#include <windows.h>
+#include <skclass_mini/win.h>
 
 #if defined(SKSTDUTL_BUILD)
 #define SKSTDUTL_API __declspec(dllexport)
@@ -26,18 +26,25 @@ struct SK_LogRecord {
     const wchar_t *text;        // the formatted message alone (what tests assert)
     const wchar_t *sourceFile;  // file name part of the caller's source path
     DWORD threadId;
-    const wchar_t *line;        // the full line as written to the file
+    const wchar_t *line;        // the full line as written to the file, without its line end
 };
 typedef void (*SK_LogSink)(void *context, const SK_LogRecord *record);
 
 // Registers a sink; returns an id for SK_RemoveLogSink (0 on failure). Sinks are
-// called on the logging thread, outside the file lock, in registration order.
+// called on the logging thread, outside the file lock, in registration order;
+// the record's pointers are valid only during the call. Once SK_RemoveLogSink
+// returns, the sink is not running and is never called again, so its context
+// may be freed. A sink must not add or remove sinks; a line it logs itself goes
+// to the file only.
 SKSTDUTL_API int SK_AddLogSink(SK_LogSink sink, void *context);
 SKSTDUTL_API void SK_RemoveLogSink(int id);
 
 // The log file: "<Data Path>\Logs\diskBroker.log" (Data Path from the product's
 // "Misc" key, default "C:"), rotated to diskBroker.log.1 at 10 MB. An explicit
-// path (or an empty one to write no file) can be set, e.g. by tests.
+// path (or an empty one to write no file) can be set, e.g. by tests; a null
+// path returns to the registry's. The registry is read once, on first use.
+// The file stays open; each line is written through at once (no buffering in
+// the process), so nothing is lost when the process ends.
 SKSTDUTL_API void SK_GetLogFilePath(wchar_t *buffer, size_t bufferChars);
 SKSTDUTL_API void SK_SetLogFilePath(const wchar_t *path);
 

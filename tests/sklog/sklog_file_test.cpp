@@ -1,0 +1,136 @@
+// The log file: line layout, concurrent writers, rotation, folder creation.
+#include <process.h>
+#include <set>
+#include <string>
+#include <vector>
+#include <gtest/gtest.h>
+#include <dbtest/log_capture.h>
+#include <skstdutl/sklog.h>
+
+namespace {
+
+const DWORD kTimeoutMs = 30000;  // bound on every wait for another thread
+
+std::string ReadWholeFile(const std::wstring &path) {
+    std::string content;
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return content;
+    char chunk[65536];
+    DWORD got = 0;
+    while (ReadFile(file, chunk, sizeof chunk, &got, nullptr) && got > 0) content.append(chunk, got);
+    CloseHandle(file);
+    return content;
+}
+
+std::vector<std::string> SplitLines(const std::string &content) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    for (size_t end; (end = content.find("\r\n", start)) != std::string::npos; start = end + 2)
+        lines.push_back(content.substr(start, end - start));
+    EXPECT_EQ(start, content.size()) << "file ends in a torn line";
+    return lines;
+}
+
+// A private folder per test; the log goes to <folder>\Logs\diskBroker.log.
+class SklogFile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        wchar_t temp[MAX_PATH];
+        GetTempPathW(MAX_PATH, temp);
+        folder_ = std::wstring(temp) + L"sklog_test_" + std::to_wstring(GetCurrentProcessId());
+        logPath_ = folder_ + L"\\Logs\\diskBroker.log";
+        SK_SetLogFilePath(logPath_.c_str());
+    }
+    void TearDown() override {
+        SK_SetLogFilePath(L"");  // closes the file so it can be removed
+        DeleteFileW(logPath_.c_str());
+        DeleteFileW((logPath_ + L".1").c_str());
+        RemoveDirectoryW((folder_ + L"\\Logs").c_str());
+        RemoveDirectoryW(folder_.c_str());
+        SK_SetLogFilePath(nullptr);
+    }
+    std::wstring folder_;
+    std::wstring logPath_;
+};
+
+TEST_F(SklogFile, WritesOneTimestampedLinePerCallCreatingTheFolder) {
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"hello %s", L"w\x00f6rld");
+    SK_Zprintf_2(L"d:\\x\\other.cpp", 0, L"second");
+    std::vector<std::string> lines = SplitLines(ReadWholeFile(logPath_));
+    ASSERT_EQ(lines.size(), 2u);
+    // "YYYY-MM-DD hh:mm:ss.mmm [  tid] file: text", text in UTF-8.
+    std::string tid = std::to_string(GetCurrentThreadId());
+    const std::string &first = lines[0];
+    ASSERT_GT(first.size(), 24u);
+    EXPECT_EQ(first[4], '-');
+    EXPECT_EQ(first[13], ':');
+    EXPECT_EQ(first[19], '.');
+    EXPECT_NE(first.find(tid + "] sklog_file_test.cpp: hello w\xc3\xb6rld"), std::string::npos) << first;
+    EXPECT_NE(lines[1].find("] other.cpp: second"), std::string::npos) << lines[1];
+}
+
+TEST_F(SklogFile, GetLogFilePathReportsTheOverride) {
+    wchar_t path[MAX_PATH];
+    SK_GetLogFilePath(path, MAX_PATH);
+    EXPECT_EQ(std::wstring(path), logPath_);
+    wchar_t tiny[4] = {L'?', L'?', L'?', L'?'};
+    SK_GetLogFilePath(tiny, 4);
+    EXPECT_EQ(std::wstring(tiny), logPath_.substr(0, 3));
+}
+
+const int kThreads = 8;
+const int kLinesPerThread = 2000;
+
+unsigned __stdcall LogMany(void *arg) {
+    int thread = static_cast<int>(reinterpret_cast<intptr_t>(arg));
+    for (int i = 0; i < kLinesPerThread; ++i)
+        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"thread %d line %d", thread, i);
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"thread %d done", thread);
+    return 0;
+}
+
+TEST_F(SklogFile, ConcurrentWritersNeitherTearNorLoseLines) {
+    dbtest::LogCapture capture;
+    std::vector<HANDLE> threads;
+    for (intptr_t t = 0; t < kThreads; ++t) {
+        threads.push_back(reinterpret_cast<HANDLE>(
+            _beginthreadex(nullptr, 0, &LogMany, reinterpret_cast<void *>(t), 0, nullptr)));
+        ASSERT_NE(threads.back(), nullptr);
+    }
+    // The capture sees other threads' lines as they come.
+    EXPECT_TRUE(capture.WaitFor(L"thread 0 done", kTimeoutMs));
+    ASSERT_EQ(WaitForMultipleObjects(kThreads, threads.data(), TRUE, kTimeoutMs), WAIT_OBJECT_0);
+    for (HANDLE h : threads) CloseHandle(h);
+
+    std::vector<std::string> lines = SplitLines(ReadWholeFile(logPath_));
+    ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * (kLinesPerThread + 1)));
+    std::set<std::string> texts;
+    for (const std::string &line : lines) texts.insert(line.substr(line.find(": ") + 2));
+    EXPECT_EQ(texts.size(), lines.size()) << "duplicated lines";
+    EXPECT_EQ(texts.count("thread 7 line 1999"), 1u);
+    EXPECT_EQ(capture.Lines().size(), lines.size());
+}
+
+TEST_F(SklogFile, RotatesAtTenMegabytesKeepingOneOlderFile) {
+    std::wstring text(SK_LOG_MAX_TEXT - 100, L'r');
+    const unsigned long long tenMb = 10ull * 1024 * 1024;
+    unsigned long long written = 0;
+    int count = 0;
+    while (written <= tenMb + 100000) {
+        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"%d %s", count++, text.c_str());
+        written += text.size() + 60;
+    }
+    std::string older = ReadWholeFile(logPath_ + L".1");
+    std::string current = ReadWholeFile(logPath_);
+    EXPECT_LE(older.size(), tenMb);
+    EXPECT_GT(older.size(), tenMb - 2 * text.size() - 200);
+    std::vector<std::string> olderLines = SplitLines(older);
+    std::vector<std::string> currentLines = SplitLines(current);
+    EXPECT_EQ(olderLines.size() + currentLines.size(), static_cast<size_t>(count)) << "lost a line";
+    ASSERT_FALSE(currentLines.empty());
+    EXPECT_NE(currentLines.back().find(": " + std::to_string(count - 1) + " rrr"), std::string::npos);
+}
+
+}  // namespace

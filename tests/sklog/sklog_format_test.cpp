@@ -1,0 +1,101 @@
+// What SK_Zprintf_2 makes of its format and arguments, as seen by a sink.
+#include <string>
+#include <gtest/gtest.h>
+#include <dbtest/log_capture.h>
+#include <skstdutl/sklog.h>
+
+namespace {
+
+class SklogFormat : public ::testing::Test {
+protected:
+    void SetUp() override { SK_SetLogFilePath(L""); }  // sinks only
+    void TearDown() override { SK_SetLogFilePath(nullptr); }
+    dbtest::LogCapture capture;
+};
+
+TEST_F(SklogFormat, FollowsTheWindowsRuntimesWidePrintf) {
+    SK_Zprintf_2(SK_SOURCE_FILE, 0,
+                 L"s=%s ls=%ls d=%d u=%u X=%X p=%p I64u=%I64u I64d=%I64d", L"wide", L"also wide", -5,
+                 4000000000u, 0xBEEFu, reinterpret_cast<void *>(0x1234),
+                 18446744073709551615ull, -9223372036854775807ll - 1);
+    EXPECT_TRUE(capture.Contains(
+        L"s=wide ls=also wide d=-5 u=4000000000 X=BEEF p=0000000000001234 "
+        L"I64u=18446744073709551615 I64d=-9223372036854775808"));
+}
+
+TEST_F(SklogFormat, NullStringArgumentPrintsNull) {
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"name '%s'", static_cast<const wchar_t *>(nullptr));
+    EXPECT_TRUE(capture.Contains(L"name '(null)'"));
+}
+
+TEST_F(SklogFormat, TooLongTextIsCutNotLost) {
+    std::wstring longText(SK_LOG_MAX_TEXT + 1000, L'x');
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"%s", longText.c_str());
+    ASSERT_EQ(capture.Lines().size(), 1u);
+    EXPECT_EQ(capture.Lines()[0], std::wstring(SK_LOG_MAX_TEXT, L'x'));
+}
+
+TEST_F(SklogFormat, CutDoesNotSplitASurrogatePair) {
+    std::wstring text(SK_LOG_MAX_TEXT - 1, L'y');
+    text += L"\xD83D\xDE00 tail";  // a pair straddling the limit
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"%s", text.c_str());
+    ASSERT_EQ(capture.Lines().size(), 1u);
+    EXPECT_EQ(capture.Lines()[0], std::wstring(SK_LOG_MAX_TEXT - 1, L'y'));
+}
+
+TEST_F(SklogFormat, KeepsTheCallersLastError) {
+    SetLastError(1234);
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"error path");
+    EXPECT_EQ(GetLastError(), 1234u);
+}
+
+struct Recorded {
+    std::wstring order;
+};
+void SinkA(void *context, const SK_LogRecord *) { static_cast<Recorded *>(context)->order += L'A'; }
+void SinkB(void *context, const SK_LogRecord *) { static_cast<Recorded *>(context)->order += L'B'; }
+
+TEST_F(SklogFormat, SinksRunInRegistrationOrderUntilRemoved) {
+    Recorded recorded;
+    int a = SK_AddLogSink(&SinkA, &recorded);
+    int b = SK_AddLogSink(&SinkB, &recorded);
+    ASSERT_NE(a, 0);
+    ASSERT_NE(b, 0);
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"one");
+    SK_RemoveLogSink(a);
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"two");
+    SK_RemoveLogSink(b);
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"three");
+    EXPECT_EQ(recorded.order, L"ABB");
+    EXPECT_EQ(capture.Count(L"three"), 1u);
+}
+
+void RecordFields(void *context, const SK_LogRecord *record) {
+    *static_cast<SK_LogRecord *>(context) = {nullptr, nullptr, record->threadId, nullptr};
+    std::wstring line = record->line;
+    std::wstring expectedTail = std::wstring(record->sourceFile) + L": " + record->text;
+    EXPECT_EQ(line.substr(line.size() - expectedTail.size()), expectedTail);
+    EXPECT_STREQ(record->sourceFile, L"sklog_format_test.cpp");
+}
+
+TEST_F(SklogFormat, RecordCarriesFileNamePartThreadAndLine) {
+    SK_LogRecord seen = {};
+    int id = SK_AddLogSink(&RecordFields, &seen);
+    SK_Zprintf_2(L"C:\\src\\deep/tests\\sklog_format_test.cpp", 0, L"fields %d", 7);
+    SK_RemoveLogSink(id);
+    EXPECT_EQ(seen.threadId, GetCurrentThreadId());
+}
+
+TEST(LogCaptureHelper, ContainsFailsWithTheCapturedLines) {
+    SK_SetLogFilePath(L"");
+    dbtest::LogCapture capture;
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"present");
+    ::testing::AssertionResult result = capture.Contains(L"absent");
+    EXPECT_FALSE(result);
+    EXPECT_NE(std::string(result.message()).find("[present]"), std::string::npos) << result.message();
+    capture.Clear();
+    EXPECT_EQ(capture.Lines().size(), 0u);
+    SK_SetLogFilePath(nullptr);
+}
+
+}  // namespace
