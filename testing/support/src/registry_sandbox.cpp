@@ -1,0 +1,79 @@
+#include <dbtest/registry_sandbox.h>
+
+#include <dbtest/temp_dir.h>
+
+namespace dbtest {
+namespace {
+
+const wchar_t kParentPath[] = L"Software\\diskBrokerTests";
+
+}  // namespace
+
+RegistrySandbox::RegistrySandbox() : rootPath_(std::wstring(kParentPath) + L"\\" + UniqueName(L"sandbox-")) {
+    if (RegCreateKeyExW(HKEY_CURRENT_USER, rootPath_.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                        nullptr, &root_, nullptr) != ERROR_SUCCESS) {
+        root_ = nullptr;
+        return;
+    }
+    overridden_ = RegOverridePredefKey(HKEY_LOCAL_MACHINE, root_) == ERROR_SUCCESS;
+}
+
+RegistrySandbox::~RegistrySandbox() {
+    if (overridden_) RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+    if (root_ != nullptr) {
+        RegCloseKey(root_);
+        RegDeleteTreeW(HKEY_CURRENT_USER, rootPath_.c_str());
+        RegDeleteKeyW(HKEY_CURRENT_USER, rootPath_.c_str());
+        RegDeleteKeyW(HKEY_CURRENT_USER, kParentPath);  // fails harmlessly while others exist
+    }
+}
+
+LSTATUS RegistrySandbox::CreateKey(const std::wstring &keyPath) {
+    HKEY key = nullptr;
+    LSTATUS status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                     KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    if (status == ERROR_SUCCESS) RegCloseKey(key);
+    return status;
+}
+
+LSTATUS RegistrySandbox::SetRaw(const std::wstring &keyPath, const std::wstring &name, DWORD type,
+                                const void *data, DWORD bytes) {
+    HKEY key = nullptr;
+    LSTATUS status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                     KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    if (status != ERROR_SUCCESS) return status;
+    status = RegSetValueExW(key, name.c_str(), 0, type, static_cast<const BYTE *>(data), bytes);
+    RegCloseKey(key);
+    return status;
+}
+
+LSTATUS RegistrySandbox::SetString(const std::wstring &keyPath, const std::wstring &name,
+                                   const std::wstring &value) {
+    return SetRaw(keyPath, name, REG_SZ, value.c_str(), static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+}
+
+LSTATUS RegistrySandbox::SetDword(const std::wstring &keyPath, const std::wstring &name, DWORD value) {
+    return SetRaw(keyPath, name, REG_DWORD, &value, sizeof(value));
+}
+
+LSTATUS RegistrySandbox::SetMultiString(const std::wstring &keyPath, const std::wstring &name,
+                                        const std::vector<std::wstring> &values) {
+    std::wstring data;
+    for (const std::wstring &value : values) {
+        data += value;
+        data.push_back(L'\0');
+    }
+    data.push_back(L'\0');
+    return SetRaw(keyPath, name, REG_MULTI_SZ, data.data(), static_cast<DWORD>(data.size() * sizeof(wchar_t)));
+}
+
+LSTATUS RegistrySandbox::DeleteValue(const std::wstring &keyPath, const std::wstring &name) {
+    HKEY key = nullptr;
+    LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, KEY_SET_VALUE, &key);
+    if (status != ERROR_SUCCESS) return status;
+    status = RegDeleteValueW(key, name.c_str());
+    RegCloseKey(key);
+    return status;
+}
+
+}  // namespace dbtest

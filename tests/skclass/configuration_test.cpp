@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include <dbtest/registry_sandbox.h>
+#include <skclass_mini/configuration.h>
+#include <skclass_mini/product.h>
+
+namespace {
+
+const wchar_t kKey[] = L"SOFTWARE\\Halvorn\\Test";
+
+class ConfigurationTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(sandbox.Ok());
+        ASSERT_EQ(sandbox.SetString(kKey, L"Text", L"hello"), ERROR_SUCCESS);
+        ASSERT_EQ(sandbox.SetDword(kKey, L"Number", 0x80000000u), ERROR_SUCCESS);
+        ASSERT_EQ(sandbox.SetMultiString(kKey, L"List", {L"one", L"two words"}), ERROR_SUCCESS);
+        ASSERT_TRUE(config.Open(Configuration::OpenExisting, kKey, L"", Configuration::ReadWrite));
+    }
+    dbtest::RegistrySandbox sandbox;
+    Configuration config;
+};
+
+TEST_F(ConfigurationTest, LoadsPresentValues) {
+    wcstring text;
+    unsigned long number = 0;
+    std::vector<wcstring> list;
+    EXPECT_TRUE(config.Load(L"Text", text));
+    EXPECT_EQ(text, L"hello");
+    EXPECT_TRUE(config.LoadDWORD(L"Number", number));
+    EXPECT_EQ(number, 0x80000000ul);
+    EXPECT_TRUE(config.LoadMultiString(L"List", list));
+    EXPECT_EQ(list, (std::vector<wcstring>{L"one", L"two words"}));
+    EXPECT_EQ(config.Load(L"Text", L"default"), L"hello");
+    EXPECT_EQ(config.LoadDWORD(L"Number", 5ul), 0x80000000ul);
+}
+
+TEST_F(ConfigurationTest, MissingOrWrongTypeValuesCountAsAbsent) {
+    ASSERT_EQ(sandbox.SetString(kKey, L"NumberAsText", L"5"), ERROR_SUCCESS);
+    const BYTE four[4] = {1, 0, 0, 0};
+    ASSERT_EQ(sandbox.SetRaw(kKey, L"Binary", REG_BINARY, four, sizeof(four)), ERROR_SUCCESS);
+    wcstring text = L"untouched";
+    unsigned long number = 99;
+    std::vector<wcstring> list{L"untouched"};
+    for (const wchar_t *name : {L"Missing", L"Number", L"Binary", L"List"}) {
+        SCOPED_TRACE(testing::PrintToString(std::wstring(name)));
+        EXPECT_FALSE(config.Load(name, text));
+    }
+    for (const wchar_t *name : {L"Missing", L"NumberAsText", L"Binary", L"List"}) {
+        EXPECT_FALSE(config.LoadDWORD(name, number));
+    }
+    EXPECT_FALSE(config.LoadMultiString(L"Text", list));
+    EXPECT_FALSE(config.LoadMultiString(L"Missing", list));
+    EXPECT_EQ(text, L"untouched");
+    EXPECT_EQ(number, 99ul);
+    EXPECT_EQ(list, std::vector<wcstring>{L"untouched"});
+    EXPECT_EQ(config.Load(L"Number", L"default"), L"default");
+    EXPECT_EQ(config.LoadDWORD(L"NumberAsText", 5ul), 5ul);
+}
+
+TEST_F(ConfigurationTest, ExpandableStringsComeBackAsStored) {
+    const std::wstring raw = L"%TEMP%\\x";
+    ASSERT_EQ(sandbox.SetRaw(kKey, L"Expand", REG_EXPAND_SZ, raw.c_str(),
+                             static_cast<DWORD>((raw.size() + 1) * sizeof(wchar_t))), ERROR_SUCCESS);
+    EXPECT_EQ(config.Load(L"Expand", L""), raw);
+    // Stored without a terminator (RegSetValueEx does not insist on one).
+    ASSERT_EQ(sandbox.SetRaw(kKey, L"Bare", REG_SZ, L"abc", 3 * sizeof(wchar_t)), ERROR_SUCCESS);
+    EXPECT_EQ(config.Load(L"Bare", L""), L"abc");
+}
+
+TEST_F(ConfigurationTest, MultiStringsRoundTripAndRefuseEmptyElements) {
+    const std::vector<wcstring> values{L"C:\\a", L"\u00FCber", L"x"};
+    std::vector<wcstring> loaded{L"stale"};
+    ASSERT_TRUE(config.SaveMultiString(L"Saved", values));
+    ASSERT_TRUE(config.LoadMultiString(L"Saved", loaded));
+    EXPECT_EQ(loaded, values);
+
+    ASSERT_TRUE(config.SaveMultiString(L"Empty", {}));
+    ASSERT_TRUE(config.LoadMultiString(L"Empty", loaded));
+    EXPECT_TRUE(loaded.empty());
+
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(config.SaveMultiString(L"Saved", {L"a", L"", L"b"}));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    ASSERT_TRUE(config.LoadMultiString(L"Saved", loaded));
+    EXPECT_EQ(loaded, values);  // the refused save wrote nothing
+}
+
+TEST_F(ConfigurationTest, MultiStringReaderToleratesOddData) {
+    std::vector<wcstring> loaded;
+    // No final terminators at all.
+    ASSERT_EQ(sandbox.SetRaw(kKey, L"Bare", REG_MULTI_SZ, L"a\0b", 3 * sizeof(wchar_t)), ERROR_SUCCESS);
+    ASSERT_TRUE(config.LoadMultiString(L"Bare", loaded));
+    EXPECT_EQ(loaded, (std::vector<wcstring>{L"a", L"b"}));
+    // An empty string ends the list.
+    ASSERT_EQ(sandbox.SetRaw(kKey, L"Gap", REG_MULTI_SZ, L"a\0\0b\0", 6 * sizeof(wchar_t)), ERROR_SUCCESS);
+    ASSERT_TRUE(config.LoadMultiString(L"Gap", loaded));
+    EXPECT_EQ(loaded, std::vector<wcstring>{L"a"});
+    // Zero bytes.
+    ASSERT_EQ(sandbox.SetRaw(kKey, L"Nothing", REG_MULTI_SZ, nullptr, 0), ERROR_SUCCESS);
+    ASSERT_TRUE(config.LoadMultiString(L"Nothing", loaded));
+    EXPECT_TRUE(loaded.empty());
+}
+
+TEST_F(ConfigurationTest, SavesAndDeletesValues) {
+    ASSERT_TRUE(config.Save(L"New", L"value"));
+    ASSERT_TRUE(config.SaveDWORD(L"NewNumber", 17));
+    EXPECT_EQ(config.Load(L"New", L""), L"value");
+    EXPECT_EQ(config.LoadDWORD(L"NewNumber", 0ul), 17ul);
+    ASSERT_TRUE(config.Delete(L"New"));
+    EXPECT_EQ(config.Load(L"New", L"gone"), L"gone");
+    config.Close();
+    EXPECT_FALSE(config.IsOpen());
+    EXPECT_FALSE(config.Save(L"New", L"value"));
+}
+
+TEST_F(ConfigurationTest, OpensKeysByModeAndSecondName) {
+    Configuration other;
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(other.Open(Configuration::OpenExisting, L"SOFTWARE\\Halvorn\\Missing", L"", Configuration::Read));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_FALSE(other.IsOpen());
+    ASSERT_TRUE(other.Open(Configuration::OpenOrCreate, L"SOFTWARE\\Halvorn", L"Created", Configuration::ReadWrite));
+    ASSERT_TRUE(other.SaveDWORD(L"x", 1));
+    Configuration reader;
+    ASSERT_TRUE(reader.Open(Configuration::OpenExisting, L"SOFTWARE\\Halvorn\\Created", L"", Configuration::Read));
+    EXPECT_EQ(reader.LoadDWORD(L"x", 0ul), 1ul);
+    ASSERT_TRUE(reader.Open(Configuration::OpenExisting, L"SOFTWARE\\Halvorn", L"Test", Configuration::Read));
+    EXPECT_EQ(reader.Load(L"Text", L""), L"hello");
+}
+
+TEST(RegistrySandbox, KeepsWritesAwayFromTheRealMachineKey) {
+    const wchar_t path[] = L"SOFTWARE\\diskBrokerSandboxProbe";
+    {
+        dbtest::RegistrySandbox sandbox;
+        ASSERT_TRUE(sandbox.Ok());
+        ASSERT_EQ(sandbox.SetDword(path, L"x", 1), ERROR_SUCCESS);
+    }
+    HKEY key = nullptr;
+    EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
+    if (key != nullptr) RegCloseKey(key);
+}
+
+TEST(Product, ReadsTheProductValueOnEveryCall) {
+    dbtest::RegistrySandbox sandbox;
+    ASSERT_TRUE(sandbox.Ok());
+    const wchar_t common[] = L"SOFTWARE\\Halvorn\\Common";
+    EXPECT_EQ(CMS_GetProd(), 0);
+    ASSERT_EQ(sandbox.SetDword(common, L"Product", 1), ERROR_SUCCESS);
+    EXPECT_EQ(CMS_GetProd(), 1);
+    ASSERT_EQ(sandbox.SetDword(common, L"Product", 0), ERROR_SUCCESS);
+    EXPECT_EQ(CMS_GetProd(), 0);
+    ASSERT_EQ(sandbox.SetString(common, L"Product", L"1"), ERROR_SUCCESS);
+    EXPECT_EQ(CMS_GetProd(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,69 @@
+#include <gtest/gtest.h>
+#include <skclass_mini/strings.h>
+#include <skclass_mini/win.h>
+
+namespace {
+
+TEST(Utf8, RoundTripsBmpAndSupplementaryCharacters) {
+    const std::wstring text = L"Gr\u00FC\u00DFe \u20AC \U0001F600 \u4E2D";
+    const cstring utf8 = cstring::ToUtf8(text);
+    EXPECT_EQ(utf8, "Gr\xC3\xBC\xC3\x9F" "e \xE2\x82\xAC \xF0\x9F\x98\x80 \xE4\xB8\xAD");
+    EXPECT_EQ(wcstring::FromUtf8(utf8.c_str()), text);
+}
+
+TEST(Utf8, InvalidBytesBecomeOneReplacementEach) {
+    struct Case { const char *bytes; size_t length; std::wstring expected; };
+    const Case cases[] = {
+        {"a\xFF" "b", 3, L"a\uFFFDb"},                  // never valid
+        {"a\x80" "b", 3, L"a\uFFFDb"},                  // stray continuation
+        {"\xC0\xAF", 2, L"\uFFFD\uFFFD"},               // overlong '/'
+        {"\xED\xA0\x80", 3, L"\uFFFD\uFFFD\uFFFD"},     // encoded surrogate
+        {"\xF4\x90\x80\x80", 4, L"\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond U+10FFFF
+        {"ok\xE2\x82", 4, L"ok\uFFFD\uFFFD"},           // cut short at the end
+        {"\xE2\x82" "x\xE2\x82\xAC", 6, L"\uFFFD\uFFFDx\u20AC"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(testing::PrintToString(std::string(c.bytes, c.length)));
+        EXPECT_EQ(wcstring::FromUtf8(c.bytes, c.length), c.expected);
+    }
+}
+
+TEST(Utf8, KeepsEmbeddedNulsWhenGivenALengthAndAcceptsNull) {
+    EXPECT_EQ(wcstring::FromUtf8("a\0b", 3), std::wstring(L"a\0b", 3));
+    EXPECT_EQ(cstring::ToUtf8(L"a\0b", 3), std::string("a\0b", 3));
+    EXPECT_EQ(wcstring::FromUtf8("a\0b"), L"a");
+    EXPECT_TRUE(wcstring::FromUtf8(nullptr).empty());
+    EXPECT_TRUE(cstring::ToUtf8(nullptr).empty());
+}
+
+TEST(Utf8, UnpairedSurrogatesEncodeAsReplacement) {
+    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"x\xD800y")), "x\xEF\xBF\xBDy");
+    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"\xDC00")), "\xEF\xBF\xBD");
+    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"end\xD83D")), "end\xEF\xBF\xBD");
+}
+
+TEST(Ansi, FollowsTheSystemCodePage) {
+    EXPECT_EQ(cstring::ToAnsi(std::wstring(L"plain ascii")), "plain ascii");
+    EXPECT_EQ(wcstring::FromAnsi("plain ascii"), L"plain ascii");
+    if (GetACP() != 1252) GTEST_SKIP() << "code page " << GetACP() << ": the cases below are for 1252";
+    EXPECT_EQ(cstring::ToAnsi(std::wstring(L"caf\u00E9 \u20AC")), "caf\xE9 \x80");
+    EXPECT_EQ(wcstring::FromAnsi("caf\xE9 \x80"), L"caf\u00E9 \u20AC");
+    EXPECT_EQ(cstring::ToAnsi(std::wstring(L"\u4E2D")), "?");
+}
+
+TEST(Comparei, IgnoresCaseButNotLength) {
+    EXPECT_EQ(comparei(L"No Threading", L"no threading"), 0);
+    EXPECT_EQ(comparei(L"NO THREADING", L"no threading"), 0);
+    EXPECT_NE(comparei(L"no threading ", L"no threading"), 0);
+    EXPECT_LT(comparei(L"no thread", L"no threading"), 0);
+    EXPECT_GT(comparei(L"no threading", L"no thread"), 0);
+    EXPECT_LT(comparei(L"abc", L"ABD"), 0);
+    EXPECT_GT(comparei(L"b", L"A"), 0);
+    EXPECT_EQ(comparei(L"", L""), 0);
+    EXPECT_EQ(comparei(L"\u00C4\u00D6", L"\u00E4\u00F6"), 0);
+    // Explicit lengths: the embedded NUL is compared, not a terminator.
+    EXPECT_NE(comparei(L"a\0b", 3, L"a\0c", 3), 0);
+    EXPECT_EQ(comparei(L"a\0B", 3, L"A\0b", 3), 0);
+}
+
+}  // namespace

@@ -1,0 +1,30 @@
+// Bounded waits for the base library's tests.
+#pragma once
+#include <functional>
+#include <skclass_mini/handles.h>
+
+namespace skclass_test {
+
+// How long anything that must happen may take before the test calls it a hang.
+constexpr DWORD kTimeoutMs = 10000;
+
+inline skclass::UniqueHandle NewEvent(bool manualReset = true) {
+    return skclass::UniqueHandle(CreateEventW(nullptr, manualReset ? TRUE : FALSE, FALSE, nullptr));
+}
+
+inline bool Signalled(const skclass::UniqueHandle &event, DWORD milliseconds = kTimeoutMs) {
+    return WaitForSingleObject(event.get(), milliseconds) == WAIT_OBJECT_0;
+}
+
+// For states that no event announces (e.g. a queue length): re-checks,
+// yielding in between, until true or kTimeoutMs has passed.
+inline bool Eventually(const std::function<bool()> &condition) {
+    const ULONGLONG start = GetTickCount64();
+    while (!condition()) {
+        if (GetTickCount64() - start > kTimeoutMs) return false;
+        SwitchToThread();
+    }
+    return true;
+}
+
+}  // namespace skclass_test

@@ -1,0 +1,243 @@
+#include <gtest/gtest.h>
+
+#include <objbase.h>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+#include <skclass_mini/workerthread.h>
+#include "test_wait.h"
+
+namespace {
+
+using namespace skclass_test;
+
+// A record that holds the worker inside Execute until the test opens the gate.
+class GateCall : public SyncCall {
+public:
+    explicit GateCall(WorkerThread *worker) : SyncCall(worker) {}
+    void Execute() override {
+        SetEvent(entered.get());
+        WaitForSingleObject(gate.get(), kTimeoutMs);
+    }
+    skclass::UniqueHandle entered = NewEvent();
+    skclass::UniqueHandle gate = NewEvent();
+};
+
+// A fire-and-forget record: appends its number to a log on the worker thread.
+class LogCall : public ThreadCall {
+public:
+    LogCall(int number, std::vector<int> *log) : number_(number), log_(log) {}
+    void Invoke() override {}
+    void RunAndSignal() override {
+        Execute();
+        SetEvent(done.get());
+    }
+    void Execute() override { log_->push_back(number_); }
+    skclass::UniqueHandle done = NewEvent();
+
+private:
+    int number_;
+    std::vector<int> *log_;
+};
+
+// A synchronous record running any function on the worker.
+class FunctionCall : public SyncCall {
+public:
+    FunctionCall(WorkerThread *worker, std::function<void()> body) : SyncCall(worker), body_(std::move(body)) {}
+    void Execute() override { body_(); }
+
+private:
+    std::function<void()> body_;
+};
+
+class WorkerThreadTest : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(worker->StartThread(0)); }
+    void TearDown() override {
+        // A test that found a hang leaks the worker rather than hang here too.
+        if (HasFailure()) worker.release();
+    }
+    // Runs Invoke on a thread of its own; true if it returned in time.
+    bool InvokeOnOtherThread(ThreadCall &call) {
+        skclass::UniqueHandle returned = NewEvent();
+        std::thread([&call, event = returned.get()] { call.Invoke(); SetEvent(event); }).detach();
+        return Signalled(returned);
+    }
+    std::unique_ptr<WorkerThread> worker = std::make_unique<WorkerThread>(0, L"testWorker");
+};
+
+TEST_F(WorkerThreadTest, RunsCallsInQueueOrderAndCountsTheWaitingOnes) {
+    GateCall gate(worker.get());
+    std::thread holder([&] { gate.Invoke(); });
+    ASSERT_TRUE(Signalled(gate.entered));
+    std::vector<int> log;
+    std::vector<std::unique_ptr<LogCall>> calls;
+    for (int i = 1; i <= 5; ++i) {
+        calls.push_back(std::make_unique<LogCall>(i, &log));
+        ASSERT_TRUE(WorkerThread::Call(worker.get(), calls.back().get()));
+        EXPECT_EQ(worker->NumberOfOutstandingCalls(), static_cast<uint32_t>(i));
+    }
+    SetEvent(gate.gate.get());
+    holder.join();
+    ASSERT_TRUE(Signalled(calls.back()->done));
+    EXPECT_EQ(log, (std::vector<int>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(worker->NumberOfOutstandingCalls(), 0u);
+}
+
+TEST_F(WorkerThreadTest, ACallMadeOnTheWorkerThreadRunsAtOnce) {
+    DWORD outerThread = 0, innerThread = 0;
+    FunctionCall outer(worker.get(), [&] {
+        outerThread = GetCurrentThreadId();
+        FunctionCall inner(worker.get(), [&] { innerThread = GetCurrentThreadId(); });
+        inner.Invoke();
+    });
+    ASSERT_TRUE(InvokeOnOtherThread(outer));
+    EXPECT_TRUE(outer.Queued());
+    EXPECT_EQ(outerThread, worker->ThreadId());
+    EXPECT_EQ(innerThread, worker->ThreadId());
+}
+
+TEST_F(WorkerThreadTest, StopRunsTheQueuedCallsAndRefusesLaterOnes) {
+    GateCall gate(worker.get());
+    std::thread holder([&] { gate.Invoke(); });
+    ASSERT_TRUE(Signalled(gate.entered));
+    int ran = 0;  // touched on the worker thread only
+    std::vector<std::unique_ptr<FunctionCall>> queued;
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 3; ++i) {
+        queued.push_back(std::make_unique<FunctionCall>(worker.get(), [&] { ++ran; }));
+        callers.emplace_back([call = queued.back().get()] { call->Invoke(); });
+    }
+    ASSERT_TRUE(Eventually([&] { return worker->NumberOfOutstandingCalls() == 3; }));
+    std::thread stopper([&] { worker->StopThread(); });
+    ASSERT_TRUE(Eventually([&] { return !worker->IsRunning(); }));
+    FunctionCall late(worker.get(), [&] { ++ran; });
+    late.Invoke();  // refused: returns at once
+    EXPECT_FALSE(late.Queued());
+    SetEvent(gate.gate.get());
+    holder.join();
+    for (auto &caller : callers) caller.join();
+    stopper.join();
+    EXPECT_EQ(ran, 3);
+    for (auto &call : queued) EXPECT_TRUE(call->Queued());
+    worker->StopThread();  // a second stop is harmless
+}
+
+TEST_F(WorkerThreadTest, AnExecuteThatThrowsStillReleasesItsCaller) {
+    FunctionCall throwing(worker.get(), [] { throw std::runtime_error("VDDK went away"); });
+    ASSERT_TRUE(InvokeOnOtherThread(throwing));
+    bool ran = false;
+    FunctionCall next(worker.get(), [&] { ran = true; });
+    ASSERT_TRUE(InvokeOnOtherThread(next));
+    EXPECT_TRUE(ran);
+}
+
+TEST_F(WorkerThreadTest, ManyCallersAreSerialisedWithoutLosingAWakeUp) {
+    constexpr int kCallers = 4, kCallsEach = 300;
+    int counter = 0;  // unguarded on purpose: only the worker touches it
+    std::vector<std::thread> callers;
+    for (int c = 0; c < kCallers; ++c) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < kCallsEach; ++i) {
+                FunctionCall call(worker.get(), [&] { ++counter; });
+                call.Invoke();
+            }
+        });
+    }
+    for (auto &caller : callers) caller.join();
+    EXPECT_EQ(counter, kCallers * kCallsEach);
+}
+
+// A worker whose Run ends before serving anything: what was queued still runs.
+class EarlyExitWorker : public WorkerThread {
+public:
+    EarlyExitWorker() : WorkerThread(0, L"earlyExit") {}
+    ~EarlyExitWorker() override { StopThread(); }
+    skclass::UniqueHandle runGate = NewEvent();
+
+protected:
+    void Run() override { WaitForSingleObject(runGate.get(), kTimeoutMs); }
+};
+
+TEST(WorkerThreadRun, CallsQueuedBeforeAnEarlyEndOfRunStillComplete) {
+    auto early = std::make_unique<EarlyExitWorker>();
+    ASSERT_TRUE(early->StartThread(0));
+    bool ran = false;
+    FunctionCall call(early.get(), [&] { ran = true; });
+    skclass::UniqueHandle returned = NewEvent();
+    std::thread caller([&] { call.Invoke(); SetEvent(returned.get()); });
+    ASSERT_TRUE(Eventually([&] { return early->NumberOfOutstandingCalls() == 1; }));
+    SetEvent(early->runGate.get());
+    const bool completed = Signalled(returned);
+    EXPECT_TRUE(completed);
+    if (!completed) {  // leave the stuck pieces alone
+        caller.detach();
+        early.release();
+        return;
+    }
+    caller.join();
+    EXPECT_TRUE(ran);
+}
+
+TEST(WorkerThreadSetup, InitialisesTheRequestedComApartment) {
+    struct Expectation { int model; DWORD probe; HRESULT expected; };
+    // S_FALSE: the thread already has that apartment; RPC_E_CHANGED_MODE: it
+    // has the other one; S_OK: it had none.
+    const Expectation cases[] = {
+        {0, COINIT_MULTITHREADED, S_OK},
+        {1, COINIT_APARTMENTTHREADED, S_FALSE},
+        {1, COINIT_MULTITHREADED, RPC_E_CHANGED_MODE},
+        {2, COINIT_MULTITHREADED, S_FALSE},
+    };
+    for (const Expectation &c : cases) {
+        SCOPED_TRACE(testing::Message() << "model " << c.model);
+        WorkerThread worker(c.model, L"comWorker");
+        ASSERT_TRUE(worker.StartThread(0));
+        HRESULT probed = E_FAIL;
+        FunctionCall call(&worker, [&] {
+            probed = CoInitializeEx(nullptr, c.probe);
+            if (SUCCEEDED(probed)) CoUninitialize();
+        });
+        call.Invoke();
+        EXPECT_EQ(probed, c.expected);
+    }
+}
+
+TEST(WorkerThreadSetup, NamesTheThreadWhereTheSystemCan) {
+    using GetDescription = HRESULT(WINAPI *)(HANDLE, PWSTR *);
+    const auto address = reinterpret_cast<void (*)()>(
+        GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetThreadDescription"));
+    if (address == nullptr) GTEST_SKIP() << "this system has no thread descriptions";
+    WorkerThread worker(0, L"vixMainWorkerThread");
+    ASSERT_TRUE(worker.StartThread(0));
+    std::wstring name;
+    FunctionCall call(&worker, [&] {
+        PWSTR text = nullptr;
+        if (SUCCEEDED(reinterpret_cast<GetDescription>(address)(GetCurrentThread(), &text)) && text) {
+            name = text;
+            LocalFree(text);
+        }
+    });
+    call.Invoke();
+    EXPECT_EQ(name, L"vixMainWorkerThread");
+    EXPECT_EQ(worker.ThreadName(), L"vixMainWorkerThread");
+}
+
+TEST(WorkerThreadSetup, RefusesCallsBeforeStartAndAfterStop) {
+    WorkerThread worker(0, L"idle");
+    bool ran = false;
+    FunctionCall early(&worker, [&] { ran = true; });
+    early.Invoke();
+    EXPECT_FALSE(early.Queued());
+    EXPECT_FALSE(worker.IsRunning());
+    ASSERT_TRUE(worker.StartThread(0));
+    EXPECT_TRUE(worker.IsRunning());
+    worker.StopThread();
+    FunctionCall late(&worker, [&] { ran = true; });
+    late.Invoke();
+    EXPECT_FALSE(late.Queued());
+    EXPECT_FALSE(ran);
+}
+
+}  // namespace
