@@ -1,0 +1,178 @@
+// CXmlReader: the extent-list walk, attributes, encodings, malformed input.
+#include <string>
+#include <vector>
+#include <gtest/gtest.h>
+#include <skxml/xmlreader.h>
+#include <windows.h>
+
+namespace {
+
+const wchar_t kExtentList[] =
+    L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    L"<Job><!-- prepared by the job -->\n"
+    L" <DiskChangeInfo startOffset=\"0\">\n"
+    L"  <area startoffset=\"0\" startlength=\"4096\">\n"
+    L"   <extent offset=\"0\" length=\"512\"/>\n"
+    L"   <extent offset=\"1536\" length=\"1000\">text is ignored</extent>\n"
+    L"  </area>\n"
+    L"  <area startoffset=\"8192\" startlength=\"512\"><e offset=\"8192\" length=\"512\"/></area>\n"
+    L" </DiskChangeInfo>\n"
+    L"</Job>\n";
+
+// The read cache's walk: DiskChangeInfo, first area, first extent, then next
+// sibling; at the end of an area's extents, next sibling again (none), which
+// is why a failed move must leave the cursor where it was.
+std::vector<std::wstring> WalkExtents(CXmlReader &reader) {
+    std::vector<std::wstring> seen;
+    if (!reader.SelectSingleNode(L"DiskChangeInfo") || !reader.SelectFirstChild()) return seen;
+    do {
+        if (!reader.SelectFirstChild()) continue;
+        do {
+            uint64_t offset = 0, length = 0;
+            EXPECT_TRUE(reader.GetAttributeUInt64(L"offset", offset));
+            EXPECT_TRUE(reader.GetAttributeUInt64(L"length", length));
+            seen.push_back(std::to_wstring(offset) + L"+" + std::to_wstring(length));
+        } while (reader.SelectNextSibling());
+        EXPECT_TRUE(reader.SelectParent());
+    } while (reader.SelectNextSibling());
+    return seen;
+}
+
+TEST(XmlReader, WalksAreasAndExtentsInDocumentOrder) {
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadXML(kExtentList)) << reader.ErrorText().c_str();
+    EXPECT_TRUE(reader.ErrorText().empty());
+    EXPECT_EQ(WalkExtents(reader), (std::vector<std::wstring>{L"0+512", L"1536+1000", L"8192+512"}));
+}
+
+TEST(XmlReader, FailedMovesLeaveTheCursorInPlace) {
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadXML(kExtentList));
+    std::wstring name;
+    EXPECT_FALSE(reader.GetNodeName(name)) << "the cursor starts on the document";
+    EXPECT_FALSE(reader.SelectNextSibling());
+    EXPECT_FALSE(reader.SelectParent());
+    ASSERT_TRUE(reader.SelectSingleNode(L"e"));
+    EXPECT_FALSE(reader.SelectFirstChild());
+    EXPECT_FALSE(reader.SelectNextSibling());
+    ASSERT_TRUE(reader.GetNodeName(name));
+    EXPECT_EQ(name, L"e");
+    EXPECT_FALSE(reader.SelectSingleNode(L"missing"));
+    ASSERT_TRUE(reader.GetNodeName(name));
+    EXPECT_EQ(name, L"e");
+    ASSERT_TRUE(reader.SelectParent());
+    ASSERT_TRUE(reader.GetNodeName(name));
+    EXPECT_EQ(name, L"area");
+    std::wstring start;
+    EXPECT_TRUE(reader.GetAttribute(L"startoffset", start));
+    EXPECT_EQ(start, L"8192");
+}
+
+TEST(XmlReader, NamesAreCaseSensitive) {
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadXML(kExtentList));
+    EXPECT_FALSE(reader.SelectSingleNode(L"diskchangeinfo"));
+    ASSERT_TRUE(reader.SelectSingleNode(L"DiskChangeInfo"));
+    std::wstring value;
+    EXPECT_TRUE(reader.GetAttribute(L"startOffset", value));
+    EXPECT_FALSE(reader.GetAttribute(L"startoffset", value));
+}
+
+TEST(XmlReader, AttributesAsUInt64) {
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadXML(
+        L"<a max=\"18446744073709551615\" over=\"18446744073709551616\" neg=\"-1\" junk=\"12abc\""
+        L" empty=\"\" spaced=\" 42 \" text=\"&lt;&amp;&quot;\"/>"));
+    ASSERT_TRUE(reader.SelectFirstChild());
+    uint64_t value = 7;
+    EXPECT_TRUE(reader.GetAttributeUInt64(L"max", value));
+    EXPECT_EQ(value, UINT64_MAX);
+    value = 7;
+    for (const wchar_t *bad : {L"over", L"neg", L"junk", L"empty", L"missing", L"text"}) {
+        EXPECT_FALSE(reader.GetAttributeUInt64(bad, value)) << bad;
+        EXPECT_EQ(value, 7u) << bad << ": value untouched on failure";
+    }
+    EXPECT_TRUE(reader.GetAttributeUInt64(L"spaced", value));
+    EXPECT_EQ(value, 42u);
+    std::wstring text;
+    EXPECT_TRUE(reader.GetAttribute(L"text", text));
+    EXPECT_EQ(text, L"<&\"");
+}
+
+TEST(XmlReader, MalformedTextReportsWhereAndLeavesTheReaderEmpty) {
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadXML(kExtentList));
+    EXPECT_FALSE(reader.LoadXML(L"<DiskChangeInfo>\n  <area offset=\"1\">\n</DiskChangeInfo>"));
+    const std::wstring &error = reader.ErrorText();
+    EXPECT_EQ(error.compare(0, 8, L"line 3, "), 0) << error.c_str();
+    EXPECT_NE(error.find(L"column"), std::wstring::npos) << error.c_str();
+    EXPECT_FALSE(reader.SelectSingleNode(L"DiskChangeInfo"));
+    EXPECT_FALSE(reader.SelectFirstChild());
+    for (const wchar_t *bad : {L"", L"<a", L"<a></b>", L"<a x=1/>", L"<a/><b/>", L"text"}) {
+        EXPECT_FALSE(reader.LoadXML(bad)) << bad;
+        EXPECT_FALSE(reader.ErrorText().empty()) << bad;
+    }
+    ASSERT_TRUE(reader.LoadXML(L"<ok/>"));
+    EXPECT_TRUE(reader.ErrorText().empty());
+}
+
+TEST(XmlReader, RefusesADocumentTypeDeclaration) {
+    CXmlReader reader;  // no entity expansion from an untrusted file
+    EXPECT_FALSE(reader.LoadXML(L"<!DOCTYPE a [<!ENTITY x \"y\">]><a v=\"&x;\"/>"));
+}
+
+TEST(XmlReader, WideTextWithABomOrAUtf8Declaration) {
+    CXmlReader reader;
+    EXPECT_TRUE(reader.LoadXML(std::wstring(L"\xFEFF") + L"<a/>")) << reader.ErrorText().c_str();
+    // A UTF-8 file whose bytes were widened one by one into the string.
+    EXPECT_TRUE(reader.LoadXML(std::wstring(L"\xEF\xBB\xBF") + kExtentList)) << reader.ErrorText().c_str();
+    EXPECT_EQ(WalkExtents(reader).size(), 3u);
+}
+
+class XmlReaderFile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        wchar_t temp[MAX_PATH];
+        GetTempPathW(MAX_PATH, temp);
+        path_ = std::wstring(temp) + L"skxml_test_" + std::to_wstring(GetCurrentProcessId()) + L".xml";
+    }
+    void TearDown() override { DeleteFileW(path_.c_str()); }
+    void Write(const std::string &bytes) {
+        HANDLE file = CreateFileW(path_.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE);
+        DWORD written = 0;
+        WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+        CloseHandle(file);
+    }
+    std::wstring path_;
+};
+
+const char kUtf8Doc[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?><r name=\"gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80\"/>";
+
+TEST_F(XmlReaderFile, Utf8WithAndWithoutBom) {
+    for (const std::string &prefix : {std::string(), std::string("\xEF\xBB\xBF")}) {
+        Write(prefix + kUtf8Doc);
+        CXmlReader reader;
+        ASSERT_TRUE(reader.LoadFile(path_.c_str())) << reader.ErrorText().c_str();
+        ASSERT_TRUE(reader.SelectSingleNode(L"r"));
+        std::wstring name;
+        EXPECT_TRUE(reader.GetAttribute(L"name", name));
+        EXPECT_EQ(name, L"gr\x00fc\x00df \xD83D\xDE00") << "BOM: " << !prefix.empty();
+    }
+    CXmlReader fromMemory;
+    ASSERT_TRUE(fromMemory.LoadUtf8(kUtf8Doc, sizeof kUtf8Doc - 1)) << fromMemory.ErrorText().c_str();
+    EXPECT_TRUE(fromMemory.SelectSingleNode(L"r"));
+}
+
+TEST_F(XmlReaderFile, MissingFileAndTruncatedFile) {
+    CXmlReader reader;
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(reader.LoadFile(path_.c_str()));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_NE(reader.ErrorText().find(path_), std::wstring::npos);
+    Write("<DiskChangeInfo><area><extent offset=\"1\"");
+    EXPECT_FALSE(reader.LoadFile(path_.c_str()));
+    EXPECT_EQ(reader.ErrorText().compare(0, 5, L"line "), 0) << reader.ErrorText().c_str();
+}
+
+}  // namespace
