@@ -1,0 +1,63 @@
+// Where the log goes: the product's "Data Path" from the registry.
+#include <string>
+#include <gtest/gtest.h>
+#include <dbtest/registry_sandbox.h>
+#include <dbtest/temp_dir.h>
+#include <skstdutl/sklog.h>
+
+namespace {
+
+const wchar_t kMainMisc[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\Engine\\Misc";
+const wchar_t kSiblingMisc[] = L"Software\\Tarrow\\Vaultry\\ORMZ\\Engine\\Misc";
+
+std::wstring CurrentLogPath() {
+    wchar_t path[MAX_PATH * 2];
+    SK_GetLogFilePath(path, MAX_PATH * 2);
+    return path;
+}
+
+class SklogRegistry : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(registry.Ok());
+        ASSERT_FALSE(folder.Path().empty());
+        SK_SetLogFilePath(nullptr);  // forget any resolved path: read the sandbox
+    }
+    void TearDown() override {
+        SK_SetLogFilePath(L"");  // close the file before the folder goes
+        SK_SetLogFilePath(nullptr);
+    }
+    dbtest::RegistrySandbox registry;
+    dbtest::TempDir folder;
+};
+
+TEST_F(SklogRegistry, DataPathOfTheMainProductWithTrailingBackslashesStripped) {
+    ASSERT_EQ(registry.SetString(kMainMisc, L"Data Path", folder.Path() + L"\\\\"), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kSiblingMisc, L"Data Path", L"X:\\wrong"), ERROR_SUCCESS);
+    const std::wstring expected = folder.Path() + L"\\Logs\\diskBroker.log";
+    EXPECT_EQ(CurrentLogPath(), expected);
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"first line");
+    EXPECT_NE(GetFileAttributesW(expected.c_str()), INVALID_FILE_ATTRIBUTES) << "folder and file created";
+}
+
+TEST_F(SklogRegistry, DataPathOfTheSiblingProduct) {
+    ASSERT_EQ(registry.SetDword(L"SOFTWARE\\Halvorn\\Common", L"Product", 1), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kSiblingMisc, L"Data Path", folder.Path()), ERROR_SUCCESS);
+    EXPECT_EQ(CurrentLogPath(), folder.Path() + L"\\Logs\\diskBroker.log");
+}
+
+TEST_F(SklogRegistry, DefaultsToDriveC) {
+    EXPECT_EQ(CurrentLogPath(), L"C:\\Logs\\diskBroker.log");
+    ASSERT_EQ(registry.SetString(kMainMisc, L"Data Path", L""), ERROR_SUCCESS);
+    SK_SetLogFilePath(nullptr);
+    EXPECT_EQ(CurrentLogPath(), L"C:\\Logs\\diskBroker.log");
+}
+
+TEST_F(SklogRegistry, ReadOnceUntilReset) {
+    ASSERT_EQ(registry.SetString(kMainMisc, L"Data Path", folder.Path()), ERROR_SUCCESS);
+    const std::wstring first = CurrentLogPath();
+    ASSERT_EQ(registry.SetString(kMainMisc, L"Data Path", L"X:\\later"), ERROR_SUCCESS);
+    EXPECT_EQ(CurrentLogPath(), first);
+}
+
+}  // namespace
