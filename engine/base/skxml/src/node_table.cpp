@@ -122,8 +122,18 @@ std::wstring PositionedError(IXmlReader *reader, HRESULT hr) {
            DescribeXmlError(hr);
 }
 
+// Room for a document of about this many characters, so that a large extent
+// list (~45 characters, one element and two short values per extent) does not
+// copy its tables over and over while growing. Only a hint.
+void ReserveFor(NodeTable &table, unsigned long long characters) {
+    if (characters < 4096 || characters > (1ull << 31)) return;
+    const size_t size = static_cast<size_t>(characters);
+    table.nodes.reserve(size / 40);
+    table.attributes.reserve(size / 20);
+    table.pool.reserve(size / 3);
+}
+
 bool Parse(ISequentialStream *stream, const wchar_t *encoding, NodeTable &table, std::wstring &error) {
-    table.Reset();
     const XmlLiteApi *api = XmlLite(error);
     if (api == nullptr) return false;
     ComPtr<IXmlReader> reader;
@@ -143,6 +153,7 @@ bool Parse(ISequentialStream *stream, const wchar_t *encoding, NodeTable &table,
     if (SUCCEEDED(hr) && table.nodes.size() < 2) hr = static_cast<HRESULT>(WC_E_ROOTELEMENT);
     if (FAILED(hr)) {
         error = PositionedError(reader.get(), hr);
+        table = NodeTable();  // give back the memory of a large failed load
         table.Reset();
         return false;
     }
@@ -153,7 +164,8 @@ bool Parse(ISequentialStream *stream, const wchar_t *encoding, NodeTable &table,
 }  // namespace
 
 void NodeTable::Reset() {
-    nodes.assign(1, NodeEntry{{0, 0}, kNoNode, kNoNode, kNoNode, 0, 0});
+    nodes.clear();
+    nodes.push_back(NodeEntry{{0, 0}, kNoNode, kNoNode, kNoNode, 0, 0});
     attributes.clear();
     pool.clear();
 }
@@ -165,11 +177,16 @@ bool NodeTable::NameIs(TextRef ref, const wchar_t *text, size_t length) const {
 bool ParseIntoTable(const void *bytes, size_t size, const wchar_t *encoding, NodeTable &table,
                     std::wstring &error) {
     MemoryStream stream(bytes, size);
+    table.Reset();
+    ReserveFor(table, size);
     return Parse(&stream, encoding, table, error);
 }
 
 bool ParseFileIntoTable(void *fileHandle, NodeTable &table, std::wstring &error) {
     FileStream stream(static_cast<HANDLE>(fileHandle));
+    table.Reset();
+    LARGE_INTEGER size = {};
+    if (GetFileSizeEx(static_cast<HANDLE>(fileHandle), &size)) ReserveFor(table, size.QuadPart);
     return Parse(&stream, nullptr, table, error);
 }
 
