@@ -1,0 +1,122 @@
+// The stand-in's control interface: scripts, latency, counts, blocking, overlaps,
+// recorded arguments, log lines, the InitEx thread, and the build variants.
+#include <thread>
+
+#include "standin_test_util.h"
+
+namespace standin_test {
+namespace {
+
+const char kMem[] = "memdisk://ctl?size=1048576&seed=7";
+
+TEST_F(StandinTest, ScriptedResultsApplyToMatchingCallsThenFallBack) {
+    ASSERT_TRUE(sim_.VddkSim_ScriptResult("VixDiskLib_Open", 2, VIX_E_FILE_ACCESS_ERROR, kMem, VDDKSIM_ANY_SECTOR,
+                                          VDDKSIM_ANY_SECTOR));
+    VixDiskLibHandle h = nullptr;
+    EXPECT_EQ(vddk_.VixDiskLib_Open(conn_, "memdisk://other?size=4096", 0, &h), VIX_OK) << "path filter ignored";
+    vddk_.VixDiskLib_Close(h);
+    EXPECT_EQ(vddk_.VixDiskLib_Open(conn_, kMem, 0, &h), VixError(VIX_E_FILE_ACCESS_ERROR));
+    EXPECT_EQ(vddk_.VixDiskLib_Open(conn_, kMem, 0, &h), VixError(VIX_E_FILE_ACCESS_ERROR));
+    ASSERT_EQ(vddk_.VixDiskLib_Open(conn_, kMem, 0, &h), VIX_OK);
+
+    // Sector-range scripts hit only requests overlapping the range.
+    sim_.VddkSim_ScriptResult("VixDiskLib_Read", 1, VIX_E_DISK_NOIO, nullptr, 100, 199);
+    uint8_t buf[512 * 4];
+    EXPECT_EQ(vddk_.VixDiskLib_Read(h, 0, 4, buf), VIX_OK);
+    EXPECT_EQ(vddk_.VixDiskLib_Read(h, 98, 4, buf), VixError(VIX_E_DISK_NOIO));
+    EXPECT_EQ(vddk_.VixDiskLib_Read(h, 98, 4, buf), VIX_OK);
+    EXPECT_EQ(sim_.VddkSim_CallCount("VixDiskLib_Read"), 3u);
+    EXPECT_EQ(sim_.VddkSim_CallCount("VixDiskLib_Open"), 4u);
+    vddk_.VixDiskLib_Close(h);
+}
+
+TEST_F(StandinTest, LatencyIsSpentPerCallAndCallsAreCounted) {
+    ASSERT_TRUE(sim_.VddkSim_SetLatency("VixDiskLib_Read", 500));
+    VixDiskLibHandle h = nullptr;
+    ASSERT_EQ(vddk_.VixDiskLib_Open(conn_, kMem, 0, &h), VIX_OK);
+    uint8_t buf[512];
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(vddk_.VixDiskLib_Read(h, i, 1, buf), VIX_OK);
+    EXPECT_EQ(sim_.VddkSim_CallCount("VixDiskLib_Read"), 5u);
+    vddk_.VixDiskLib_Close(h);
+    sim_.VddkSim_Reset();
+    EXPECT_EQ(sim_.VddkSim_CallCount("VixDiskLib_Read"), 0u);
+}
+
+// Steps: 1 block Open; 2 a thread calls Open and is held; 3 this thread closes another
+// handle while it is held (an overlap); 4 release; 5 the Open completes.
+TEST_F(StandinTest, BlockedOpenHoldsTheCallerAndOverlapsAreCounted) {
+    VixDiskLibHandle other = nullptr;
+    ASSERT_EQ(vddk_.VixDiskLib_Open(conn_, kMem, 0, &other), VIX_OK);
+    ASSERT_TRUE(sim_.VddkSim_BlockNextCall("VixDiskLib_Open"));
+    VixDiskLibHandle h = nullptr;
+    VixError openResult = VIX_E_FAIL;
+    std::thread opener([&] { openResult = vddk_.VixDiskLib_Open(conn_, kMem, 0, &h); });
+    ASSERT_TRUE(sim_.VddkSim_WaitBlocked("VixDiskLib_Open", kWaitTimeoutMs));
+    EXPECT_EQ(sim_.VddkSim_OverlapCount(), 0u);
+    EXPECT_EQ(vddk_.VixDiskLib_Close(other), VIX_OK);
+    EXPECT_EQ(sim_.VddkSim_OverlapCount(), 1u);
+    sim_.VddkSim_Release("VixDiskLib_Open");
+    opener.join();
+    EXPECT_EQ(openResult, VIX_OK);
+    EXPECT_EQ(vddk_.VixDiskLib_Close(h), VIX_OK);
+}
+
+TEST_F(StandinTest, RecordsInitArgumentsOpenFlagsAndImpersonation) {
+    char buf[256];
+    ASSERT_EQ(sim_.VddkSim_LastArg("libDir", buf, sizeof buf), 8u);
+    EXPECT_STREQ(buf, "C:\\vddk");
+    VixDiskLibHandle h = nullptr;
+    ASSERT_EQ(vddk_.VixDiskLib_Open(conn_, kMem, VIXDISKLIB_FLAG_OPEN_READ_ONLY, &h), VIX_OK);
+    ASSERT_GT(sim_.VddkSim_LastArg("openFlags", buf, sizeof buf), 0u);
+    EXPECT_STREQ(buf, "4");
+    ASSERT_EQ(sim_.VddkSim_LastArg("user.VixDiskLib_Open", buf, sizeof buf), 1u) << "not impersonating: empty";
+    EXPECT_EQ(sim_.VddkSim_LastArg("never.recorded", buf, sizeof buf), 0u);
+    vddk_.VixDiskLib_Close(h);
+}
+
+TEST_F(StandinTest, ConfigFileContentIsReadAtInitEx) {
+    const std::string config = TempFolder() + "\\vddk.cfg";
+    FILE *f = fopen(config.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    fputs("tmpDirectory = \"C:\\\\tmp\"\n", f);
+    fclose(f);
+    vddk_.VixDiskLib_Exit();
+    ASSERT_EQ(vddk_.VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, config.c_str()), VIX_OK);
+    char buf[256];
+    ASSERT_GT(sim_.VddkSim_LastArg("configContent", buf, sizeof buf), 0u);
+    EXPECT_STREQ(buf, "tmpDirectory = \"C:\\\\tmp\"\n");
+}
+
+TEST_F(StandinTest, LogLinesReachTheCallbacksAndTheBackgroundThreadStopsAtExit) {
+    EXPECT_NE(sim_.VddkSim_BackgroundThreadId(), 0u);
+    ASSERT_TRUE(sim_.VddkSim_TriggerLog(VDDKSIM_PANIC, "disk on fire"));
+    ASSERT_TRUE(sim_.VddkSim_TriggerLog(VDDKSIM_WARNING, "smoke"));
+    const auto lines = LogLines();
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "P:disk on fire\n"), lines.end());
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "W:smoke\n"), lines.end());
+    vddk_.VixDiskLib_Exit();
+    EXPECT_EQ(sim_.VddkSim_BackgroundThreadId(), 0u);
+}
+
+TEST(StandinVariants, EachVariantLacksExactlyItsExport) {
+    using dbtest::VddkVariant;
+    const std::wstring missing = dbtest::VddkStandinBuildFolder(VddkVariant::MissingExport, L"vixDiskLib.dll");
+    HMODULE disk = LoadLibraryExW((missing + L"vixDiskLib.dll").c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    ASSERT_NE(disk, nullptr);
+    dbtest::VddkDiskLibExports exports;
+    EXPECT_EQ(exports.Load(disk), vddk::kDiskLibEntryPointCount - 1);
+    EXPECT_EQ(GetProcAddress(disk, dbtest::kVddkMissingExport), nullptr);
+    FreeLibrary(disk);
+
+    const std::wstring noOs = dbtest::VddkStandinBuildFolder(VddkVariant::NoGetOsInfo, L"vixMntapi.dll");
+    HMODULE mnt = LoadLibraryExW((noOs + L"vixMntapi.dll").c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    ASSERT_NE(mnt, nullptr);
+    int found = 0;
+    for (const char *name : vddk::kMntapiEntryPointNames) found += GetProcAddress(mnt, name) != nullptr;
+    EXPECT_EQ(found, vddk::kMntapiEntryPointCount - 1);
+    EXPECT_EQ(GetProcAddress(mnt, "VixMntapi_GetOsInfo"), nullptr);
+    FreeLibrary(mnt);
+}
+
+}  // namespace
+}  // namespace standin_test
