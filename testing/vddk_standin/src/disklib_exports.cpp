@@ -20,7 +20,7 @@ CallTarget PathTarget(const char *path) {
 
 CallTarget DiskTarget(VixDiskLibHandle disk, uint64_t first, uint64_t count) {
     CallTarget t;
-    if (IsLive(disk, ObjectKind::Disk)) t.path = disk->chain->openedPath.c_str();
+    if (IsUsableDisk(disk)) t.path = disk->chain->openedPath.c_str();
     t.hasSectors = true;
     t.firstSector = first;
     t.lastSector = count ? first + count - 1 : first;
@@ -180,7 +180,7 @@ VixError VixDiskLib_GetInfo(VixDiskLibHandle diskHandle, VixDiskLibInfo **info) 
     VDDKSIM_GATE(CallTarget());
     if (!info) return VIX_E_INVALID_ARG;
     *info = nullptr;
-    if (!IsLive(diskHandle, ObjectKind::Disk)) return VIX_E_INVALID_HANDLE;
+    if (!IsUsableDisk(diskHandle)) return VIX_E_INVALID_HANDLE;
     return Guarded([&] {
         const Descriptor &d = diskHandle->chain->Top().desc;
         auto num = [&](const char *key) {
@@ -215,7 +215,7 @@ void VixDiskLib_FreeInfo(VixDiskLibInfo *info) {
 const char *VixDiskLib_GetTransportMode(VixDiskLibHandle diskHandle) {
     VixError ignored;
     EnterCall(__func__, CallTarget(), &ignored);
-    if (!IsLive(diskHandle, ObjectKind::Disk)) return nullptr;
+    if (!IsUsableDisk(diskHandle)) return nullptr;
     return diskHandle->chain->remote ? "nbd" : "file";
 }
 
@@ -223,7 +223,7 @@ VixError VixDiskLib_Read(VixDiskLibHandle diskHandle, VixDiskLibSectorType start
                          VixDiskLibSectorType numSectors, uint8 *readBuffer) {
     VDDKSIM_GATE(DiskTarget(diskHandle, startSector, numSectors));
     RecordImpersonation(__func__);
-    if (!IsLive(diskHandle, ObjectKind::Disk)) return VIX_E_INVALID_HANDLE;
+    if (!IsUsableDisk(diskHandle)) return VIX_E_INVALID_HANDLE;
     if (!readBuffer) return VIX_E_INVALID_ARG;
     Chain &chain = *diskHandle->chain;
     if (startSector > chain.Capacity() || numSectors > chain.Capacity() - startSector) return VIX_E_DISK_OUTOFRANGE;
@@ -234,7 +234,7 @@ VixError VixDiskLib_Write(VixDiskLibHandle diskHandle, VixDiskLibSectorType star
                           VixDiskLibSectorType numSectors, const uint8 *writeBuffer) {
     VDDKSIM_GATE(DiskTarget(diskHandle, startSector, numSectors));
     RecordImpersonation(__func__);
-    if (!IsLive(diskHandle, ObjectKind::Disk)) return VIX_E_INVALID_HANDLE;
+    if (!IsUsableDisk(diskHandle)) return VIX_E_INVALID_HANDLE;
     if (!writeBuffer) return VIX_E_INVALID_ARG;
     Chain &chain = *diskHandle->chain;
     if (!chain.writable) return VIX_E_FILE_READ_ONLY;

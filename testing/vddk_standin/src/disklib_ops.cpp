@@ -61,7 +61,7 @@ VixError CopyChain(Chain &src, const std::string &dstPath, const VixDiskLibCreat
     return VIX_OK;
 }
 
-bool DiskOf(VixDiskLibHandle h) { return IsLive(h, ObjectKind::Disk); }
+bool DiskOf(VixDiskLibHandle h) { return IsUsableDisk(h); }
 
 VixError SaveMetadata(VixDiskLibHandle h, const char *key, const char *val) {
     Link &top = h->chain->Top();

@@ -30,6 +30,8 @@ void RegisterObject(const void *object, ObjectKind kind);
 // False when the object was not registered (then nothing changes).
 bool UnregisterObject(const void *object, ObjectKind kind);
 bool IsLive(const void *object, ObjectKind kind);
+// A live disk handle that still has links (a parent consumed by Attach has none).
+inline bool IsUsableDisk(VixDiskLibHandle h) { return IsLive(h, ObjectKind::Disk) && !h->chain->links.empty(); }
 
 bool IsInitialised();
 void SetInitialised(bool on);
