@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <objbase.h>
+#include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -133,20 +134,26 @@ TEST_F(WorkerThreadTest, AnExecuteThatThrowsStillReleasesItsCaller) {
     EXPECT_TRUE(ran);
 }
 
-TEST_F(WorkerThreadTest, ManyCallersAreSerialisedWithoutLosingAWakeUp) {
+// Done events are recycled between records (and reset off the caller's path):
+// a stale signal would let Invoke return before its call ran.
+TEST_F(WorkerThreadTest, ManyCallersAreSerialisedAndNeverReleasedEarly) {
     constexpr int kCallers = 4, kCallsEach = 300;
     int counter = 0;  // unguarded on purpose: only the worker touches it
+    std::atomic<int> releasedEarly{0};
     std::vector<std::thread> callers;
     for (int c = 0; c < kCallers; ++c) {
         callers.emplace_back([&] {
             for (int i = 0; i < kCallsEach; ++i) {
-                FunctionCall call(worker.get(), [&] { ++counter; });
+                bool ran = false;
+                FunctionCall call(worker.get(), [&] { ++counter; ran = true; });
                 call.Invoke();
+                if (!ran) ++releasedEarly;
             }
         });
     }
     for (auto &caller : callers) caller.join();
     EXPECT_EQ(counter, kCallers * kCallsEach);
+    EXPECT_EQ(releasedEarly, 0);
 }
 
 // A worker whose Run ends before serving anything: what was queued still runs.

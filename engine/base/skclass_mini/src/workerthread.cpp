@@ -6,8 +6,83 @@
 
 // ---- SyncCall ----------------------------------------------------------------
 
-SyncCall::SyncCall(WorkerThread *worker_)
-    : worker(worker_), callerThreadId(GetCurrentThreadId()), doneEvent(CreateEventA(nullptr, TRUE, FALSE, nullptr)) {}
+namespace {
+
+// Done events of finished records, for reuse. Under Wine, creating and closing
+// an event costs about as much as half a call's hand-off, and so does the
+// ResetEvent a reused event needs; callers build one record per call. So a
+// finished record's event goes on the dirty list, an idle worker thread resets
+// dirty events before it sleeps (off the caller's path), and a new record takes
+// a clean one. At most kCapacity events are kept.
+class DoneEventPool {
+public:
+    // A non-signalled event, clean from the pool or new; null if none could be
+    // created.
+    HANDLE Take() {
+        AcquireSRWLockExclusive(&lock_);
+        HANDLE event = cleanCount_ > 0 ? clean_[--cleanCount_] : nullptr;
+        ReleaseSRWLockExclusive(&lock_);
+        return event != nullptr ? event : CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    }
+    // An event whose record is finished with it; its state is unknown.
+    void Give(HANDLE event) {
+        AcquireSRWLockExclusive(&lock_);
+        const bool kept = cleanCount_ + dirtyCount_ < kCapacity;
+        if (kept) dirty_[dirtyCount_++] = event;
+        ReleaseSRWLockExclusive(&lock_);
+        if (!kept) CloseHandle(event);
+    }
+    // Resets the dirty events and makes them clean. Called by worker threads
+    // that are about to wait for work.
+    void CleanDirty() {
+        HANDLE resetting[kCapacity];
+        AcquireSRWLockExclusive(&lock_);
+        const size_t count = dirtyCount_;
+        for (size_t i = 0; i < count; ++i) resetting[i] = dirty_[i];
+        dirtyCount_ = 0;
+        ReleaseSRWLockExclusive(&lock_);
+        if (count == 0) return;
+        for (size_t i = 0; i < count; ++i) ResetEvent(resetting[i]);
+        AcquireSRWLockExclusive(&lock_);
+        for (size_t i = 0; i < count; ++i) {
+            if (cleanCount_ < kCapacity) {
+                clean_[cleanCount_++] = resetting[i];
+            } else {
+                CloseHandle(resetting[i]);
+            }
+        }
+        ReleaseSRWLockExclusive(&lock_);
+    }
+    // Runs when the DLL is unloaded or the process ends. A thread killed at
+    // process exit may have died holding the lock: then leave the handles.
+    ~DoneEventPool() {
+        if (!TryAcquireSRWLockExclusive(&lock_)) return;
+        while (cleanCount_ > 0) CloseHandle(clean_[--cleanCount_]);
+        while (dirtyCount_ > 0) CloseHandle(dirty_[--dirtyCount_]);
+        ReleaseSRWLockExclusive(&lock_);
+    }
+
+private:
+    static constexpr size_t kCapacity = 64;
+    SRWLOCK lock_ = SRWLOCK_INIT;
+    HANDLE clean_[kCapacity] = {};  // non-signalled; guarded by lock_
+    HANDLE dirty_[kCapacity] = {};  // state unknown; guarded by lock_
+    size_t cleanCount_ = 0;         // guarded by lock_
+    size_t dirtyCount_ = 0;         // guarded by lock_
+};
+
+DoneEventPool g_idleDoneEvents;
+
+}  // namespace
+
+SyncCall::SyncCall(WorkerThread *worker_) : worker(worker_), callerThreadId(GetCurrentThreadId()) {
+    doneEvent.reset(g_idleDoneEvents.Take());
+    doneEventFresh_ = true;
+}
+
+SyncCall::~SyncCall() {
+    if (doneEvent) g_idleDoneEvents.Give(doneEvent.release());
+}
 
 void SyncCall::Invoke() {
     queued = false;
@@ -15,15 +90,29 @@ void SyncCall::Invoke() {
     if (GetCurrentThreadId() == worker->ThreadId()) {
         // Queuing here would wait for ourselves forever.
         queued = true;
+        doneEventFresh_ = false;
         RunAndSignal();
         return;
     }
-    if (!doneEvent) doneEvent.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    if (!doneEvent) {
+        doneEvent.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+        doneEventFresh_ = true;
+    }
     if (!doneEvent) return;  // nothing to wait on: do not queue
-    ResetEvent(doneEvent.get());
-    if (!WorkerThread::Call(worker, this)) return;
+    if (!doneEventFresh_) ResetEvent(doneEvent.get());
+    doneEventFresh_ = false;
+    bool wakeWorker = false;
+    if (!worker->Enqueue(this, wakeWorker)) return;
     queued = true;
-    WaitForSingleObject(doneEvent.get(), INFINITE);
+    if (wakeWorker) {
+        // One system call for wake-and-wait instead of SetEvent + wait: the
+        // hand-off then costs what a bare two-thread event ping-pong costs.
+        if (SignalObjectAndWait(worker->wakeEvent_.get(), doneEvent.get(), INFINITE, FALSE) != WAIT_FAILED) return;
+        SetEvent(worker->wakeEvent_.get());  // the call is queued: we must wait for it in any case
+        WaitForSingleObject(doneEvent.get(), INFINITE);
+    } else {
+        WaitForSingleObject(doneEvent.get(), INFINITE);
+    }
 }
 
 void SyncCall::RunAndSignal() {
@@ -82,19 +171,24 @@ void WorkerThread::StopThread() {
 
 bool WorkerThread::Call(WorkerThread *worker, ThreadCall *call) {
     if (worker == nullptr || call == nullptr) return false;
-    bool wake = false;
-    {
-        skclass::CsLock lock(worker->queueLock_);
-        if (!worker->started_ || worker->stopping_) return false;
-        try {
-            worker->queue_.push_back(call);
-        } catch (...) {
-            return false;
-        }
-        std::swap(wake, worker->workerWaiting_);
-    }
+    bool wakeWorker = false;
+    if (!worker->Enqueue(call, wakeWorker)) return false;
     // Signalled outside the lock so the worker does not wake into a held lock.
-    if (wake) SetEvent(worker->wakeEvent_.get());
+    if (wakeWorker) SetEvent(worker->wakeEvent_.get());
+    return true;
+}
+
+bool WorkerThread::Enqueue(ThreadCall *call, bool &wakeWorker) {
+    if (call == nullptr) return false;
+    skclass::CsLock lock(queueLock_);
+    if (!started_ || stopping_) return false;
+    try {
+        queue_.push_back(call);
+    } catch (...) {
+        return false;
+    }
+    wakeWorker = workerWaiting_;
+    workerWaiting_ = false;
     return true;
 }
 
@@ -146,6 +240,7 @@ ThreadCall *WorkerThread::Dequeue() {
         }
         workerWaiting_ = true;
         queueLock_.Leave();
+        g_idleDoneEvents.CleanDirty();  // while the caller wakes up, not on its path
         WaitForSingleObject(wakeEvent_.get(), INFINITE);
         queueLock_.Enter();
     }

@@ -23,7 +23,9 @@ public:
 class SKCLASS_API SyncCall : public ThreadCall {
 public:
     explicit SyncCall(WorkerThread *worker);
-    ~SyncCall() override = default;
+    // Hands doneEvent back to a small process-wide pool of idle events, so the
+    // next record does not pay for creating and closing one.
+    ~SyncCall() override;
 
     // ResetEvent(doneEvent), WorkerThread::Call, WaitForSingleObject(INFINITE).
     // If the worker refuses the call (not running), Execute runs nowhere and
@@ -40,10 +42,17 @@ public:
     WorkerThread *worker;
     DWORD callerThreadId;
     bool queued = false;
-    // Manual-reset, created non-signalled by the constructor
-    // (CreateEventA(NULL, TRUE, FALSE, NULL)); Invoke creates it again if the
-    // owner closed it.
+    // Manual-reset (CreateEventA(NULL, TRUE, FALSE, NULL)), provided
+    // non-signalled by the constructor (new, or a reset one from the pool);
+    // Invoke resets it before queuing unless it is unused, and creates it
+    // again if the owner closed it.
     skclass::UniqueHandle doneEvent;
+
+private:
+    // doneEvent is known to be non-signalled (as the constructor provided it,
+    // not used yet), so Invoke can skip ResetEvent: one system call fewer on
+    // the hot path.
+    bool doneEventFresh_ = true;
 };
 
 class SKCLASS_API WorkerThread {
@@ -82,6 +91,10 @@ protected:
     virtual void Run();
 
 private:
+    friend class SyncCall;  // queues and wakes the worker in one step with its own wait
+    // Queues call; wakeWorker tells whether the worker sleeps and must be
+    // signalled (wakeEvent_). False when the worker is not running.
+    bool Enqueue(ThreadCall *call, bool &wakeWorker);
     static unsigned __stdcall ThreadMain(void *self);
     ThreadCall *Dequeue();  // blocks; null when stopping and the queue is empty
     void RunLeftoverCalls();  // after Run: refuses new calls, runs the queued ones
