@@ -4,7 +4,10 @@
 #include <string>
 #include <skclass_mini/export.h>
 
-class SKCLASS_API wcstring : public std::wstring {
+// Only the conversion functions are exported, not the classes: exporting a
+// class derived from std::basic_string would export (and warn about, C4275)
+// the standard library's own members.
+class wcstring : public std::wstring {
 public:
     using std::wstring::wstring;
     wcstring() = default;
@@ -13,12 +16,12 @@ public:
 
     // Decodes UTF-8. Invalid sequences become U+FFFD (one per bad byte), never a
     // truncation; a null pointer gives an empty string.
-    static wcstring FromUtf8(const char *utf8, size_t length = std::string::npos);
+    SKCLASS_API static wcstring FromUtf8(const char *utf8, size_t length = std::string::npos);
     // Decodes the system ANSI code page (CP_ACP).
-    static wcstring FromAnsi(const char *text, size_t length = std::string::npos);
+    SKCLASS_API static wcstring FromAnsi(const char *text, size_t length = std::string::npos);
 };
 
-class SKCLASS_API cstring : public std::string {
+class cstring : public std::string {
 public:
     using std::string::string;
     cstring() = default;
@@ -26,10 +29,10 @@ public:
     cstring(std::string &&s) : std::string(std::move(s)) {}
 
     // Encodes as UTF-8. Unpaired surrogates become U+FFFD.
-    static cstring ToUtf8(const wchar_t *wide, size_t length = std::wstring::npos);
+    SKCLASS_API static cstring ToUtf8(const wchar_t *wide, size_t length = std::wstring::npos);
     static cstring ToUtf8(const std::wstring &wide) { return ToUtf8(wide.c_str(), wide.size()); }
     // Encodes in the system ANSI code page; unmappable characters become '?'.
-    static cstring ToAnsi(const wchar_t *wide, size_t length = std::wstring::npos);
+    SKCLASS_API static cstring ToAnsi(const wchar_t *wide, size_t length = std::wstring::npos);
     static cstring ToAnsi(const std::wstring &wide) { return ToAnsi(wide.c_str(), wide.size()); }
 };
 
