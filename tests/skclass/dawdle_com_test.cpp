@@ -3,7 +3,6 @@
 #include <skclass_mini/com.h>
 #include <skclass_mini/dawdle.h>
 #include <skclass_mini/impersonator.h>
-#include <thread>
 #include "test_wait.h"
 
 namespace {
@@ -43,17 +42,6 @@ TEST_F(DawdleTest, ComPauseAndWaitsGoThroughTheSeam) {
     EXPECT_EQ(com.WaitForMultipleObjects(1, both, FALSE, kTimeoutMs), static_cast<DWORD>(WAIT_OBJECT_0));
 }
 
-TEST(ComEnvironment, ReportsTheInitialisationOfEachModel) {
-    for (int model : {0, 1, 2}) {
-        HRESULT status = E_FAIL;
-        std::thread([&] {
-            auto environment = ComEnvironmentFactory::Create(model);
-            if (environment) status = environment->Status();
-        }).join();
-        EXPECT_EQ(status, S_OK) << "model " << model;
-    }
-}
-
 TEST(Impersonator, NamesTheProcessUserWhenNotImpersonating) {
     const wcstring who = Impersonator::WhoAmI();
     ASSERT_FALSE(who.empty());
@@ -63,6 +51,17 @@ TEST(Impersonator, NamesTheProcessUserWhenNotImpersonating) {
     DWORD chars = 256;
     ASSERT_TRUE(GetUserNameW(user, &chars));
     EXPECT_EQ(comparei(who.substr(slash + 1), user), 0) << testing::PrintToString(std::wstring(who));
+}
+
+TEST(Impersonator, ReadsTheThreadTokenWhenImpersonating) {
+    if (!ImpersonateSelf(SecurityImpersonation)) GTEST_SKIP() << "ImpersonateSelf failed: " << GetLastError();
+    HANDLE token = nullptr;
+    const bool hasThreadToken = OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token) != FALSE;
+    if (token != nullptr) CloseHandle(token);
+    const wcstring who = Impersonator::WhoAmI();
+    RevertToSelf();
+    EXPECT_TRUE(hasThreadToken);
+    EXPECT_EQ(who, Impersonator::WhoAmI());  // the same user, through the thread token
 }
 
 }  // namespace
