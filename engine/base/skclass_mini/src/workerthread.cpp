@@ -167,6 +167,7 @@ void WorkerThread::StopThread() {
     WaitForSingleObject(thread.get(), INFINITE);
     skclass::CsLock lock(queueLock_);
     started_ = false;
+    threadId_ = 0;
 }
 
 bool WorkerThread::Call(WorkerThread *worker, ThreadCall *call) {

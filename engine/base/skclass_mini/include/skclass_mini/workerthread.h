@@ -1,6 +1,7 @@
 // A thread that runs queued call records in FIFO order, and the record types.
 #pragma once
 #include <stdint.h>
+#include <atomic>
 #include <deque>
 #include <memory>
 #include <skclass_mini/export.h>
@@ -78,7 +79,9 @@ public:
     static bool Call(WorkerThread *worker, ThreadCall *call);
 
     uint32_t NumberOfOutstandingCalls() const;
-    DWORD ThreadId() const { return threadId_; }
+    // 0 before StartThread and after StopThread, so a later thread that gets
+    // the same id is never taken for the worker.
+    DWORD ThreadId() const { return threadId_.load(); }
     bool IsRunning() const;
     const wcstring &ThreadName() const { return threadName_; }
 
@@ -102,7 +105,7 @@ private:
     int comThreadingModel_;
     wcstring threadName_;
     skclass::UniqueHandle thread_;
-    DWORD threadId_ = 0;
+    std::atomic<DWORD> threadId_{0};
     mutable skclass::CriticalSection queueLock_;
     std::deque<ThreadCall *> queue_;  // guarded by queueLock_
     bool started_ = false;            // guarded by queueLock_
