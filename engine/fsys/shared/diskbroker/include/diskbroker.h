@@ -1,0 +1,219 @@
+// diskBroker: the one service object through which the agent's jobs reach VMware
+// disks. It reads the agent's settings, chooses where VMware calls run (threading
+// model), writes the VDDK configuration file, initialises VDDK with log callbacks
+// that keep its warnings and panics, and wraps the VDDK calls with the agent's own
+// rules (clean-up before connect, retried access preparation, error masking).
+//
+// Lifetime. Production code reaches the object through GetInstance (one per
+// process, kept in the base library's singleton storage). The storage never
+// destroys what it holds at process exit, because the destructor stops a thread
+// and unloads VDDK, neither of which may happen under the loader lock. Whoever
+// owns shut-down calls ReleaseInstance from an ordinary thread before the process
+// ends (or before diskBroker.dll is unloaded).
+//
+// Tests construct and destroy instances directly: the constructor reads the
+// registry afresh, so each instance sees the settings of the test that made it.
+#pragma once
+
+#include <stdarg.h>
+#include <stdint.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <vector>
+
+#include <diskbroker_export.h>
+#include <skclass_mini/handles.h>
+#include <skclass_mini/singleton.h>
+#include <skclass_mini/strings.h>
+#include <vmware/vddk_api.h>
+
+class vixWorkerThread;
+class vixDiskLibGlue;
+class vixMntapiGlue;
+
+// Orders wide texts without regard to case (paths and share names).
+struct diskBrokerLessNoCase {
+    bool operator()(const wcstring &a, const wcstring &b) const { return comparei(a, b) < 0; }
+};
+
+// A parent link rewritten in a child's descriptor, so it can be put back.
+struct diskBrokerParentLink {
+    wcstring descriptorPath;  // the child whose descriptor was rewritten
+    wcstring originalParent;  // the parent path it named before
+    wcstring localParent;     // the parent path it names now
+};
+using DiskInfoList = std::vector<diskBrokerParentLink>;
+
+// A network share mapped to a drive for remote parent disks.
+struct diskBrokerShareDrive {
+    wcstring drive;
+    uint32_t referenceCount = 1;
+};
+
+// A local DOS device that stands for a remote share.
+struct diskBrokerDeviceMapping {
+    wcstring remoteShare;
+    wcstring localDevice;  // one digit, a colon and a backslash
+    uint32_t referenceCount = 0;
+};
+
+// A VDDK handle (disk or disk set) opened through a device mapping.
+template <typename VddkHandle>
+struct diskBrokerMappingUse {
+    wcstring localDevice;
+    VddkHandle handle = nullptr;
+    uint32_t value = 0;
+};
+
+class DISKBROKER_API diskBroker {
+public:
+    // Threading models ("vixDiskLib Threading Model").
+    static constexpr uint32_t kWorkerThreadModel = 0;
+    static constexpr uint32_t kNoThreadingModel = 1;
+
+    // The process-wide object, constructed on first use. Null only when the
+    // construction is re-entered on the constructing thread (the storage refuses
+    // it; the refusal is logged).
+    static skclass::shared_ptr<diskBroker> GetInstance();
+    // Drops the process-wide object. The destructor (VDDK exit, worker stop,
+    // library unload) runs here if nobody else holds it, else when the last
+    // holder lets go. Call from an ordinary thread, never from DllMain or a
+    // static destructor. A later GetInstance constructs a new object.
+    static void ReleaseInstance();
+
+    // Start-up: settings, threading model, configuration file, VDDK InitEx.
+    // Never throws; failures are logged and leave lastError set.
+    diskBroker();
+    // VixDiskLib_Exit, then releases everything. Must not run under the loader lock.
+    ~diskBroker();
+    // Test seam: starts up as diskBroker() does, then uses the given threading
+    // model for every later operation, e.g. one that no registry text selects
+    // (every VMware-facing operation must then do nothing). Not for production.
+    struct ThreadingModelOverride {
+        uint32_t model;
+    };
+    explicit diskBroker(ThreadingModelOverride forced);
+    diskBroker(const diskBroker &) = delete;
+    diskBroker &operator=(const diskBroker &) = delete;
+
+    // Exits VDDK and releases the worker (model 0) or the disk library binding
+    // (model 1). A second call does nothing. The mount binding stays.
+    void VixDiskLib_Exit();
+
+    // --- Connections and access preparation -------------------------------
+    // Always asks VDDK to clean up stale connections for params first; the
+    // connect result is returned unchanged. Unknown models: 0, connection untouched.
+    VixError VixDiskLib_ConnectEx(const VixDiskLibConnectParams *params, char readOnly, const char *snapshotRef,
+                                  const char *transportModes, VixDiskLibConnection *connection);
+    // Releases drive mappings nobody uses any more, then disconnects. params is
+    // not used.
+    VixError VixDiskLib_Disconnect(VixDiskLibConnection connection, const VixDiskLibConnectParams *params);
+    VixError VixDiskLib_Cleanup(const VixDiskLibConnectParams *params, uint32 *numCleanedUp, uint32 *numRemaining);
+    // Up to 10 attempts, each failure followed by 1000 ms and one EndAccess,
+    // whose result then stands. Codes 20 and 3014 end at once and are masked
+    // (result 0, last error cleared); other failures set the last error.
+    // Null params->vmxSpec: 0, nothing called.
+    VixError VixDiskLib_PrepareForAccess(const VixDiskLibConnectParams *params, const char *identity);
+    // Up to 10 attempts, 1000 ms apart (codes 20 and 3014 end at once). Every
+    // failure is logged and masked: the result is always 0.
+    VixError VixDiskLib_EndAccess(const VixDiskLibConnectParams *params, const char *identity);
+
+    // VDDK's text for error (UTF-8 decoded; VDDK's buffer freed). Left
+    // untouched when there is no binding to ask.
+    void GetErrorText(VixError error, wcstring &text);
+    // VDDK's own narrow text; release it with the library's FreeErrorText.
+    // Null for an unknown threading model or a missing binding.
+    char *VixDiskLib_GetErrorText(VixError error, const char *locale);
+
+    // --- VDDK log ----------------------------------------------------------
+    // Appends each cached VDDK warning and panic line (with a "\n") that out
+    // does not already contain, then empties the cache. The cache is
+    // process-wide: the first caller takes the lines of every thread.
+    void GetCachedVDDKlog(wcstring *out);
+
+    // --- State -------------------------------------------------------------
+    uint32_t ThreadingModel() const { return threadingModel; }
+    bool UsesWorkerForReadWrite() const { return useWorkerForReadWrite; }
+    bool PreservesIniFile() const { return preserveIniFile; }
+    // The last failure kept by InitEx, PrepareForAccess or EndAccess (0 and
+    // empty when none, or when it was masked). Not locked: last writer wins.
+    VixError LastError() const { return lastError; }
+    wcstring LastErrorText() const { return lastErrorText; }
+
+private:
+    // Writes the VDDK configuration file (or picks the user's) and returns its
+    // path in iniPath. Sets preserveIniFile. Returns true; a file that cannot
+    // be created makes it try the next name.
+    bool createVDDkIniFile(wcstring &iniPath);
+    // Adds one line to the process-wide cache of VDDK warnings and panics
+    // (at most 100, oldest dropped) and clears message.
+    static void CaptureLog(const wchar_t *prefix, wcstring &message);
+    static void ClearCapturedLog();
+    // The callbacks handed to VixDiskLib_InitEx (log, warning, panic). They
+    // run on whatever thread VDDK reports from; a text that formats to nothing
+    // or to more than 2047 characters is dropped. Panic returns normally.
+    static void VddkLogCallback(const char *format, va_list args);
+    static void VddkWarningCallback(const char *format, va_list args);
+    static void VddkPanicCallback(const char *format, va_list args);
+
+    void ReadThreadingSettings();
+    void StartWorkerModel(const char *configFile);
+    void StartNoThreadingModel(const char *configFile);
+    void KeepInitExFailure(VixError result);
+    void DeleteIniFile(const wcstring &iniPath) const;
+    VixError RouteEndAccess(const VixDiskLibConnectParams *params, const char *identity);
+    // Removes every device mapping whose reference count is 0, under
+    // deviceMappingLock (Disconnect).
+    void ReleaseUnusedDriveMappings();
+    // Undoes one device mapping (relinked descriptors, DOS device); the
+    // mapping code that adds entries provides it.
+    void UndoDriveMapping(const diskBrokerDeviceMapping &mapping);
+    void KeepLastError(VixError error);
+    void ClearLastError();
+
+    // The dispatch rule of every VMware-facing operation: model 0 runs
+    // onWorker(vixWorkerThread&), model 1 onGlue(vixDiskLibGlue&), any other
+    // model returns Result{} (0, or null) without calling anything. A model
+    // whose binding is missing (worker or glue could not be created) returns
+    // MissingBinding<Result>() instead of reaching for it.
+    template <typename Result, typename OnWorker, typename OnGlue>
+    Result Route(OnWorker onWorker, OnGlue onGlue) {
+        if (threadingModel == kWorkerThreadModel)
+            return workerThread ? onWorker(*workerThread) : MissingBinding<Result>();
+        if (threadingModel == kNoThreadingModel)
+            return diskLibGlue ? onGlue(*diskLibGlue) : MissingBinding<Result>();
+        return Result();
+    }
+    template <typename Result>
+    static Result MissingBinding() {
+        if constexpr (std::is_same_v<Result, VixError>)
+            return kNoBindingResult;
+        else
+            return Result();
+    }
+    // What a binding answers for a function it could not resolve; used alike
+    // when the binding itself is missing.
+    static constexpr VixError kNoBindingResult = 0xFFFFFFFFE000FE4Eull;
+
+    uint32_t threadingModel = kWorkerThreadModel;
+    bool useWorkerForReadWrite = false;
+    std::unique_ptr<vixWorkerThread> workerThread;  // model 0 only
+    std::unique_ptr<vixDiskLibGlue> diskLibGlue;    // model 1 only
+    std::unique_ptr<vixMntapiGlue> mntapiGlue;      // model 1 only
+    VixError lastError = 0;
+    wcstring lastErrorText;
+    bool preserveIniFile = false;
+
+    // Remote parent bookkeeping, each container under the lock named with it.
+    std::map<wcstring, DiskInfoList, diskBrokerLessNoCase> m_childParentLinkMap;      // childParentLinkLock
+    std::map<wcstring, diskBrokerShareDrive, diskBrokerLessNoCase> m_shareDriveLetterMap;  // shareDriveLetterLock
+    std::optional<skclass::CriticalSection> childParentLinkLock;
+    std::optional<skclass::CriticalSection> shareDriveLetterLock;
+    std::vector<diskBrokerDeviceMapping> deviceMappings;                              // deviceMappingLock
+    std::vector<diskBrokerMappingUse<VixDiskLibHandle>> handleMappings;               // deviceMappingLock
+    std::vector<diskBrokerMappingUse<VixDiskSetHandle>> diskSetMappings;              // deviceMappingLock
+    std::optional<skclass::CriticalSection> deviceMappingLock;
+};

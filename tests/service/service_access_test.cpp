@@ -1,0 +1,177 @@
+// Connections and access preparation against the stand-in in both threading
+// models and an unknown one: clean-up before connect, retries, masking.
+#include <skclass_mini/dawdle.h>
+
+#include "service_fixture.h"
+
+namespace servicetest {
+namespace {
+
+const char kPrepare[] = "VixDiskLib_PrepareForAccess";
+const char kEnd[] = "VixDiskLib_EndAccess";
+const char kIdentity[] = "backup job 7";
+
+// Runs each case once per known threading model.
+class AccessTest : public ServiceTest, public ::testing::WithParamInterface<const wchar_t *> {
+protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        SetThreadingModelText(GetParam());
+        service = Start();
+        log.Clear();
+    }
+    void TearDown() override {
+        service.reset();
+        ServiceTest::TearDown();
+    }
+    void Script(const char *function, uint32_t count, VixError result) {
+        sim.VddkSim_ScriptResult(function, count, result, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+    }
+    std::unique_ptr<diskBroker> service;
+    RemoteMachine machine;
+};
+
+TEST_P(AccessTest, ConnectExAlwaysCleansUpFirstAndDisconnectRoutes) {
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+    EXPECT_EQ(service->VixDiskLib_ConnectEx(&local, 1, nullptr, "file", &connection), VixError(VIX_OK));
+    EXPECT_EQ(Calls("VixDiskLib_Cleanup"), 1u);
+    EXPECT_EQ(Calls("VixDiskLib_ConnectEx"), 1u);
+    EXPECT_EQ(LastArg("transportModes"), "file");
+    ASSERT_NE(connection, nullptr);
+    EXPECT_EQ(service->VixDiskLib_Disconnect(connection, &local), VixError(VIX_OK));
+    EXPECT_EQ(Calls("VixDiskLib_Disconnect"), 1u);
+}
+
+TEST_P(AccessTest, ConnectResultAndCleanupCountsPassThrough) {
+    sim.VddkSim_SetCleanupResult(3, 1);
+    uint32 cleaned = 0, remaining = 0;
+    EXPECT_EQ(service->VixDiskLib_Cleanup(&machine.params, &cleaned, &remaining), VixError(VIX_OK));
+    EXPECT_EQ(cleaned, 3u);
+    EXPECT_EQ(remaining, 1u);
+    Script("VixDiskLib_ConnectEx", 1, VIX_E_HOST_NETWORK_CONN_REFUSED);
+    VixDiskLibConnection connection = nullptr;
+    EXPECT_EQ(service->VixDiskLib_ConnectEx(&machine.params, 1, nullptr, nullptr, &connection),
+              VixError(VIX_E_HOST_NETWORK_CONN_REFUSED));
+    EXPECT_EQ(service->LastError(), VixError(VIX_OK)) << "connect failures leave the last error alone";
+}
+
+TEST_P(AccessTest, ErrorTextsComeFromVddk) {
+    wcstring text;
+    service->GetErrorText(VIX_E_FILE_NOT_FOUND, text);
+    EXPECT_EQ(text, VddkErrorText(VIX_E_FILE_NOT_FOUND));
+    char *narrow = service->VixDiskLib_GetErrorText(VIX_E_FILE_NOT_FOUND, nullptr);
+    ASSERT_NE(narrow, nullptr);
+    EXPECT_EQ(Wide(narrow), VddkErrorText(VIX_E_FILE_NOT_FOUND));
+    vddk.VixDiskLib_FreeErrorText(narrow);
+}
+
+TEST_P(AccessTest, PrepareSucceedsAtOnce) {
+    EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(Calls(kPrepare), 1u);
+    EXPECT_EQ(Calls(kEnd), 0u);
+    EXPECT_EQ(LastArg("identity"), kIdentity);
+}
+
+TEST_P(AccessTest, NullVmxSpecCallsNothing) {
+    VixDiskLibConnectParams local{};
+    EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&local, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(service->VixDiskLib_EndAccess(&local, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(Calls(kPrepare) + Calls(kEnd), 0u);
+}
+
+TEST_P(AccessTest, PrepareDoesNotRetryButMasksCodes3014And20) {
+    for (VixError failure : {VixError(VIX_E_HOST_USER_PERMISSIONS), (VixError(7) << 32) | 20}) {
+        sim.VddkSim_Reset();
+        log.Clear();
+        Script(kPrepare, 1, failure);
+        EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
+        EXPECT_EQ(Calls(kPrepare), 1u);
+        EXPECT_EQ(Calls(kEnd), 0u);
+        EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 0u);
+        EXPECT_TRUE(log.Contains(L"VixDiskLib_PrepareForAccess() failed. Error code " + std::to_wstring(failure) +
+                                 L". Error Msg: " + VddkErrorText(failure)));
+        EXPECT_TRUE(log.Contains(L"Masking the last error from VixDiskLib_PrepareForAccess()."));
+        EXPECT_EQ(service->LastError(), VixError(VIX_OK));
+        EXPECT_EQ(service->LastErrorText(), L"");
+    }
+}
+
+// Ten failed preparations, each followed by 1000 ms and one EndAccess; the
+// last EndAccess's result is what the caller gets, unmasked.
+TEST_P(AccessTest, PrepareRetriesTenTimesAndTheLastEndAccessDecides) {
+    Script(kPrepare, 10, VIX_E_DISK_INVAL);
+    Script(kEnd, 10, VIX_E_FAIL);
+    EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_E_FAIL));
+    EXPECT_EQ(Calls(kPrepare), 10u);
+    EXPECT_EQ(Calls(kEnd), 10u);
+    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 10000u);
+    EXPECT_TRUE(log.Contains(L"diskBroker::VixDiskLib_PrepareForAccess() failed, vixResult = 16000, retrying attempt 10..."));
+    EXPECT_EQ(log.Count(L"diskBroker::VixDiskLib_PrepareForAccess() failed, vixResult = 16000, retrying attempt 1..."), 1u);
+    EXPECT_EQ(service->LastError(), VixError(VIX_E_FAIL)) << "kept, not masked";
+    EXPECT_EQ(service->LastErrorText(), VddkErrorText(VIX_E_FAIL));
+    EXPECT_FALSE(log.Contains(L"Masking the last error from VixDiskLib_PrepareForAccess()."));
+}
+
+TEST_P(AccessTest, PrepareThatNeverSucceedsReportsSuccessWhenTheLastEndAccessDid) {
+    Script(kPrepare, 10, VIX_E_DISK_INVAL);
+    EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(Calls(kPrepare), 10u);
+    EXPECT_EQ(Calls(kEnd), 10u);
+}
+
+TEST_P(AccessTest, PrepareSucceedsOnTheSecondAttempt) {
+    Script(kPrepare, 1, VIX_E_DISK_INVAL);
+    EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(Calls(kPrepare), 2u);
+    EXPECT_EQ(Calls(kEnd), 1u);
+    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 1000u);
+}
+
+TEST_P(AccessTest, EndAccessRetriesAndMasksEveryFailure) {
+    Script(kEnd, 10, VIX_E_DISK_INVAL);
+    EXPECT_EQ(service->VixDiskLib_EndAccess(&machine.params, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(Calls(kEnd), 10u);
+    EXPECT_EQ(Calls(kPrepare), 0u);
+    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 10000u);
+    EXPECT_TRUE(log.Contains(L"diskBroker::VixDiskLib_EndAccess() failed, vixResult = 16000, retrying attempt 10..."));
+    EXPECT_TRUE(log.Contains(L"VixDiskLib_EndAccess() failed. Error code 16000. Error Msg: " +
+                             VddkErrorText(VIX_E_DISK_INVAL)));
+    EXPECT_TRUE(log.Contains(L"Masking the last error from VixDiskLib_EndAccess()."));
+    EXPECT_EQ(service->LastError(), VixError(VIX_OK));
+
+    sim.VddkSim_Reset();
+    Script(kEnd, 1, VIX_E_HOST_USER_PERMISSIONS);
+    EXPECT_EQ(service->VixDiskLib_EndAccess(&machine.params, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(Calls(kEnd), 1u) << "3014 is not retried";
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, AccessTest, ::testing::Values(L"", L"no threading"),
+                         [](const ::testing::TestParamInfo<const wchar_t *> &info) {
+                             return std::string(*info.param ? "NoThreading" : "WorkerThread");
+                         });
+
+// A model that no registry text selects: every operation is a no-op returning
+// 0 (or null), and VDDK is never reached.
+TEST_F(ServiceTest, UnknownModelTouchesNothing) {
+    auto service = StartWithModel(2);
+    sim.VddkSim_Reset();
+    RemoteMachine machine;
+    auto *const canary = reinterpret_cast<VixDiskLibConnection>(static_cast<uintptr_t>(0xdeadbeef));
+    VixDiskLibConnection connection = canary;
+    EXPECT_EQ(service->VixDiskLib_ConnectEx(&machine.params, 1, nullptr, nullptr, &connection), VixError(VIX_OK));
+    EXPECT_EQ(connection, canary);
+    EXPECT_EQ(service->VixDiskLib_Disconnect(canary, nullptr), VixError(VIX_OK));
+    EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(service->VixDiskLib_EndAccess(&machine.params, kIdentity), VixError(VIX_OK));
+    EXPECT_EQ(service->VixDiskLib_GetErrorText(VIX_E_FAIL, nullptr), nullptr);
+    wcstring text = L"untouched";
+    service->GetErrorText(VIX_E_FAIL, text);
+    EXPECT_EQ(text, L"untouched");
+    for (const char *function : {"VixDiskLib_Cleanup", "VixDiskLib_ConnectEx", "VixDiskLib_Disconnect", kPrepare,
+                                 kEnd, "VixDiskLib_GetErrorText"})
+        EXPECT_EQ(Calls(function), 0u) << function;
+}
+
+}  // namespace
+}  // namespace servicetest

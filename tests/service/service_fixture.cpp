@@ -1,0 +1,80 @@
+#include "service_fixture.h"
+
+#include <skclass_mini/dawdle.h>
+#include <skstdutl/sklog.h>
+
+namespace servicetest {
+
+const wchar_t kMainAgentKey[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\Engine\\VMware Agent";
+const wchar_t kSiblingAgentKey[] = L"Software\\Tarrow\\Vaultry\\ORMZ\\Engine\\VMware Agent";
+const wchar_t kMainMiscKey[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\Engine\\Misc";
+const wchar_t kSiblingMiscKey[] = L"Software\\Tarrow\\Vaultry\\ORMZ\\Engine\\Misc";
+const wchar_t kProductKey[] = L"SOFTWARE\\Halvorn\\Common";
+
+std::string Utf8(const std::wstring &wide) { return cstring::ToUtf8(wide); }
+std::wstring Wide(const std::string &utf8) { return wcstring::FromUtf8(utf8.c_str(), utf8.size()); }
+
+void ServiceTest::SetUpFor(int product) {
+    SK_SetLogFilePath(L"");  // no log file: it would stay open inside our folders
+    ASSERT_TRUE(registry.Ok());
+    ASSERT_FALSE(install.Path().empty());
+    ASSERT_FALSE(data.Path().empty());
+    if (product != 0) {
+        ASSERT_EQ(registry.SetDword(kProductKey, L"Product", DWORD(product)), ERROR_SUCCESS);
+    }
+    std::string error;
+    ASSERT_TRUE(dbtest::InstallVddkStandin(install.Path(), product, dbtest::VddkVariant::Normal, &error)) << error;
+    ASSERT_EQ(registry.SetString(product == 1 ? kSiblingMiscKey : kMainMiscKey, L"Data Path", data.Path()),
+              ERROR_SUCCESS);
+    const std::wstring dll = dbtest::VddkStandinInstallFolder(install.Path(), product) + L"vixDiskLib.dll";
+    standin.reset(LoadLibraryW(dll.c_str()));
+    ASSERT_TRUE(standin) << "LoadLibraryW failed: " << GetLastError();
+    ASSERT_TRUE(sim.Load(standin.get()));
+    ASSERT_EQ(vddk.Load(standin.get()), 33);
+    sim.VddkSim_Reset();
+    skclass::SetTimeScale(0);
+    skclass::ResetDawdleRequested();
+}
+
+void ServiceTest::TearDown() {
+    skclass::SetTimeScale(1.0);
+    if (sim.VddkSim_Reset) sim.VddkSim_Reset();
+}
+
+void ServiceTest::SetAgentString(const wchar_t *name, const std::wstring &value) {
+    ASSERT_EQ(registry.SetString(kMainAgentKey, name, value), ERROR_SUCCESS);
+}
+
+void ServiceTest::SetAgentDword(const wchar_t *name, DWORD value) {
+    ASSERT_EQ(registry.SetDword(kMainAgentKey, name, value), ERROR_SUCCESS);
+}
+
+std::unique_ptr<diskBroker> ServiceTest::Start() { return std::make_unique<diskBroker>(); }
+
+std::unique_ptr<diskBroker> ServiceTest::StartWithModel(uint32_t model) {
+    return std::make_unique<diskBroker>(diskBroker::ThreadingModelOverride{model});
+}
+
+std::string ServiceTest::LastArg(const char *key) const {
+    const size_t needed = sim.VddkSim_LastArg(key, nullptr, 0);
+    if (needed == 0) return std::string();
+    std::string value(needed, '\0');
+    sim.VddkSim_LastArg(key, &value[0], needed);
+    value.resize(needed - 1);
+    return value;
+}
+
+std::wstring ServiceTest::VddkErrorText(VixError error) const {
+    char *text = vddk.VixDiskLib_GetErrorText(error, nullptr);
+    std::wstring wide = text ? Wide(text) : std::wstring();
+    vddk.VixDiskLib_FreeErrorText(text);
+    return wide;
+}
+
+std::wstring ServiceTest::DrainCachedLog(diskBroker &service) {
+    wcstring taken;
+    service.GetCachedVDDKlog(&taken);
+    return taken;
+}
+
+}  // namespace servicetest

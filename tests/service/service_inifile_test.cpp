@@ -1,0 +1,148 @@
+// The VDDK configuration file: its name, content, the administrator's own file,
+// preservation and deletion, as the stand-in reads it at InitEx.
+#include <skstdutl/sklog.h>
+
+#include "service_fixture.h"
+
+namespace servicetest {
+namespace {
+
+bool Exists(const std::wstring &path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
+void WriteFileText(const std::wstring &path, const std::string &text) {
+    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    ASSERT_TRUE(file) << GetLastError();
+    DWORD written = 0;
+    ASSERT_TRUE(WriteFile(file.get(), text.data(), DWORD(text.size()), &written, nullptr));
+}
+
+std::string ReadFileText(const std::wstring &path) {
+    skclass::UniqueFile file(
+        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    std::string text(4096, '\0');
+    DWORD read = 0;
+    if (!file || !ReadFile(file.get(), &text[0], DWORD(text.size()), &read, nullptr)) return "(unreadable)";
+    text.resize(read);
+    return text;
+}
+
+std::string DefaultContent(const std::wstring &dataDirectory, unsigned timeout = 1800000, unsigned level = 6) {
+    return "vixDiskLib.nfcFssrvr.TimeoutMs = \"" + std::to_string(timeout) + "\"\r\n" +
+           "vixDiskLib.transport.LogLevel = \"" + std::to_string(level) + "\"\r\n" + "tmpDirectory = \"" +
+           Utf8(dataDirectory) + "\\VMwareTemp\"\r\n";
+}
+
+TEST_F(ServiceTest, DefaultFileHoldsThreeLinesAndIsGoneAfterInitEx) {
+    auto service = Start();
+    const std::wstring file = data.File(L"vddk-0.ini");
+    EXPECT_EQ(LastArg("configFile"), Utf8(file));
+    EXPECT_EQ(LastArg("configContent"), DefaultContent(data.Path()));
+    EXPECT_TRUE(Exists(data.File(L"VMwareTemp")));
+    EXPECT_FALSE(Exists(file));
+    EXPECT_TRUE(log.Contains(L"diskBroker::createVDDkIniFile() using the ini file " + file + L" for initialization"));
+}
+
+TEST_F(ServiceTest, RegistryValuesGoIntoTheFileAndTrailingBackslashesAreDropped) {
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", data.Path() + L"\\\\\\"), ERROR_SUCCESS);
+    SetAgentDword(L"vixDiskLib.nfcFssrvr.TimeoutMs", 60000);
+    SetAgentDword(L"vixDiskLib.transport.LogLevel", 2);
+    auto service = Start();
+    EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-0.ini")));
+    EXPECT_EQ(LastArg("configContent"), DefaultContent(data.Path(), 60000, 2));
+}
+
+TEST_F(ServiceTest, FirstFreeCounterIsUsedAndExistingFilesAreLeftAlone) {
+    WriteFileText(data.File(L"vddk-0.ini"), "zero");
+    WriteFileText(data.File(L"vddk-1.ini"), "one");
+    auto service = Start();
+    EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-2.ini")));
+    EXPECT_EQ(ReadFileText(data.File(L"vddk-0.ini")), "zero");
+    EXPECT_EQ(ReadFileText(data.File(L"vddk-1.ini")), "one");
+    EXPECT_FALSE(Exists(data.File(L"vddk-2.ini")));
+}
+
+TEST_F(ServiceTest, ExistingUserFileIsUsedAndNeverDeleted) {
+    const std::wstring userFile = data.File(L"mine.ini");
+    WriteFileText(userFile, "vixDiskLib.transport.LogLevel = \"1\"\r\n");
+    SetAgentString(L"vixDiskLib.config.file", userFile);
+    auto service = Start();
+    EXPECT_EQ(LastArg("configFile"), Utf8(userFile));
+    EXPECT_EQ(LastArg("configContent"), "vixDiskLib.transport.LogLevel = \"1\"\r\n");
+    EXPECT_TRUE(service->PreservesIniFile());
+    service.reset();
+    EXPECT_TRUE(Exists(userFile));
+    EXPECT_FALSE(Exists(data.File(L"vddk-0.ini")));
+}
+
+TEST_F(ServiceTest, MissingUserFileFallsBackToTheNextCounter) {
+    const std::wstring userFile = data.File(L"absent.ini");
+    SetAgentString(L"vixDiskLib.config.file", userFile);
+    auto service = Start();
+    EXPECT_TRUE(log.Contains(L"diskBroker::createVDDkIniFile() Could not find the user specified vddk ini file '" +
+                             userFile + L"'. Error: 2. Forcing creation of a  default ini file."));
+    EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-1.ini")));
+    EXPECT_EQ(LastArg("configContent"), DefaultContent(data.Path()));
+    EXPECT_FALSE(Exists(data.File(L"vddk-1.ini")));
+}
+
+TEST_F(ServiceTest, PreserveSettingKeepsTheDefaultFile) {
+    SetAgentDword(L"Preserve vddk ini file", 1);
+    auto service = Start();
+    EXPECT_TRUE(service->PreservesIniFile());
+    EXPECT_EQ(ReadFileText(data.File(L"vddk-0.ini")), DefaultContent(data.Path()));
+}
+
+TEST_F(ServiceTest, EmptyDataPathMeansDriveC) {
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", L""), ERROR_SUCCESS);
+    SetAgentDword(L"Preserve vddk ini file", 1);  // to see the file; removed below
+    auto service = Start();
+    EXPECT_TRUE(log.Contains(
+        L"diskBroker::createVDDkIniFile() Could not get the datapath from registry. Writing files to c:"));
+    const std::wstring file = Wide(LastArg("configFile"));
+    EXPECT_EQ(file.rfind(L"C:\\vddk-", 0), 0u) << Utf8(file);
+    EXPECT_EQ(LastArg("configContent"), DefaultContent(L"C:"));
+    EXPECT_TRUE(DeleteFileW(file.c_str()));
+}
+
+// Without a "Misc" key the file goes to the root of the current drive.
+TEST_F(ServiceTest, MissingMiscKeyMeansTheRootOfTheCurrentDrive) {
+    wchar_t previous[MAX_PATH];
+    ASSERT_NE(GetCurrentDirectoryW(MAX_PATH, previous), 0u);
+    ASSERT_TRUE(SetCurrentDirectoryW(data.Path().c_str()));  // a writable drive
+    ASSERT_EQ(registry.DeleteValue(kMainMiscKey, L"Data Path"), ERROR_SUCCESS);
+    ASSERT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, kMainMiscKey), ERROR_SUCCESS);
+    auto service = Start();
+    const std::string file = LastArg("configFile");
+    EXPECT_EQ(file.rfind("\\vddk-", 0), 0u) << file;
+    EXPECT_EQ(LastArg("configContent"), DefaultContent(L""));
+    EXPECT_FALSE(Exists(Wide(file)));
+    SetCurrentDirectoryW(previous);
+}
+
+// Holds the config file open (no delete sharing) from the moment the service
+// names it, so the service's DeleteFileW fails.
+struct IniFileHolder {
+    skclass::UniqueFile file;
+    int sink = 0;
+    IniFileHolder() { sink = SK_AddLogSink(&OnLine, this); }
+    ~IniFileHolder() { SK_RemoveLogSink(sink); }
+    static void OnLine(void *self, const SK_LogRecord *record) {
+        const std::wstring text = record->text, head = L"diskBroker::createVDDkIniFile() using the ini file ";
+        if (text.rfind(head, 0) != 0) return;
+        const std::wstring path = text.substr(head.size(), text.size() - head.size() - 19);
+        static_cast<IniFileHolder *>(self)->file.reset(
+            CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+                        nullptr));
+    }
+};
+
+TEST_F(ServiceTest, UndeletableFileIsReportedUnderItsHistoricName) {
+    IniFileHolder holder;
+    auto service = Start();
+    ASSERT_TRUE(holder.file) << "the holder did not catch the file";
+    EXPECT_TRUE(log.Contains(L"diskBroker::VixMntapi_Init() Could not delete the file " + data.File(L"vddk-0.ini") +
+                             L"(0x20) "));
+}
+
+}  // namespace
+}  // namespace servicetest

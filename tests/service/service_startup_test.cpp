@@ -1,0 +1,148 @@
+// Start-up and shut-down of the service against the VDDK stand-in: settings,
+// threading model, InitEx arguments and failure, Exit, the process-wide instance.
+#include "service_fixture.h"
+
+namespace servicetest {
+namespace {
+
+TEST_F(ServiceTest, ThreadingModelIsNoThreadingOnlyForExactlyThoseTwelveCharactersInAnyCase) {
+    const struct {
+        const wchar_t *text;
+        uint32_t model;
+    } cases[] = {{L"no threading", 1}, {L"No Threading", 1}, {L"NO THREADING", 1}, {L"no threading ", 0},
+                 {L"no thread", 0},    {L"threading", 0},    {L"", 0},             {L"1", 0}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(::testing::Message() << "text '" << Utf8(c.text) << "'");
+        SetThreadingModelText(c.text);
+        auto service = Start();
+        EXPECT_EQ(service->ThreadingModel(), c.model);
+        EXPECT_TRUE(log.Contains(c.model == 1 ? L"diskBroker() Not using the worker thread."
+                                              : L"diskBroker() Using the worker thread."));
+        log.Clear();
+    }
+}
+
+TEST_F(ServiceTest, MissingAgentKeyMeansWorkerThreadAndDirectReadWrite) {
+    auto service = Start();
+    EXPECT_EQ(service->ThreadingModel(), 0u);
+    EXPECT_FALSE(service->UsesWorkerForReadWrite());
+    EXPECT_EQ(Calls("VixDiskLib_InitEx"), 1u);
+}
+
+TEST_F(ServiceTest, ReadWriteWorkerSettingIsReadInTheWorkerModelOnly) {
+    SetAgentDword(L"Use Worker thread for vixDiskLib read-write", 0x80000000);
+    EXPECT_TRUE(Start()->UsesWorkerForReadWrite()) << "any non-zero DWORD turns it on";
+    SetThreadingModelText(L"no threading");
+    EXPECT_FALSE(Start()->UsesWorkerForReadWrite()) << "not read at all in the no-threading model";
+}
+
+// 1. InitEx gets libDir (the install folder, UTF-8) and the config file, in both models.
+// 2. The callbacks are log, warning, panic in that order: each kind arrives with its prefix.
+TEST_F(ServiceTest, InitExGetsLibDirConfigFileAndTheCallbacksInOrderInBothModels) {
+    const std::string libDir = Utf8(dbtest::VddkStandinInstallFolder(install.Path(), 0));
+    for (const wchar_t *model : {L"", L"no threading"}) {
+        SCOPED_TRACE(Utf8(model));
+        SetThreadingModelText(model);
+        auto service = Start();
+        EXPECT_EQ(LastArg("libDir"), libDir);
+        EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-0.ini")));
+        EXPECT_TRUE(log.Contains(L"VDDK-Log: VixDiskLib: Initialize transport modes file:san:hotadd:nbdssl:nbd.\n"));
+        sim.VddkSim_TriggerLog(VDDKSIM_LOG, "plain");
+        sim.VddkSim_TriggerLog(VDDKSIM_WARNING, "careful");
+        sim.VddkSim_TriggerLog(VDDKSIM_PANIC, "doomed");
+        EXPECT_TRUE(log.Contains(L"VDDK-Log: plain\n"));
+        EXPECT_TRUE(log.Contains(L"VDDK-Warn: careful\n"));
+        EXPECT_TRUE(log.Contains(L"VDDK-Panic: doomed\n"));
+        EXPECT_EQ(DrainCachedLog(*service), L"VDDK-Warn: careful\n\nVDDK-Panic: doomed\n\n");
+        log.Clear();
+    }
+}
+
+TEST_F(ServiceTest, WorkerModelNamesTheConstructingThreadForTheDebugger) {
+    using GetDescription = HRESULT(WINAPI *)(HANDLE, PWSTR *);
+    auto getDescription = reinterpret_cast<GetDescription>(
+        reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetThreadDescription")));
+    if (!getDescription) GTEST_SKIP() << "GetThreadDescription is not available on this system";
+    auto service = Start();
+    PWSTR name = nullptr;
+    ASSERT_TRUE(SUCCEEDED(getDescription(GetCurrentThread(), &name)));
+    EXPECT_STREQ(name, L"vixMainWorkerThread");
+    LocalFree(name);
+}
+
+TEST_F(ServiceTest, FailedInitExKeepsErrorAndTextThroughTheRightBindingInEachModel) {
+    const VixError failure = VIX_E_DISK_SUBSYSTEM_INIT_FAIL;
+    const std::wstring text = VddkErrorText(failure);
+    ASSERT_FALSE(text.empty());
+    for (const wchar_t *model : {L"", L"no threading"}) {
+        SCOPED_TRACE(Utf8(model));
+        SetThreadingModelText(model);
+        sim.VddkSim_ScriptResult("VixDiskLib_InitEx", 1, failure, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+        auto service = Start();
+        EXPECT_EQ(service->LastError(), failure);
+        EXPECT_EQ(service->LastErrorText(), text);
+        EXPECT_TRUE(log.Contains(L"VixDiskLib_InitEx() failed. Error code 16053. Error Msg: " + text));
+        EXPECT_EQ(GetFileAttributesW(data.File(L"vddk-0.ini").c_str()), INVALID_FILE_ATTRIBUTES)
+            << "deleted after a failed InitEx too";
+        log.Clear();
+    }
+}
+
+TEST_F(ServiceTest, ExitReleasesOnceWithTheLibraryExitingTwice) {
+    for (const wchar_t *model : {L"", L"no threading"}) {
+        SCOPED_TRACE(Utf8(model));
+        SetThreadingModelText(model);
+        sim.VddkSim_Reset();
+        auto service = Start();
+        service->VixDiskLib_Exit();
+        EXPECT_EQ(Calls("VixDiskLib_Exit"), 2u) << "the service's Exit, then the binding's destructor";
+        service->VixDiskLib_Exit();
+        service.reset();
+        EXPECT_EQ(Calls("VixDiskLib_Exit"), 2u) << "a second Exit and the destructor find nothing to release";
+        EXPECT_EQ(sim.VddkSim_BackgroundThreadId(), 0u);
+    }
+}
+
+TEST_F(ServiceTest, DestructorExitsVddk) {
+    Start().reset();
+    EXPECT_EQ(Calls("VixDiskLib_Exit"), 2u);
+}
+
+TEST_F(ServiceTest, GetInstanceConstructsOnceUntilReleased) {
+    auto first = diskBroker::GetInstance();
+    auto second = diskBroker::GetInstance();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first.get(), second.get());
+    EXPECT_EQ(Calls("VixDiskLib_InitEx"), 1u);
+    first.reset();
+    second.reset();
+    diskBroker::ReleaseInstance();
+    EXPECT_EQ(Calls("VixDiskLib_Exit"), 2u) << "released by the last holder";
+}
+
+// Settings come from the sibling product's tree only for product 1; the VDDK
+// install key is the main product's only for product 0. Product 2 therefore
+// mixes the main settings tree with the mapping services' install key.
+class ProductTreeTest : public ServiceTest, public ::testing::WithParamInterface<int> {
+protected:
+    void SetUp() override { SetUpFor(GetParam()); }
+};
+
+TEST_P(ProductTreeTest, SettingsAndInstallKeysFollowTheirOwnProductTests) {
+    const int product = GetParam();
+    ASSERT_EQ(registry.SetString(product == 1 ? kSiblingAgentKey : kMainAgentKey, L"vixDiskLib Threading Model",
+                                 L"no threading"),
+              ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(product == 1 ? kMainAgentKey : kSiblingAgentKey, L"vixDiskLib Threading Model",
+                                 L"worker"),
+              ERROR_SUCCESS);
+    auto service = Start();
+    EXPECT_EQ(service->ThreadingModel(), 1u);
+    EXPECT_EQ(LastArg("libDir"), Utf8(dbtest::VddkStandinInstallFolder(install.Path(), product)));
+    EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-0.ini")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Products, ProductTreeTest, ::testing::Values(0, 1, 2));
+
+}  // namespace
+}  // namespace servicetest

@@ -1,0 +1,100 @@
+// VDDK's own messages through the InitEx callbacks: prefixes, length limit,
+// UTF-8, and the process-wide cache of warnings and panics.
+#include <algorithm>
+#include <cstdio>
+
+#include "service_fixture.h"
+
+namespace servicetest {
+namespace {
+
+constexpr DWORD kThreadTimeoutMs = 30000;  // a thread that must finish
+
+class VddkLogTest : public ServiceTest {
+protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        service = Start();
+        DrainCachedLog(*service);
+    }
+    void TearDown() override {
+        service.reset();
+        ServiceTest::TearDown();
+    }
+    std::unique_ptr<diskBroker> service;
+};
+
+std::wstring Numbered(int i) {
+    char text[32];
+    std::snprintf(text, sizeof text, "warning %03d", i);
+    return Wide(text);
+}
+
+TEST_F(VddkLogTest, OnlyWarningsAndPanicsAreCachedAndTakingEmptiesTheCache) {
+    sim.VddkSim_TriggerLog(VDDKSIM_LOG, "just saying");
+    sim.VddkSim_TriggerLog(VDDKSIM_PANIC, "fatal");
+    wcstring out = L"earlier\n";
+    service->GetCachedVDDKlog(&out);
+    EXPECT_EQ(out, L"earlier\nVDDK-Panic: fatal\n\n") << "appended; the plain log line is not cached";
+    EXPECT_EQ(DrainCachedLog(*service), L"");
+}
+
+TEST_F(VddkLogTest, AHundredAndFirstWarningEvictsTheOldest) {
+    for (int i = 0; i <= 100; ++i) sim.VddkSim_TriggerLog(VDDKSIM_WARNING, Utf8(Numbered(i)).c_str());
+    const std::wstring taken = DrainCachedLog(*service);
+    EXPECT_EQ(taken.find(Numbered(0)), std::wstring::npos);
+    EXPECT_NE(taken.find(L"VDDK-Warn: " + Numbered(1) + L"\n\n"), std::wstring::npos);
+    EXPECT_NE(taken.find(L"VDDK-Warn: " + Numbered(100) + L"\n\n"), std::wstring::npos);
+    EXPECT_EQ(std::count(taken.begin(), taken.end(), L'\n'), 200);
+}
+
+TEST_F(VddkLogTest, RepeatedAndContainedLinesAppearOncePerCollection) {
+    for (int i = 0; i < 3; ++i) sim.VddkSim_TriggerLog(VDDKSIM_WARNING, "disk slow");
+    wcstring out = L"VDDK-Panic: seen before\n";
+    sim.VddkSim_TriggerLog(VDDKSIM_PANIC, "seen before");
+    service->GetCachedVDDKlog(&out);
+    EXPECT_EQ(out, L"VDDK-Panic: seen before\nVDDK-Warn: disk slow\n\n");
+    EXPECT_TRUE(log.Count(L"VDDK-Warn: disk slow\n") == 3) << "every report is logged";
+}
+
+TEST_F(VddkLogTest, TextsOfMoreThan2047CharactersAreDroppedSilently) {
+    const std::string fits(2046, 'a');  // the stand-in adds a line feed: 2047
+    const std::string tooLong(2047, 'b');
+    sim.VddkSim_TriggerLog(VDDKSIM_WARNING, fits.c_str());
+    sim.VddkSim_TriggerLog(VDDKSIM_WARNING, tooLong.c_str());
+    EXPECT_TRUE(log.Contains(L"VDDK-Warn: " + Wide(fits) + L"\n"));
+    for (const std::wstring &line : log.Lines()) EXPECT_EQ(line.find(L"bbbb"), std::wstring::npos);
+    EXPECT_EQ(DrainCachedLog(*service), L"VDDK-Warn: " + Wide(fits) + L"\n\n");
+}
+
+TEST_F(VddkLogTest, TextIsDecodedFromUtf8) {
+    sim.VddkSim_TriggerLog(VDDKSIM_WARNING, "Datentr\xC3\xA4ger \xE2\x82\xAC");
+    EXPECT_TRUE(log.Contains(L"VDDK-Warn: Datentr\u00E4ger \u20AC\n"));
+}
+
+TEST_F(VddkLogTest, WarningsFromOtherThreadsAreCachedToo) {
+    struct Args {
+        dbtest::VddkSimControl *sim;
+    } args{&sim};
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void *p) -> DWORD {
+            static_cast<Args *>(p)->sim->VddkSim_TriggerLog(VDDKSIM_WARNING, "from elsewhere");
+            return 0;
+        },
+        &args, 0, nullptr);
+    ASSERT_NE(thread, nullptr);
+    ASSERT_EQ(WaitForSingleObject(thread, kThreadTimeoutMs), WAIT_OBJECT_0);
+    CloseHandle(thread);
+    EXPECT_EQ(DrainCachedLog(*service), L"VDDK-Warn: from elsewhere\n\n");
+}
+
+TEST_F(VddkLogTest, DestructorEmptiesTheCache) {
+    sim.VddkSim_TriggerLog(VDDKSIM_WARNING, "left over");
+    service.reset();
+    service = Start();
+    EXPECT_EQ(DrainCachedLog(*service), L"");
+}
+
+}  // namespace
+}  // namespace servicetest
