@@ -39,7 +39,7 @@ TEST_F(ServiceTest, ReadWriteWorkerSettingIsReadInTheWorkerModelOnly) {
 // 1. InitEx gets libDir (the install folder, UTF-8) and the config file, in both models.
 // 2. The callbacks are log, warning, panic in that order: each kind arrives with its prefix.
 TEST_F(ServiceTest, InitExGetsLibDirConfigFileAndTheCallbacksInOrderInBothModels) {
-    const std::string libDir = Utf8(dbtest::VddkStandinInstallFolder(install.Path(), 0));
+    const std::string libDir = Utf8(install.Path() + L"\\VMware\\VixDiskLib\\");
     for (const wchar_t *model : {L"", L"no threading"}) {
         SCOPED_TRACE(Utf8(model));
         SetThreadingModelText(model);
@@ -120,9 +120,9 @@ TEST_F(ServiceTest, GetInstanceConstructsOnceUntilReleased) {
     EXPECT_EQ(Calls("VixDiskLib_Exit"), 2u) << "released by the last holder";
 }
 
-// Settings come from the sibling product's tree only for product 1; the VDDK
-// install key is the main product's only for product 0. Product 2 therefore
-// mixes the main settings tree with the mapping services' install key.
+// Each product reads its own settings tree and its own VDDK install key. (The
+// base library reports only 0 or 1, so the mixed case of a product value 2 or
+// more cannot arise through it.)
 class ProductTreeTest : public ServiceTest, public ::testing::WithParamInterface<int> {
 protected:
     void SetUp() override { SetUpFor(GetParam()); }
@@ -138,11 +138,12 @@ TEST_P(ProductTreeTest, SettingsAndInstallKeysFollowTheirOwnProductTests) {
               ERROR_SUCCESS);
     auto service = Start();
     EXPECT_EQ(service->ThreadingModel(), 1u);
-    EXPECT_EQ(LastArg("libDir"), Utf8(dbtest::VddkStandinInstallFolder(install.Path(), product)));
+    EXPECT_EQ(LastArg("libDir"),
+              Utf8(install.Path() + (product == 0 ? L"\\VMware\\VixDiskLib\\" : L"\\Shared\\VDDK\\")));
     EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-0.ini")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Products, ProductTreeTest, ::testing::Values(0, 1, 2));
+INSTANTIATE_TEST_SUITE_P(Products, ProductTreeTest, ::testing::Values(0, 1));
 
 }  // namespace
 }  // namespace servicetest
