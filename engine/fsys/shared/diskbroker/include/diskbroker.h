@@ -28,6 +28,8 @@
 #include <skclass_mini/handles.h>
 #include <skclass_mini/singleton.h>
 #include <skclass_mini/strings.h>
+#include <vddkcache.h>
+#include <vixreadwritehandle.h>
 #include <vmware/vddk_api.h>
 
 class vixWorkerThread;
@@ -127,6 +129,70 @@ public:
     // VDDK's own narrow text; release it with the library's FreeErrorText.
     // Null for an unknown threading model or a missing binding.
     char *VixDiskLib_GetErrorText(VixError error, const char *locale);
+
+    // --- Disk handles ------------------------------------------------------
+    // Opens path and hands back the service's handle (*handle; null on
+    // failure). tag "Read" or "Write" (any case) sets the statistics kind;
+    // transportMode receives VDDK's choice. 2 when the handle or its worker
+    // cannot be allocated. Unknown models: the record is allocated and set in
+    // *handle with no disk behind it, and 0 is returned.
+    VixError VixDiskLib_Open(VixDiskLibConnection connection, const char *path, uint32 flags, const wchar_t *tag,
+                             _vixReadWriteHandle **handle, wcstring &transportMode);
+    VixError VixDiskLib_Create(VixDiskLibConnection connection, const char *path,
+                               const VixDiskLibCreateParams *createParams, VixDiskLibProgressFunc progressFunc,
+                               void *progressCallbackData);
+    // Logs the handle's statistics and closes it. In the worker model the
+    // record is freed; in the no-threading model it is not (the caller's).
+    // A null handle, or one without a disk, gives 0.
+    VixError VixDiskLib_Close(_vixReadWriteHandle *handle);
+    // Per-handle calls: on the caller's thread, or on the handle's own worker
+    // when one is configured.
+    VixError VixDiskLib_Read(_vixReadWriteHandle *handle, VixDiskLibSectorType startSector,
+                             VixDiskLibSectorType numSectors, uint8 *readBuffer);
+    VixError VixDiskLib_Write(_vixReadWriteHandle *handle, VixDiskLibSectorType startSector,
+                              VixDiskLibSectorType numSectors, const uint8 *writeBuffer);
+    VixError VixDiskLib_ReadMetadata(_vixReadWriteHandle *handle, const char *key, char *buffer, size_t bufferLength,
+                                     size_t *requiredLength);
+    VixError VixDiskLib_WriteMetadata(_vixReadWriteHandle *handle, const char *key, const char *value);
+    VixError VixDiskLib_GetMetadataKeys(_vixReadWriteHandle *handle, char *buffer, size_t bufferLength,
+                                        size_t *requiredLength);
+    VixError VixDiskLib_GetInfo(_vixReadWriteHandle *handle, VixDiskLibInfo **info);
+    // Forwarded as they are (main worker in the worker model).
+    const char *VixDiskLib_GetTransportMode(VixDiskLibHandle diskHandle);
+    const char *VixDiskLib_ListTransportModes();
+    void VixDiskLib_FreeInfo(VixDiskLibInfo *info);
+    VixError VixDiskLib_CreateChild(VixDiskLibHandle diskHandle, const char *childPath, VixDiskLibDiskType diskType,
+                                    VixDiskLibProgressFunc progressFunc, void *progressCallbackData);
+    VixError VixDiskLib_Clone(VixDiskLibConnection dstConnection, const char *dstPath,
+                              VixDiskLibConnection srcConnection, const char *srcPath,
+                              const VixDiskLibCreateParams *createParams, VixDiskLibProgressFunc progressFunc,
+                              void *progressCallbackData, char overWrite);
+    VixError VixDiskLib_SpaceNeededForClone(VixDiskLibHandle diskHandle, VixDiskLibDiskType diskType,
+                                            uint64 *spaceNeeded);
+
+    // --- Read-ahead cache --------------------------------------------------
+    // Per job: startReadCacheThread once; per disk: set diskHandle, broker,
+    // extentFilePath and metadataFilePath, startDiskReadBuffer,
+    // GetDiskCacheBuffer until 0x2000FE0C, closeReadCacheThread; finally
+    // stopReadCacheThread. Results: 0 or the cache's 0xE000xxxx / 0x2000xxxx codes.
+    long startReadCacheThread(diskReadContextStruct *context, unsigned long bufferCount, unsigned long bufferSizeKB,
+                              unsigned long raisePriority);
+    long startDiskReadBuffer(diskReadContextStruct *context);
+    long GetDiskCacheBuffer(diskReadContextStruct *context, unsigned char *destination, unsigned int *length);
+    long closeReadCacheThread(diskReadContextStruct *context);
+    long stopReadCacheThread(diskReadContextStruct *context);
+
+    // --- Write-behind cache ------------------------------------------------
+    // Per job: startWriteCacheThread once; per disk: set broker, diskHandle
+    // and diskSize, startDiskWriteBuffer, PutDiskCacheBuffer per run,
+    // closeWriteCacheThread; finally stopWriteCacheThread.
+    long startWriteCacheThread(diskWriteContextStruct *context, unsigned long bufferCount, unsigned long bufferSizeKB,
+                               unsigned long raisePriority, unsigned long minRunSizeKB);
+    long startDiskWriteBuffer(diskWriteContextStruct *context);
+    long PutDiskCacheBuffer(diskWriteContextStruct *context, unsigned char *data, unsigned long long startSector,
+                            unsigned long long sectorCount);
+    long closeWriteCacheThread(diskWriteContextStruct *context);
+    long stopWriteCacheThread(diskWriteContextStruct *context);
 
     // --- VDDK log ----------------------------------------------------------
     // Appends each cached VDDK warning and panic line (with a "\n") that out

@@ -1,0 +1,169 @@
+// The read-ahead and write-behind caches' records. The caller allocates and
+// constructs a context (its queues' locks and semaphores come with the
+// constructor), sets the fields marked "set by the caller", and passes it to
+// every diskBroker cache call. The library fills the rest.
+#pragma once
+#include <stdint.h>
+
+#include <memory>
+
+#include <skclass_mini/com.h>
+#include <skclass_mini/handles.h>
+#include <skclass_mini/singleton.h>
+#include <skclass_mini/strings.h>
+#include <vixreadwritehandle.h>
+
+class CXmlReader;
+class diskBroker;
+
+// Write cache only: the sector runs whose bytes lie, in this order, in a
+// buffer's data. Allocated with room for runCapacity + 1 runs, because a table
+// accepts a new run while runsUsed <= runCapacity.
+struct diskCacheRun {
+    uint64_t startSector;
+    uint64_t sectorCount;
+};
+struct diskCacheRunTable {
+    uint32_t runCapacity;
+    uint32_t runsUsed;
+    diskCacheRun runs[1];  // runCapacity + 1 entries
+};
+
+struct diskCacheBuffer {
+    diskCacheBuffer *next = nullptr;        // in whichever queue holds it
+    diskCacheBuffer *nextAllocated = nullptr;  // the context's allBuffers list
+    uint32_t index = 0;                     // allocation order, 0-based
+    unsigned char *data = nullptr;
+    uint64_t capacity = 0;                  // bytes of data
+    uint64_t filled = 0;                    // valid bytes from the start of data
+    uint64_t consumed = 0;                  // bytes already taken out
+    diskCacheRunTable *runTable = nullptr;  // write cache only
+    unsigned char isLast = 0;               // write cache only: final buffer of the pass
+};
+
+// A FIFO of buffers: the lock guards head, tail and count for one append or
+// removal; the semaphore's count equals the number of queued buffers.
+struct diskCacheQueue {
+    diskCacheQueue() : semaphore(CreateSemaphoreW(nullptr, 0, 0x7FFFFFFF, nullptr)) {}
+    diskCacheQueue(const diskCacheQueue &) = delete;
+    diskCacheQueue &operator=(const diskCacheQueue &) = delete;
+
+    // Appends buffer and releases the semaphore by one.
+    void Append(diskCacheBuffer *buffer) {
+        {
+            skclass::CsLock hold(lock);
+            buffer->next = nullptr;
+            if (tail)
+                tail->next = buffer;
+            else
+                head = buffer;
+            tail = buffer;
+            ++count;
+        }
+        ReleaseSemaphore(semaphore.get(), 1, nullptr);
+    }
+    // Waits up to milliseconds for a queued buffer and removes it; null when
+    // none came in time.
+    diskCacheBuffer *WaitAndRemove(DWORD milliseconds) {
+        if (WaitForSingleObject(semaphore.get(), milliseconds) != WAIT_OBJECT_0) return nullptr;
+        skclass::CsLock hold(lock);
+        diskCacheBuffer *buffer = head;
+        if (!buffer) return nullptr;
+        head = buffer->next;
+        if (!head) tail = nullptr;
+        buffer->next = nullptr;
+        --count;
+        return buffer;
+    }
+    uint32_t Count() {
+        skclass::CsLock hold(lock);
+        return count;
+    }
+
+    diskCacheBuffer *head = nullptr;
+    diskCacheBuffer *tail = nullptr;
+    uint32_t count = 0;
+    skclass::CriticalSection lock;
+    skclass::UniqueHandle semaphore;
+};
+
+// How deep the filled queue was each time the consumer had to wait: one block,
+// counters indexed by depth 0..bucketCount inclusive.
+struct bufferDepthHistogram {
+    uint32_t bucketCount;
+    uint64_t totalSamples;
+    uint32_t counts[1];  // bucketCount + 1 entries
+};
+
+struct diskReadContextStruct {
+    // Frees nothing the library allocated: stopReadCacheThread does.
+    diskReadContextStruct() = default;
+    diskReadContextStruct(const diskReadContextStruct &) = delete;
+    diskReadContextStruct &operator=(const diskReadContextStruct &) = delete;
+
+    HANDLE threadHandle = nullptr;
+    uint32_t threadId = 0;
+    HANDLE impersonationToken = nullptr;
+    HANDLE startEvent = nullptr;  // auto-reset: one pass, or wake to stop
+    volatile unsigned char readActive = 0;
+    volatile unsigned char cancelRequested = 0;
+    volatile unsigned char endOfDisk = 0;
+    diskCacheBuffer *allBuffers = nullptr;  // every buffer ever allocated, newest first
+    diskCacheQueue freeQueue;
+    diskCacheQueue filledQueue;
+    diskCacheBuffer *fillBuffer = nullptr;   // read thread's
+    diskCacheBuffer *drainBuffer = nullptr;  // job thread's
+    CXmlReader *extentReader = nullptr;
+    wcstring extentFilePath;                   // set by the caller
+    skclass::shared_ptr<diskBroker> broker;    // set by the caller
+    _vixReadWriteHandle *diskHandle = nullptr; // set by the caller
+    uint64_t sectorSize = 512;
+    uint64_t currentSector = 0;
+    uint64_t extentSectors = 0;
+    uint64_t extentSectorsDone = 0;
+    volatile uint32_t errorCode = 0;
+    wcstring errorText;
+    wcstring metadataFilePath;  // set by the caller
+    volatile unsigned char metadataDone = 0;
+    bufferDepthHistogram *depthHistogram = nullptr;
+    std::unique_ptr<ComEnvironment> comEnvironment;
+    volatile unsigned char stopRequested = 0;
+    // Let bounded waits end as soon as what they wait for happens: set by the
+    // read thread when a pass's metadata export is done, and when it leaves a
+    // pass (manual-reset; the job thread resets them before a pass).
+    skclass::UniqueHandle metadataDoneEvent{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    skclass::UniqueHandle passEndedEvent{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
+};
+
+struct diskWriteContextStruct {
+    // Frees nothing the library allocated: stopWriteCacheThread does.
+    diskWriteContextStruct() = default;
+    diskWriteContextStruct(const diskWriteContextStruct &) = delete;
+    diskWriteContextStruct &operator=(const diskWriteContextStruct &) = delete;
+
+    HANDLE threadHandle = nullptr;
+    uint32_t threadId = 0;
+    HANDLE impersonationToken = nullptr;
+    HANDLE startEvent = nullptr;
+    volatile unsigned char writeActive = 0;
+    volatile unsigned char cancelRequested = 0;
+    volatile unsigned char endOfData = 0;
+    diskCacheBuffer *allBuffers = nullptr;
+    diskCacheQueue freeQueue;
+    diskCacheQueue filledQueue;
+    diskCacheBuffer *fillBuffer = nullptr;   // job thread's
+    diskCacheBuffer *drainBuffer = nullptr;  // write thread's
+    skclass::shared_ptr<diskBroker> broker;     // set by the caller
+    _vixReadWriteHandle *diskHandle = nullptr;  // set by the caller
+    uint64_t sectorSize = 512;
+    uint64_t diskSize = 0;  // set by the caller: bytes expected, checked at close
+    volatile uint64_t bytesWritten = 0;
+    volatile uint32_t errorCode = 0;
+    wcstring errorText;
+    bufferDepthHistogram *depthHistogram = nullptr;
+    volatile unsigned char writerBusy = 0;
+    volatile unsigned char stopRequested = 0;
+    // Set by the write thread after each buffer it finishes and when it leaves
+    // a pass (auto-reset), so closing returns as soon as the queue is empty.
+    skclass::UniqueHandle writerProgressEvent{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+};
