@@ -1,0 +1,212 @@
+// Start-up and buffer plumbing shared by the read-ahead and write-behind caches.
+#include "vddkcache_common.h"
+
+#include <process.h>
+#include <stddef.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <atomic>
+#include <new>
+
+#include <skclass_mini/handles.h>
+#include <skclass_mini/impersonator.h>
+#include <skstdutl/sklog.h>
+
+namespace vddkcache {
+namespace {
+
+size_t RunTableBytes(uint32_t runCapacity) {
+    return offsetof(diskCacheRunTable, runs) + (static_cast<size_t>(runCapacity) + 1) * sizeof(diskCacheRun);
+}
+
+size_t HistogramBytes(uint32_t bucketCount) {
+    return offsetof(bufferDepthHistogram, counts) + (static_cast<size_t>(bucketCount) + 1) * sizeof(uint32_t);
+}
+
+void FreeBuffer(diskCacheBuffer *buffer) {
+    delete[] buffer->data;
+    free(buffer->runTable);
+    delete buffer;
+}
+
+// One buffer with its data (and run table), or null with nothing left allocated.
+diskCacheBuffer *NewBuffer(uint32_t index, uint32_t capacity, bool withRunTable, uint32_t runCapacity) {
+    diskCacheBuffer *buffer = new (std::nothrow) diskCacheBuffer;
+    if (!buffer) return nullptr;
+    buffer->index = index;
+    buffer->capacity = capacity;
+    buffer->data = new (std::nothrow) unsigned char[capacity];
+    if (withRunTable) {
+        buffer->runTable = static_cast<diskCacheRunTable *>(calloc(1, RunTableBytes(runCapacity)));
+        if (buffer->runTable) buffer->runTable->runCapacity = runCapacity;
+    }
+    if (!buffer->data || (withRunTable && !buffer->runTable)) {
+        FreeBuffer(buffer);
+        return nullptr;
+    }
+    return buffer;
+}
+
+}  // namespace
+
+bool AllocateBuffers(const wchar_t *sourceFile, const wchar_t *failureMessage, unsigned long bufferCount,
+                     unsigned long bufferSizeKB, bool withRunTables, uint32_t runCapacity,
+                     diskCacheBuffer *&allBuffers, diskCacheQueue &freeQueue) {
+    // The product computes the size in 32 bits; a size that wraps stays wrapped.
+    const uint32_t capacity = static_cast<uint32_t>(bufferSizeKB) * 1024u;
+    bool allAllocated = true;
+    for (unsigned long index = 0; index < bufferCount; ++index) {
+        diskCacheBuffer *buffer = NewBuffer(static_cast<uint32_t>(index), capacity, withRunTables, runCapacity);
+        if (!buffer) {
+            SK_Zprintf_2(sourceFile, 0, failureMessage);
+            allAllocated = false;
+            continue;
+        }
+        buffer->nextAllocated = allBuffers;
+        allBuffers = buffer;
+        freeQueue.Append(buffer);
+    }
+    return allAllocated;
+}
+
+void FreeBuffers(diskCacheBuffer *&allBuffers) {
+    while (allBuffers) {
+        diskCacheBuffer *buffer = allBuffers;
+        allBuffers = buffer->nextAllocated;
+        FreeBuffer(buffer);
+    }
+}
+
+void Recycle(diskCacheBuffer *buffer, diskCacheQueue &freeQueue) {
+    buffer->filled = 0;
+    buffer->consumed = 0;
+    if (buffer->runTable) {
+        diskCacheRunTable *table = buffer->runTable;
+        memset(table->runs, 0, (static_cast<size_t>(table->runCapacity) + 1) * sizeof(diskCacheRun));
+        table->runsUsed = 0;
+    }
+    freeQueue.Append(buffer);
+}
+
+void HandOn(diskCacheBuffer *&slot, diskCacheQueue &queue) {
+    diskCacheBuffer *buffer = slot;
+    slot = nullptr;
+    if (buffer) queue.Append(buffer);
+}
+
+diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &freeQueue, diskCacheBuffer *&slot,
+                                 const volatile unsigned char &cancelRequested, const wchar_t *cancelMessage) {
+    if (slot) return slot;
+    for (;;) {
+        if (diskCacheBuffer *buffer = freeQueue.WaitAndRemove(kQueueRoundMs)) {
+            slot = buffer;
+            return buffer;
+        }
+        if (cancelRequested) {
+            SK_Zprintf_2(sourceFile, 0, cancelMessage);
+            return nullptr;
+        }
+    }
+}
+
+diskCacheBuffer *RemoveSignalled(diskCacheQueue &queue) {
+    skclass::CsLock hold(queue.lock);
+    diskCacheBuffer *buffer = queue.head;
+    if (!buffer) return nullptr;
+    queue.head = buffer->next;
+    if (!queue.head) queue.tail = nullptr;
+    buffer->next = nullptr;
+    --queue.count;
+    return buffer;
+}
+
+bufferDepthHistogram *AllocateHistogram(uint32_t bucketCount) {
+    auto *histogram = static_cast<bufferDepthHistogram *>(calloc(1, HistogramBytes(bucketCount)));
+    if (histogram) histogram->bucketCount = bucketCount;
+    return histogram;
+}
+
+void ResetHistogram(bufferDepthHistogram *histogram) {
+    if (!histogram) return;
+    histogram->totalSamples = 0;
+    memset(histogram->counts, 0, (static_cast<size_t>(histogram->bucketCount) + 1) * sizeof(uint32_t));
+}
+
+void FreeHistogram(bufferDepthHistogram *&histogram) {
+    free(histogram);
+    histogram = nullptr;
+}
+
+void SampleDepth(bufferDepthHistogram *histogram, uint32_t depth) {
+    if (!histogram) return;
+    ++histogram->counts[depth < histogram->bucketCount ? depth : histogram->bucketCount];
+    ++histogram->totalSamples;
+}
+
+void LogHistogram(const wchar_t *sourceFile, const bufferDepthHistogram *histogram, const wchar_t *headerFormat,
+                  const wchar_t *lineFormat) {
+    if (!histogram) return;
+    SK_Zprintf_2(sourceFile, 0, headerFormat, static_cast<long long>(histogram->totalSamples));
+    for (uint32_t depth = 0; depth <= histogram->bucketCount; ++depth)
+        SK_Zprintf_2(sourceFile, 0, lineFormat, static_cast<int>(depth), static_cast<int>(histogram->counts[depth]));
+}
+
+long CaptureCallerToken(const wchar_t *sourceFile, const TokenMessages &messages, HANDLE &token) {
+    skclass::UniqueHandle opened;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_DUPLICATE | TOKEN_QUERY, FALSE, opened.put())) {
+        const DWORD error = GetLastError();
+        if (error == ERROR_NO_TOKEN)
+            SK_Zprintf_2(sourceFile, 0, messages.notImpersonating);
+        else
+            SK_Zprintf_2(sourceFile, 0, messages.openFailed, static_cast<unsigned>(error));
+        return 0;
+    }
+    SK_Zprintf_2(sourceFile, 0, messages.impersonating, Impersonator::WhoAmI().c_str());
+    skclass::UniqueHandle duplicate;
+    if (!DuplicateToken(opened.get(), SecurityImpersonation, duplicate.put())) {
+        SK_Zprintf_2(sourceFile, 0, messages.duplicateFailed, static_cast<unsigned>(GetLastError()));
+        return kTokenError;
+    }
+    token = duplicate.release();
+    return 0;
+}
+
+bool ImpersonateCaller(const wchar_t *sourceFile, HANDLE token, const wchar_t *failureMessage) {
+    if (!token || ImpersonateLoggedOnUser(token)) return true;
+    SK_Zprintf_2(sourceFile, 0, failureMessage, static_cast<unsigned>(GetLastError()));
+    return false;
+}
+
+long StartCacheThread(const wchar_t *sourceFile, ThreadEntry entry, void *argument, HANDLE &threadHandle,
+                      uint32_t &threadId, const wchar_t *failureMessage, unsigned long raisePriority,
+                      const wchar_t *priorityMessage) {
+    unsigned id = 0;
+    const uintptr_t started = _beginthreadex(nullptr, 0, entry, argument, 0, &id);
+    if (started == 0) {
+        SK_Zprintf_2(sourceFile, 0, failureMessage);
+        return kResourceError;
+    }
+    threadHandle = reinterpret_cast<HANDLE>(started);
+    threadId = id;
+    if (raisePriority) {
+        const int previous = GetThreadPriority(threadHandle);
+        if (SetThreadPriority(threadHandle, THREAD_PRIORITY_ABOVE_NORMAL))
+            SK_Zprintf_2(sourceFile, 0, priorityMessage, previous, static_cast<int>(THREAD_PRIORITY_ABOVE_NORMAL));
+    }
+    return 0;
+}
+
+void PublishError(wcstring &errorText, const wcstring &text, volatile uint32_t &errorCode, uint32_t code) {
+    errorText = text;
+    std::atomic_thread_fence(std::memory_order_release);
+    errorCode = code;
+}
+
+uint32_t ReadError(const volatile uint32_t &errorCode) {
+    const uint32_t code = errorCode;
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return code;
+}
+
+}  // namespace vddkcache
