@@ -30,7 +30,7 @@ vixDiskLibGlue::vixDiskLibGlue() {
 }
 
 vixDiskLibGlue::~vixDiskLibGlue() {
-    if (moduleHandle && OK()) VixDiskLib_Exit();
+    if (moduleHandle && OK() && exitLibraryOnDestroy) VixDiskLib_Exit();
     moduleHandle.reset();
     Reset();
 }

@@ -38,7 +38,7 @@ struct Trace<vixApi::VixMntapi_CloseDiskSet> : vixbinding::NoTrace {
 vixMntapiGlue::vixMntapiGlue() { Initialize(); }
 
 vixMntapiGlue::~vixMntapiGlue() {
-    if (moduleHandle && OK()) VixMntapi_Exit();
+    if (moduleHandle && OK() && exitLibraryOnDestroy) VixMntapi_Exit();
     moduleHandle.reset();
 }
 

@@ -237,6 +237,29 @@ private:
     // Undoes one device mapping (relinked descriptors, DOS device); the
     // mapping code that adds entries provides it.
     void UndoDriveMapping(const diskBrokerDeviceMapping &mapping);
+    // Disk handles: the per-handle call path (the handle's own worker, the
+    // main worker's binding on the caller's thread, or the glue).
+    template <typename OnWorker, typename OnGlue>
+    VixError RouteHandleCall(_vixReadWriteHandle *handle, OnWorker onWorker, OnGlue onGlue);
+    VixError OpenThroughModel(VixDiskLibConnection connection, const char *path, uint32 flags, bool impersonate,
+                              VixDiskLibHandle *vixHandle);
+    VixError CreateThroughModel(VixDiskLibConnection connection, const char *path,
+                                const VixDiskLibCreateParams *createParams, VixDiskLibProgressFunc progressFunc,
+                                void *progressCallbackData);
+    bool StartHandleWorker(_vixReadWriteHandle &record, bool impersonate);
+    void LogTransportMode(const char *path, VixDiskLibHandle vixHandle, wcstring &transportMode);
+    // Closes the VDDK handle through the main worker (statistics logged) and
+    // stops the handle's worker; the record itself is the caller's to free.
+    VixError CloseVixHandle(_vixReadWriteHandle &record);
+    // Where a handle meets the remote-parent mapping: whether an open or
+    // create failure is due to a parent on a share that could be mapped
+    // (then mappedPath is the path to retry, localDevice the mapping used),
+    // and the reference a handle, or a create, holds on that mapping.
+    bool MapRemoteParent(VixError error, const char *path, cstring &mappedPath, wcstring &localDevice);
+    void AddHandleMappingUse(const wcstring &localDevice, VixDiskLibHandle vixHandle);
+    void ReleaseHandleMapping(VixDiskLibHandle vixHandle);
+    void ReleaseDeviceReference(const wcstring &localDevice);
+    void DecrementDeviceReference(const wcstring &localDevice);  // deviceMappingLock held
     void KeepLastError(VixError error);
     void ClearLastError();
 

@@ -76,6 +76,9 @@ public:
     // The VDDK folder, with a trailing backslash: InitEx's libDir.
     wcstring installDir;
     skclass::UniqueModule moduleHandle;
+    // False for a binding that shares VDDK with another owner (a disk handle's
+    // own worker): its destruction then only unloads, it does not exit VDDK.
+    bool exitLibraryOnDestroy = true;
     FunctionTable functions;
 
 private:

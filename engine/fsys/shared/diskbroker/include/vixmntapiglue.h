@@ -43,6 +43,9 @@ public:
 
     wcstring installDir;
     skclass::UniqueModule moduleHandle;
+    // False for a binding that shares VDDK with another owner (a disk handle's
+    // own worker): its destruction then only unloads, it does not exit VDDK.
+    bool exitLibraryOnDestroy = true;
     int32_t initializeResult = 0;
     FunctionTable functions;
 };

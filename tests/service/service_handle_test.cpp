@@ -1,0 +1,252 @@
+// Disk handles against the stand-in: open tags and statistics, the transport
+// mode line, per-handle workers, share paths and impersonation, failures, and
+// the models that keep or free the record.
+#include <thread>
+#include <vector>
+
+#include <vddksim.h>
+
+#include "service_fixture.h"
+
+namespace servicetest {
+namespace {
+
+const char kDisk[] = "memdisk://handles?size=1048576&seed=7";
+const wchar_t kDiskWide[] = L"memdisk://handles?size=1048576&seed=7";
+
+// The memory disk's pattern for sectors [first, first + count).
+std::vector<uint8_t> Pattern(uint64_t first, uint64_t count) {
+    std::vector<uint8_t> bytes(count * 512);
+    for (size_t word = 0; word < bytes.size() / 8; ++word) {
+        const uint64_t value = VddkSimPatternWord(7, first * 64 + word);
+        memcpy(&bytes[word * 8], &value, 8);
+    }
+    return bytes;
+}
+
+struct Model {
+    const wchar_t *threadingText;  // "vixDiskLib Threading Model"
+    DWORD workerForReadWrite;      // "Use Worker thread for vixDiskLib read-write"
+};
+
+class HandleTest : public ServiceTest, public ::testing::WithParamInterface<Model> {
+protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        SetThreadingModelText(GetParam().threadingText);
+        SetAgentDword(L"Use Worker thread for vixDiskLib read-write", GetParam().workerForReadWrite);
+        service = Start();
+        ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+        log.Clear();
+    }
+    void TearDown() override {
+        if (connection) service->VixDiskLib_Disconnect(connection, &local);
+        service.reset();
+        ServiceTest::TearDown();
+    }
+    _vixReadWriteHandle *Open(const char *path, const wchar_t *tag, VixError expected = VIX_OK) {
+        _vixReadWriteHandle *handle = reinterpret_cast<_vixReadWriteHandle *>(uintptr_t(0xBAD));
+        wcstring mode;
+        EXPECT_EQ(service->VixDiskLib_Open(connection, path, 0, tag, &handle, mode), expected);
+        if (expected == VIX_OK) {
+            EXPECT_EQ(mode, L"file");
+        } else {
+            EXPECT_EQ(handle, nullptr);
+        }
+        return handle;
+    }
+    // Closes, and frees the record where the model leaves it to the caller.
+    VixError Close(_vixReadWriteHandle *handle) {
+        const VixError result = service->VixDiskLib_Close(handle);
+        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+        return result;
+    }
+    std::unique_ptr<diskBroker> service;
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+};
+
+TEST_P(HandleTest, ReadsThroughTheHandleAndLogsModeAndStatistics) {
+    _vixReadWriteHandle *handle = Open(kDisk, L"read");
+    ASSERT_NE(handle, nullptr);
+    EXPECT_TRUE(log.Contains(std::wstring(L"The disk '") + kDiskWide + L"' is using the transport mode 'file'."));
+    EXPECT_EQ(handle->stats.kind, _vixReadWriteStats::kRead) << "the tag is compared without regard to case";
+    EXPECT_EQ(handle->stats.name, kDiskWide);
+    EXPECT_EQ(handle->worker != nullptr, service->UsesWorkerForReadWrite());
+
+    std::vector<uint8_t> buffer(16 * 512);
+    ASSERT_EQ(service->VixDiskLib_Read(handle, 8, 16, buffer.data()), VixError(VIX_OK));
+    EXPECT_EQ(buffer, Pattern(8, 16));
+    ASSERT_EQ(service->VixDiskLib_Read(handle, 24, 16, buffer.data()), VixError(VIX_OK));
+    EXPECT_EQ(buffer, Pattern(24, 16));
+
+    VixDiskLibInfo *info = nullptr;
+    ASSERT_EQ(service->VixDiskLib_GetInfo(handle, &info), VixError(VIX_OK));
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(info->capacity, 2048u);
+    service->VixDiskLib_FreeInfo(info);
+
+    EXPECT_EQ(Close(handle), VixError(VIX_OK));
+    EXPECT_TRUE(log.Contains(std::wstring(L"VixDiskLib_Read(") + kDiskWide +
+                             L") No of reads: 2 Data chunks: [2 * 16] Data extent: "
+                             L"[00000008-00000032(00004096-00016384)] "));
+    EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
+}
+
+TEST_P(HandleTest, WritesAndMetadataGoThroughTheHandle) {
+    const char path[] = "memdisk://writes?size=65536&seed=3&verify=1";
+    _vixReadWriteHandle *handle = Open(path, L"WRITE");
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(handle->stats.kind, _vixReadWriteStats::kWrite);
+    std::vector<uint8_t> sectors(8 * 512);
+    for (size_t word = 0; word < sectors.size() / 8; ++word) {
+        const uint64_t value = VddkSimPatternWord(3, 4 * 64 + word);
+        memcpy(&sectors[word * 8], &value, 8);
+    }
+    EXPECT_EQ(service->VixDiskLib_Write(handle, 4, 8, sectors.data()), VixError(VIX_OK));
+    EXPECT_EQ(sim.VddkSim_MemDiskWrittenSectors("writes"), 8u);
+    EXPECT_EQ(sim.VddkSim_MemDiskMismatches("writes"), 0u);
+
+    EXPECT_EQ(service->VixDiskLib_WriteMetadata(handle, "owner", "backup"), VixError(VIX_OK));
+    size_t required = 0;
+    service->VixDiskLib_GetMetadataKeys(handle, nullptr, 0, &required);
+    EXPECT_GT(required, 0u);
+    char value[64] = {};
+    EXPECT_EQ(service->VixDiskLib_ReadMetadata(handle, "owner", value, sizeof value, &required), VixError(VIX_OK));
+    EXPECT_STREQ(value, "backup");
+    EXPECT_EQ(Close(handle), VixError(VIX_OK));
+    EXPECT_TRUE(log.Contains(L"VixDiskLib_Write(memdisk://writes?size=65536&seed=3&verify=1) No of writes: 1 "
+                             L"Data chunks: [1 * 8] Data extent:[00000004-00000008(00002048-00004096)] "));
+}
+
+TEST_P(HandleTest, AnUnknownTagKeepsStatisticsQuietAtClose) {
+    _vixReadWriteHandle *handle = Open(kDisk, L"Reader");
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(handle->stats.kind, _vixReadWriteStats::kNone) << "only exactly Read or Write count";
+    EXPECT_EQ(Close(handle), VixError(VIX_OK));
+    for (const std::wstring &line : log.Lines()) EXPECT_EQ(line.find(L"No of reads"), std::wstring::npos) << line;
+}
+
+TEST_P(HandleTest, AFailedOpenFreesTheRecordAndReturnsTheError) {
+    sim.VddkSim_ScriptResult("VixDiskLib_Open", 1, VIX_E_FILE_NOT_FOUND, nullptr, VDDKSIM_ANY_SECTOR,
+                             VDDKSIM_ANY_SECTOR);
+    Open(kDisk, L"Read", VIX_E_FILE_NOT_FOUND);
+    EXPECT_EQ(Calls("VixDiskLib_Open"), 1u) << "no mapping retry for a local path and another code";
+}
+
+TEST_P(HandleTest, ErrorTwentyOneAsksTheRemoteParentMappingOnce) {
+    sim.VddkSim_ScriptResult("VixDiskLib_Open", 1, VIX_E_FILE_TOO_BIG, nullptr, VDDKSIM_ANY_SECTOR,
+                             VDDKSIM_ANY_SECTOR);
+    Open(kDisk, L"Read", VIX_E_FILE_TOO_BIG);
+    EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(VIX_E_FILE_TOO_BIG) + L"' Error: '21'"));
+}
+
+TEST_P(HandleTest, HandlesOpenAgainAfterAnotherHandleWasClosed) {
+    // A handle's own worker must not take VDDK down with it at close.
+    _vixReadWriteHandle *first = Open(kDisk, L"Read");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(Close(first), VixError(VIX_OK));
+    _vixReadWriteHandle *second = nullptr;
+    wcstring mode;
+    ASSERT_EQ(service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &second, mode), VixError(VIX_OK));
+    std::vector<uint8_t> buffer(512);
+    EXPECT_EQ(service->VixDiskLib_Read(second, 0, 1, buffer.data()), VixError(VIX_OK));
+    EXPECT_EQ(Close(second), VixError(VIX_OK));
+}
+
+TEST_P(HandleTest, CloseOfANullHandleDoesNothing) {
+    EXPECT_EQ(service->VixDiskLib_Close(nullptr), VixError(VIX_OK));
+    EXPECT_EQ(Calls("VixDiskLib_Close"), 0u);
+}
+
+TEST_P(HandleTest, ForwardedCallsReachVddk) {
+    const char *modes = service->VixDiskLib_ListTransportModes();
+    ASSERT_NE(modes, nullptr);
+    EXPECT_STREQ(modes, "file:san:hotadd:nbdssl:nbd");
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, HandleTest,
+                         ::testing::Values(Model{L"", 0}, Model{L"", 1}, Model{L"no threading", 0}),
+                         [](const ::testing::TestParamInfo<Model> &info) {
+                             return std::string(info.param.threadingText[0] ? "NoThreading" : "Worker") +
+                                    (info.param.workerForReadWrite ? "WithHandleWorkers" : "");
+                         });
+
+// Share paths in the worker model: the open runs under the caller's identity.
+class SharePathTest : public ServiceTest {
+protected:
+    // Whether another thread that impersonates a duplicate of this thread's
+    // token shows it as its own thread token (what the stand-in records).
+    static bool ImpersonationIsVisibleAcrossThreads() {
+        skclass::UniqueHandle token, duplicate;
+        if (!OpenThreadToken(GetCurrentThread(), TOKEN_DUPLICATE, TRUE, token.put())) return false;
+        if (!DuplicateTokenEx(token.get(), TOKEN_DUPLICATE | TOKEN_IMPERSONATE | TOKEN_QUERY, nullptr,
+                              SecurityImpersonation, TokenImpersonation, duplicate.put()))
+            return false;
+        bool visible = false;
+        std::thread other([&] {
+            if (!ImpersonateLoggedOnUser(duplicate.get())) return;
+            skclass::UniqueHandle seen;
+            visible = OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, seen.put()) != FALSE;
+            RevertToSelf();
+        });
+        other.join();
+        return visible;
+    }
+    VixDiskLibConnection Connect(diskBroker &service) {
+        VixDiskLibConnectParams local{};
+        VixDiskLibConnection connection = nullptr;
+        EXPECT_EQ(service.VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+        return connection;
+    }
+};
+
+TEST_F(SharePathTest, ASharePathIsOpenedUnderTheCallersToken) {
+    auto service = Start();
+    VixDiskLibConnection connection = Connect(*service);
+    ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
+    if (!ImpersonationIsVisibleAcrossThreads()) {
+        RevertToSelf();
+        GTEST_SKIP() << "this Windows (Wine) does not show an impersonated token to OpenThreadToken";
+    }
+    _vixReadWriteHandle *handle = nullptr;
+    wcstring mode;
+    const VixError result =
+        service->VixDiskLib_Open(connection, "\\\\filer\\backups\\disk.vmdk", 0, L"Read", &handle, mode);
+    RevertToSelf();
+    EXPECT_NE(result, VixError(VIX_OK)) << "no such share";
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_FALSE(LastArg("user.VixDiskLib_Open").empty()) << "the worker impersonated the job thread for the open";
+    EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(result) + L"' Error: '" +
+                             std::to_wstring(static_cast<long long>(result)) + L"'"))
+        << "a share path always asks the remote-parent mapping";
+}
+
+TEST_F(SharePathTest, ALocalPathIsOpenedWithoutImpersonation) {
+    auto service = Start();
+    VixDiskLibConnection connection = Connect(*service);
+    _vixReadWriteHandle *handle = nullptr;
+    wcstring mode;
+    ASSERT_EQ(service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &handle, mode), VixError(VIX_OK));
+    EXPECT_EQ(LastArg("user.VixDiskLib_Open"), "");
+    EXPECT_EQ(log.Count(L"vixWorkerThread::::SKWT_VixDiskLib_Open: Failed to duplicate main job thread token "), 0u);
+    EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
+}
+
+TEST_F(SharePathTest, AnUnknownModelHandsOutAnEmptyRecordAndOpensNothing) {
+    auto service = StartWithModel(2);
+    _vixReadWriteHandle *handle = nullptr;
+    wcstring mode = L"stale";
+    EXPECT_EQ(service->VixDiskLib_Open(nullptr, kDisk, 0, L"Read", &handle, mode), VixError(VIX_OK));
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(handle->vixHandle, nullptr);
+    EXPECT_TRUE(mode.empty());
+    std::vector<uint8_t> buffer(512);
+    EXPECT_EQ(service->VixDiskLib_Read(handle, 0, 1, buffer.data()), VixError(VIX_OK));
+    EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
+    EXPECT_EQ(Calls("VixDiskLib_Open") + Calls("VixDiskLib_Read") + Calls("VixDiskLib_Close"), 0u);
+    delete handle;
+}
+
+}  // namespace
+}  // namespace servicetest
