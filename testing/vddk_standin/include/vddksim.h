@@ -46,7 +46,8 @@ enum VddkSimLogKind { VDDKSIM_LOG = 0, VDDKSIM_WARNING = 1, VDDKSIM_PANIC = 2 };
 //   needed including the NUL, 0 if the key was never recorded. Keys: "libDir", "configFile",
 //   "configContent" (the config file's text as read at InitEx), "identity", "serverName",
 //   "vmxSpec", "transportModes", "snapshotRef", "openFlags" (decimal), "openPath",
-//   "user.<function>" for VixDiskLib_Open/Create/Read/Write: "DOMAIN\user" of the calling
+//   "user.<function>" for VixDiskLib_Open/Create/Read/Write: "DOMAIN\user" (or, where no name is
+//   mapped, the SID as text) of the calling
 //   thread's impersonation token, empty when the thread was not impersonating.
 // OverlapCount: Open/Close calls that started while another Open/Close was running.
 // TriggerLog: writes `text` as one line through the log, warning or panic callback of InitEx.

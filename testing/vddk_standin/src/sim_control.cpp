@@ -9,6 +9,7 @@
 #include <memory>
 
 #include <skclass_mini/handles.h>
+#include <sddl.h>
 
 #include "vddksim.h"
 
@@ -170,8 +171,17 @@ void RecordImpersonation(const char *function) {
             DWORD nameLen = sizeof name, domainLen = sizeof domain;
             SID_NAME_USE use;
             auto *tu = reinterpret_cast<TOKEN_USER *>(buffer);
-            if (LookupAccountSidA(nullptr, tu->User.Sid, name, &nameLen, domain, &domainLen, &use))
+            if (LookupAccountSidA(nullptr, tu->User.Sid, name, &nameLen, domain, &domainLen, &use)) {
                 user = std::string(domain) + "\\" + name;
+            } else {
+                // Wine maps no name to the user of an ImpersonateSelf token
+                // (ERROR_NONE_MAPPED): the SID still tells who it is.
+                char *sidText = nullptr;
+                if (ConvertSidToStringSidA(tu->User.Sid, &sidText)) {
+                    user = sidText;
+                    LocalFree(sidText);
+                }
+            }
         }
     }
     RecordArg(std::string("user.") + function, user);
