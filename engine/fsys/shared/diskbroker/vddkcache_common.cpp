@@ -121,6 +121,17 @@ diskCacheBuffer *RemoveSignalled(diskCacheQueue &queue) {
     return buffer;
 }
 
+void EmptyQueue(diskCacheQueue &queue) {
+    {
+        skclass::CsLock hold(queue.lock);
+        queue.head = nullptr;
+        queue.tail = nullptr;
+        queue.count = 0;
+    }
+    while (WaitForSingleObject(queue.semaphore.get(), 0) == WAIT_OBJECT_0) {
+    }
+}
+
 bufferDepthHistogram *AllocateHistogram(uint32_t bucketCount) {
     auto *histogram = static_cast<bufferDepthHistogram *>(calloc(1, HistogramBytes(bucketCount)));
     if (histogram) histogram->bucketCount = bucketCount;

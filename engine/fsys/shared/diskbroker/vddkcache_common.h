@@ -54,6 +54,10 @@ diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &free
 // its semaphore (e.g. a wait on the semaphore and another handle together).
 diskCacheBuffer *RemoveSignalled(diskCacheQueue &queue);
 
+// Forgets every queued buffer and takes the semaphore back to 0, so a queue
+// whose buffers were freed holds no dangling pointers.
+void EmptyQueue(diskCacheQueue &queue);
+
 // --- Depth histogram ----------------------------------------------------------
 
 // One zeroed block with bucketCount + 1 counters; null when out of memory.
