@@ -1,1 +1,262 @@
-// (being written)
+// Write-behind cache: the job thread drops sector runs into buffers with
+// PutDiskCacheBuffer and returns at once; the write thread
+// (vddkwritecache_writer.cpp) writes the filled buffers. Each buffer lists the
+// runs its bytes belong to, so runs that are not adjacent on disk can share a
+// buffer and adjacent ones merge into one VMware write.
+#include <string.h>
+
+#include <diskbroker.h>
+#include <skclass_mini/dawdle.h>
+#include <skclass_mini/handles.h>
+#include <skstdutl/sklog.h>
+
+#include "diskbroker_private.h"
+#include "vddkcache_common.h"
+#include "vddkwritecache_internal.h"
+
+using diskbroker_detail::Guarded;
+using namespace writecache_detail;
+
+const wchar_t *const writecache_detail::kSourceFile = SK_SOURCE_FILE;
+
+namespace {
+
+constexpr long kEndOfData = 0x2000FE0C;
+constexpr uint64_t kSectorBytes = 512;
+// Closing rechecks the writer at least this often even when it signals nothing.
+constexpr DWORD kCloseStepMs = 5000;
+// An idle write thread leaves as soon as it is woken; the wait only keeps the
+// thread from touching a context its owner frees right after stopping.
+constexpr DWORD kThreadExitWaitMs = 5000;
+
+const wchar_t kStartName[] = L"diskBroker::startWriteCacheThread";
+
+// The pass state cleared at start and after every close; thread, event,
+// queues and buffers survive.
+void ResetPass(diskWriteContextStruct &context) {
+    context.writeActive = 0;
+    context.cancelRequested = 0;
+    context.endOfData = 0;
+    context.writerBusy = 0;
+    context.stopRequested = 0;
+    context.fillBuffer = nullptr;
+    context.drainBuffer = nullptr;
+    context.diskHandle = nullptr;
+    context.diskSize = 0;
+    context.bytesWritten = 0;
+    context.errorCode = 0;
+    context.sectorSize = kSectorBytes;
+    context.errorText.clear();
+    vddkcache::ResetHistogram(context.depthHistogram);
+}
+
+long StartWriteCache(diskWriteContextStruct &context, unsigned long bufferCount, unsigned long bufferSizeKB,
+                     unsigned long raisePriority, unsigned long minRunSizeKB) {
+    // The run tables are sized by this division; refuse before allocating.
+    if (minRunSizeKB == 0) {
+        SK_Zprintf_2(kSourceFile, 0,
+                     L"%s: The minimum run size is 0 KB, so no run table can be sized. Cannot start the Write cache",
+                     kStartName);
+        return vddkcache::kResourceError;
+    }
+    long result = 0;
+    context.startEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    if (!context.startEvent) {
+        SK_Zprintf_2(kSourceFile, 0, L"%s Could not create the events. Cannot start the Write cache", kStartName);
+        result = vddkcache::kResourceError;
+    }
+    context.depthHistogram = nullptr;
+    ResetPass(context);
+    const uint32_t runCapacity = bufferSizeKB / minRunSizeKB;
+    SK_Zprintf_2(kSourceFile, 0, L"%s: Allocating %d buffers of size %d", kStartName, bufferCount, bufferSizeKB);
+    if (!vddkcache::AllocateBuffers(kSourceFile, L"Could not allocate the memory. Cannot start the Write cache",
+                                    bufferCount, bufferSizeKB, true, runCapacity, context.allBuffers,
+                                    context.freeQueue))
+        result = vddkcache::kResourceError;
+    context.depthHistogram = vddkcache::AllocateHistogram(bufferCount);
+    if (result != 0) return result;
+
+    static const vddkcache::TokenMessages kTokenMessages = {
+        L"diskBroker::startWriteCacheThread : Thread is impersonating %s. Setting impersonation token for "
+        L"diskWriteThread.",
+        L"diskBroker::startWriteCacheThread : DuplicateToken failed! Windows error = %u",
+        L"diskBroker::startWriteCacheThread : Thread is not impersonating !",
+        L"diskBroker::startWriteCacheThread : OpenThreadToken failed! windows error = %u",
+    };
+    skclass::UniqueHandle token;
+    result = vddkcache::CaptureCallerToken(kSourceFile, kTokenMessages, *token.put());
+    if (result != 0) return result;
+    // The thread takes the token over as it starts; it stays ours if the
+    // thread cannot be started.
+    context.impersonationToken = token.get();
+    result = vddkcache::StartCacheThread(kSourceFile, diskWriteThread, &context, context.threadHandle,
+                                         context.threadId,
+                                         L"Could not create the thread. Cannot start the Write cache", raisePriority,
+                                         L"Thread's current priority is %d. Bumping it upto %d");
+    if (context.threadHandle)
+        token.release();
+    else
+        context.impersonationToken = nullptr;
+    return result;
+}
+
+// Copies what fits of the run into buffer: merged into the last run when
+// adjacent, else as a new run while the table has room. Hands the buffer on
+// when it is full or when its table refused the run. Returns the sectors
+// still to place; data, startSector and sectorCount then describe them.
+uint64_t PlaceRun(diskWriteContextStruct &context, diskCacheBuffer &buffer, const unsigned char *&data,
+                  uint64_t &startSector, uint64_t &sectorCount) {
+    const uint64_t freeSectors = (buffer.capacity - buffer.filled) / kSectorBytes;
+    const uint64_t taken = freeSectors <= sectorCount ? freeSectors : sectorCount;
+    const uint64_t remainder = sectorCount - taken;
+    diskCacheRunTable &table = *buffer.runTable;
+    diskCacheRun *last = table.runsUsed > 0 ? &table.runs[table.runsUsed - 1] : nullptr;
+    const bool continues = last && last->startSector + last->sectorCount == startSector;
+    bool refused = false;
+    if (continues || table.runsUsed <= table.runCapacity) {
+        if (taken) memcpy(buffer.data + buffer.filled, data, size_t(taken * kSectorBytes));
+        buffer.filled += taken * kSectorBytes;
+        if (continues)
+            last->sectorCount += taken;
+        else
+            table.runs[table.runsUsed++] = diskCacheRun{startSector, taken};
+        data += taken * kSectorBytes;
+        startSector += taken;
+        sectorCount = remainder;
+    } else {
+        // Kept as the product has it: a refused run that would have fitted
+        // leaves no remainder and is not queued; one that would not have
+        // fitted goes whole into the next buffer.
+        refused = true;
+    }
+    if (buffer.filled == buffer.capacity || refused) vddkcache::HandOn(context.fillBuffer, context.filledQueue);
+    return remainder;
+}
+
+long PutRun(diskWriteContextStruct &context, const unsigned char *data, uint64_t startSector, uint64_t sectorCount) {
+    if (const uint32_t error = vddkcache::ReadError(context.errorCode)) return static_cast<long>(error);
+    uint64_t remainder = 0;
+    do {
+        diskCacheBuffer *buffer =
+            vddkcache::TakeEmptyBuffer(kSourceFile, context.freeQueue, context.fillBuffer, context.cancelRequested,
+                                       L"Write thread: Cancel request received. bailing out...");
+        if (!buffer) {
+            // Only a failed pass cancels, and no buffer will come for the
+            // rest of this run: report the failure rather than wait for ever.
+            if (context.endOfData) {
+                SK_Zprintf_2(kSourceFile, 0, L"Main Thread: End of Data, emptying the filled up buffers... ");
+                return kEndOfData;
+            }
+            return static_cast<long>(vddkcache::ReadError(context.errorCode));
+        }
+        remainder = PlaceRun(context, *buffer, data, startSector, sectorCount);
+    } while (remainder != 0);
+    return 0;
+}
+
+// True once the writer has left the pass with nothing pending (or has left a
+// failed pass, whose leftovers close discards), or when its thread is gone.
+bool WriterDone(diskWriteContextStruct &context) {
+    if (!context.writerBusy &&
+        ((!context.drainBuffer && context.filledQueue.Count() == 0) || context.cancelRequested))
+        return true;
+    DWORD exitCode = 0;
+    if (!GetExitCodeThread(context.threadHandle, &exitCode)) return true;
+    if (exitCode == STILL_ACTIVE) return false;
+    SK_Zprintf_2(kSourceFile, 0, L"Write thread is not alive.");
+    return true;
+}
+
+// Queues the pending buffer as the last one (or marks the end of data) and
+// waits until the writer has written everything queued.
+void FinishPass(diskWriteContextStruct &context) {
+    if (context.fillBuffer && context.cancelRequested) {
+        // The writer has given up on this pass; queued, the buffer would be
+        // written into the next disk.
+        RecycleWriteBuffer(context, *context.fillBuffer);
+        context.fillBuffer = nullptr;
+    } else if (context.fillBuffer) {
+        context.fillBuffer->isLast = 1;
+        vddkcache::HandOn(context.fillBuffer, context.filledQueue);
+    } else {
+        context.endOfData = 1;
+        // Ends the writer's wait for a buffer now instead of after its round:
+        // WaitAndRemove answers a count without a buffer with null, which the
+        // writer, seeing endOfData, takes as the end of the pass. A writer in
+        // a pass that has not failed always makes that last wait, so the
+        // count does not outlive the pass.
+        if (!context.cancelRequested) ReleaseSemaphore(context.filledQueue.semaphore.get(), 1, nullptr);
+    }
+    while (!WriterDone(context)) {
+        // Signalled after every buffer and when the writer leaves the pass.
+        if (WaitForSingleObject(context.writerProgressEvent.get(), kCloseStepMs) == WAIT_FAILED)
+            skclass::Dawdle(kCloseStepMs);
+    }
+    if (context.cancelRequested) DiscardFilledBuffers(context, 0);
+    if (context.errorCode == 0 && context.bytesWritten != context.diskSize)
+        SK_Zprintf_2(kSourceFile, 0, L"Disk size: '%I64d' Data Written: '%I64d' ", context.diskSize,
+                     context.bytesWritten);
+}
+
+long CloseWriteCache(diskWriteContextStruct &context) {
+    if (context.writeActive) FinishPass(context);
+    vddkcache::LogHistogram(kSourceFile, context.depthHistogram,
+                            L"TRPX Buffered Writes Performance Tuning Analysis. Total no of Writes: '%I64d'",
+                            L"\t Write Buffer Depth: '%d'    Occurences: '%d'");
+    ResetPass(context);
+    return 0;
+}
+
+long StopWriteCache(diskWriteContextStruct &context) {
+    context.stopRequested = 1;
+    if (context.startEvent) SetEvent(context.startEvent);
+    skclass::UniqueHandle thread(context.threadHandle);
+    skclass::UniqueHandle startEvent(context.startEvent);
+    if (thread) WaitForSingleObject(thread.get(), kThreadExitWaitMs);
+    // The queues are the caller's and outlive the buffers.
+    vddkcache::EmptyQueue(context.freeQueue);
+    vddkcache::EmptyQueue(context.filledQueue);
+    context.fillBuffer = nullptr;
+    context.drainBuffer = nullptr;
+    vddkcache::FreeBuffers(context.allBuffers);
+    vddkcache::FreeHistogram(context.depthHistogram);
+    context.threadHandle = nullptr;
+    context.startEvent = nullptr;
+    return 0;
+}
+
+}  // namespace
+
+long diskBroker::startWriteCacheThread(diskWriteContextStruct *context, unsigned long bufferCount,
+                                       unsigned long bufferSizeKB, unsigned long raisePriority,
+                                       unsigned long minRunSizeKB) {
+    return Guarded(L"startWriteCacheThread", vddkcache::kResourceError, [&] {
+        return StartWriteCache(*context, bufferCount, bufferSizeKB, raisePriority, minRunSizeKB);
+    });
+}
+
+long diskBroker::startDiskWriteBuffer(diskWriteContextStruct *context) {
+    return Guarded(L"startDiskWriteBuffer", vddkcache::kResourceError, [&] {
+        SK_Zprintf_2(kSourceFile, 0, L"Main Thread: setting the event startDiskWrite");
+        context->writeActive = 1;
+        // Busy from here, not from when the thread wakes, so that a close
+        // that comes first waits for this pass instead of racing it.
+        context->writerBusy = 1;
+        SetEvent(context->startEvent);
+        return 0L;
+    });
+}
+
+long diskBroker::PutDiskCacheBuffer(diskWriteContextStruct *context, unsigned char *data,
+                                    unsigned long long startSector, unsigned long long sectorCount) {
+    return Guarded(L"PutDiskCacheBuffer", kWriteFailed,
+                   [&] { return PutRun(*context, data, startSector, sectorCount); });
+}
+
+long diskBroker::closeWriteCacheThread(diskWriteContextStruct *context) {
+    return Guarded(L"closeWriteCacheThread", 0L, [&] { return CloseWriteCache(*context); });
+}
+
+long diskBroker::stopWriteCacheThread(diskWriteContextStruct *context) {
+    return Guarded(L"stopWriteCacheThread", 0L, [&] { return StopWriteCache(*context); });
+}

@@ -1,0 +1,148 @@
+// A write pass from start to close: how it ends, how a failure ends it, what
+// close logs and resets, and what start refuses.
+#include <thread>
+
+#include "writecache_fixture.h"
+
+namespace writecachetest {
+namespace {
+
+const wchar_t kEndOfDiskLine[] = L"Write thread:  End of disk.";
+constexpr long kWriteFailed = static_cast<long>(0xE0009579);
+
+TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfData) {
+    ASSERT_EQ(StartCache(2, 4), 0);
+    StartPass(16 * 512);
+    EXPECT_EQ(Put(0, 16), 0);
+    EXPECT_EQ(context.fillBuffer, nullptr);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_TRUE(log.Contains(kEndOfDiskLine));
+    EXPECT_EQ(log.Count(L"diskBroker::WriteDiskExtents() Acknowledged the receipt of the last buffer. "), 0u);
+    EXPECT_EQ(WrittenSectors(), 16u);
+    EXPECT_EQ(Mismatches(), 0u);
+    EXPECT_EQ(LinesStartingWith(L"Disk size:"), 0u);
+    EXPECT_EQ(context.writeActive, 0);
+    EXPECT_EQ(context.endOfData, 0);
+    EXPECT_EQ(context.bytesWritten, 0u);
+    EXPECT_EQ(context.diskHandle, nullptr);
+}
+
+// 1 close starts while the writer is held inside the last buffer's write;
+// 2 close must still be waiting; 3 released, the write ends and close returns
+// well before its 5-second recheck would.
+TEST_F(WriteCacheTest, CloseReturnsAsSoonAsTheWriterHasWrittenTheLastBuffer) {
+    ASSERT_EQ(StartCache(2, 4), 0);
+    StartPass(4 * 512);
+    EXPECT_EQ(Put(0, 4), 0);
+    sim.VddkSim_BlockNextCall("VixDiskLib_Write");
+    skclass::UniqueHandle closed(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::thread closer([&] {
+        Close();
+        SetEvent(closed.get());
+    });
+    EXPECT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kMustHappenMs), 1);
+    EXPECT_EQ(WaitForSingleObject(closed.get(), kMustNotHappenMs), DWORD(WAIT_TIMEOUT));
+    sim.VddkSim_Release("VixDiskLib_Write");
+    EXPECT_EQ(WaitForSingleObject(closed.get(), 4000), DWORD(WAIT_OBJECT_0));
+    closer.join();
+    EXPECT_EQ(WrittenSectors(), 4u);
+    EXPECT_EQ(Mismatches(), 0u);
+}
+
+// 1 the writer is held in the first buffer's write, scripted to fail; 2 two
+// more buffers queue behind it and a third is partly filled; 3 released, the
+// failure discards them all; later puts fail at once; 4 the next pass starts
+// clean.
+TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
+    ASSERT_EQ(StartCache(4, 4), 0);
+    StartPass(28 * 512);
+    sim.VddkSim_ScriptResult("VixDiskLib_Write", 1, VIX_E_DISK_FULL, nullptr, VDDKSIM_ANY_SECTOR,
+                             VDDKSIM_ANY_SECTOR);
+    sim.VddkSim_BlockNextCall("VixDiskLib_Write");
+    EXPECT_EQ(Put(0, 8), 0);
+    ASSERT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kMustHappenMs), 1);
+    EXPECT_EQ(Put(8, 16), 0);
+    EXPECT_EQ(Put(24, 4), 0);
+    sim.VddkSim_Release("VixDiskLib_Write");
+    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_DISK_FULL), kMustHappenMs));
+    EXPECT_EQ(Put(28, 4), kWriteFailed);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(Writes(), 1u);
+    EXPECT_EQ(WrittenSectors(), 0u);
+    EXPECT_EQ(LinesStartingWith(L"Disk size:"), 0u);
+    EXPECT_EQ(context.freeQueue.Count(), 4u) << "every buffer is back, none left queued for the next pass";
+    EXPECT_EQ(context.filledQueue.Count(), 0u);
+
+    log.Clear();
+    StartPass(20 * 512);
+    EXPECT_EQ(Put(100, 20), 0);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(WrittenSectors(), 20u);
+    EXPECT_EQ(Mismatches(), 0u);
+    EXPECT_EQ(LinesStartingWith(L"Disk size:"), 0u);
+}
+
+TEST_F(WriteCacheTest, AMissingDiskHandleFailsTheWriteWithError1000) {
+    ASSERT_EQ(StartCache(2, 4), 0);
+    StartPass(16 * 512);
+    context.diskHandle = nullptr;
+    EXPECT_EQ(Put(0, 8), 0);
+    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_INVALID_HANDLE), kMustHappenMs));
+    EXPECT_EQ(Put(8, 8), kWriteFailed);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(Writes(), 0u);
+}
+
+// The filled queue's depth is sampled once per round of the writer's wait;
+// close logs every depth 0..bufferCount and then starts counting afresh.
+TEST_F(WriteCacheTest, CloseLogsTheDepthHistogramAndResetsIt) {
+    ASSERT_EQ(StartCache(2, 4), 0);
+    StartPass(8 * 512);
+    EXPECT_EQ(Put(0, 8), 0);
+    EXPECT_EQ(Close(), 0);
+    const std::wstring header = L"TRPX Buffered Writes Performance Tuning Analysis. Total no of Writes: '";
+    const std::wstring depth = L"\t Write Buffer Depth: '";
+    const std::wstring occurrences = L"    Occurences: '";
+    uint64_t total = 0, counted = 0;
+    for (const std::wstring &line : log.Lines()) {
+        if (line.compare(0, header.size(), header) == 0) total = std::stoull(line.substr(header.size()));
+        const size_t at = line.find(occurrences);
+        if (line.compare(0, depth.size(), depth) == 0 && at != std::wstring::npos)
+            counted += std::stoull(line.substr(at + occurrences.size()));
+    }
+    EXPECT_GE(total, 1u);
+    EXPECT_EQ(counted, total);
+    EXPECT_EQ(LinesStartingWith(depth), 3u);
+
+    log.Clear();
+    EXPECT_EQ(Close(), 0);
+    EXPECT_TRUE(log.Contains(header + L"0'"));
+    for (int depth : {0, 1, 2})
+        EXPECT_TRUE(log.Contains(L"\t Write Buffer Depth: '" + std::to_wstring(depth) + L"'    Occurences: '0'"));
+}
+
+TEST_F(WriteCacheTest, AMinimumRunSizeOfZeroIsRefused) {
+    EXPECT_EQ(StartCache(2, 4, 0), static_cast<long>(0xE0008442));
+    EXPECT_TRUE(log.Contains(L"diskBroker::startWriteCacheThread: The minimum run size is 0 KB, so no run table "
+                             L"can be sized. Cannot start the Write cache"));
+    EXPECT_EQ(context.allBuffers, nullptr);
+    EXPECT_EQ(context.threadHandle, nullptr);
+}
+
+TEST_F(WriteCacheTest, TheWriterRunsAboveNormalPriorityUnderTheJobsToken) {
+    ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
+    const long started = StartCache(2, 4, 1, 1);
+    RevertToSelf();
+    ASSERT_EQ(started, 0);
+    EXPECT_EQ(GetThreadPriority(context.threadHandle), THREAD_PRIORITY_ABOVE_NORMAL);
+    EXPECT_TRUE(log.Contains(L"Thread's current priority is 0. Bumping it upto 1"));
+    if (log.Count(L"diskBroker::startWriteCacheThread : Thread is not impersonating !"))
+        GTEST_SKIP() << "this Windows (Wine) shows no impersonation token to OpenThreadToken";
+    StartPass(8 * 512);
+    EXPECT_EQ(Put(0, 8), 0);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_FALSE(LastArg("user.VixDiskLib_Write").empty()) << "the write ran under the job thread's token";
+}
+
+}  // namespace
+}  // namespace writecachetest
