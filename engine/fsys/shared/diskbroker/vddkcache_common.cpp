@@ -121,6 +121,13 @@ diskCacheBuffer *RemoveSignalled(diskCacheQueue &queue) {
     return buffer;
 }
 
+void RecountQueue(diskCacheQueue &queue) {
+    skclass::CsLock hold(queue.lock);
+    while (WaitForSingleObject(queue.semaphore.get(), 0) == WAIT_OBJECT_0) {
+    }
+    if (queue.count != 0) ReleaseSemaphore(queue.semaphore.get(), static_cast<LONG>(queue.count), nullptr);
+}
+
 void EmptyQueue(diskCacheQueue &queue) {
     {
         skclass::CsLock hold(queue.lock);

@@ -54,6 +54,11 @@ diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &free
 // its semaphore (e.g. a wait on the semaphore and another handle together).
 diskCacheBuffer *RemoveSignalled(diskCacheQueue &queue);
 
+// Sets the semaphore's count back to the number of queued buffers, after a
+// count was released without a buffer to wake a waiter early. Only while no
+// other thread uses the queue.
+void RecountQueue(diskCacheQueue &queue);
+
 // Forgets every queued buffer and takes the semaphore back to 0, so a queue
 // whose buffers were freed holds no dangling pointers.
 void EmptyQueue(diskCacheQueue &queue);
