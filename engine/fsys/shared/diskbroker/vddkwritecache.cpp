@@ -93,7 +93,7 @@ long StartWriteCache(diskWriteContextStruct &context, unsigned long bufferCount,
                                          context.threadId,
                                          L"Could not create the thread. Cannot start the Write cache", raisePriority,
                                          L"Thread's current priority is %d. Bumping it upto %d");
-    if (context.threadHandle)
+    if (result == 0)
         token.release();
     else
         context.impersonationToken = nullptr;
