@@ -1,0 +1,206 @@
+// The read cache when a pass does not run to its end: a read failure, a cancel
+// from either side, a cache without buffers; and the read thread's identity
+// and priority.
+#include "readcache_fixture.h"
+
+#include <sddl.h>
+
+#include <vddksim.h>
+
+#include <skclass_mini/impersonator.h>
+
+namespace readcachetest {
+namespace {
+
+class ReadCacheFailureTest : public ReadCacheTest, public ::testing::WithParamInterface<Model> {
+protected:
+    void SetUp() override {
+        ReadCacheTest::SetUp();
+        StartService(GetParam());
+    }
+    // The next pass on the same context delivers its own disk, whole.
+    void ExpectCleanNextPass(CacheContext &cache, uint32_t bufferCount) {
+        EXPECT_EQ(cache.context.freeQueue.Count(), bufferCount) << "every buffer is back in circulation";
+        EXPECT_EQ(cache.context.filledQueue.Count(), 0u);
+        _vixReadWriteHandle *handle = OpenDisk("memdisk://next?size=300000&seed=77");
+        ASSERT_NE(handle, nullptr);
+        Prepare(cache.context, handle, WriteExtentList(L"next.xml", {{{0, 300000}}}));
+        Stream stream;
+        ASSERT_TRUE(StreamPass(cache.context, 65536, stream));
+        EXPECT_EQ(stream.lastResult, kEndOfData);
+        EXPECT_TRUE(stream.bytes == DirectRead(handle, {{{0, 300000}}})) << "nothing of the earlier pass";
+        EXPECT_EQ(cache.Close(), 0);
+        CloseDisk(handle);
+    }
+};
+
+// Steps: 1. the read at sector 512 is scripted to fail; 2. the read thread
+// fills four buffers (sectors 0-511) and fails on the fifth; 3. the consumer,
+// with four buffers queued, gets the error and no data, on every call.
+TEST_P(ReadCacheFailureTest, AReadFailureEndsThePassBeforeQueuedData) {
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://fail?size=4194304&seed=2");
+    ASSERT_NE(handle, nullptr);
+    ASSERT_EQ(sim.VddkSim_ScriptResult("VixDiskLib_Read", 1, VIX_E_DISK_NOIO, nullptr, 512, 512), 1);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(8, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"fail.xml", {{{0, 4194304}}}));
+    ASSERT_EQ(service->startDiskReadBuffer(&cache.context), 0);
+    const std::wstring failure =
+        L"diskBroker::ReadDiskExtents() Could not read the disk. start Sector: '512', Num of sectors: '128' "
+        L"Error Text: '" + VddkErrorText(VIX_E_DISK_NOIO) + L"' Error: '16002' ";
+    ASSERT_TRUE(log.WaitFor(failure, kTimeoutMs));
+    EXPECT_EQ(cache.context.filledQueue.Count(), 4u);
+
+    std::vector<uint8_t> bytes(4096, 0xA5);
+    for (int call = 0; call < 2; ++call) {
+        unsigned length = 4096;
+        EXPECT_EQ(service->GetDiskCacheBuffer(&cache.context, bytes.data(), &length), kReadError);
+        EXPECT_EQ(length, 4096u) << "left as it was";
+    }
+    EXPECT_EQ(bytes, std::vector<uint8_t>(4096, 0xA5)) << "nothing copied after the error";
+    EXPECT_EQ(cache.context.errorText, VddkErrorText(VIX_E_DISK_NOIO));
+    EXPECT_EQ(cache.Close(), 0);
+    CloseDisk(handle);
+    ExpectCleanNextPass(cache, 8);
+}
+
+// The job gives up mid-disk: what is queued is still delivered, then a call
+// returns 0 without touching the length, and the next disk starts clean.
+TEST_P(ReadCacheFailureTest, ACancelledPassEndsWithoutLengthAndLeavesTheRingWhole) {
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://cancel?size=4194304&seed=6");
+    ASSERT_NE(handle, nullptr);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(4, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"cancel.xml", {{{0, 4194304}}}));
+    ASSERT_EQ(service->startDiskReadBuffer(&cache.context), 0);
+    std::vector<uint8_t> bytes(65536);
+    unsigned length = 65536;
+    ASSERT_EQ(service->GetDiskCacheBuffer(&cache.context, bytes.data(), &length), 0);
+    cache.context.cancelRequested = 1;
+    long result = 0;
+    for (int calls = 0; calls < 100 && result == 0 && cache.context.readActive; ++calls) {
+        length = 65536;
+        result = service->GetDiskCacheBuffer(&cache.context, bytes.data(), &length);
+    }
+    EXPECT_EQ(result, 0);
+    EXPECT_FALSE(cache.context.readActive);
+    EXPECT_EQ(length, 65536u) << "the call that ends a cancelled pass leaves the length alone";
+    EXPECT_TRUE(log.Contains(L"Read thread: Cancel request received. Bailing out..."));
+    EXPECT_EQ(cache.Close(), 0);
+    CloseDisk(handle);
+    ExpectCleanNextPass(cache, 4);
+}
+
+// Steps: 1. with one buffer the read thread fills it and waits for another
+// (the consumer holds it); with none it waits from the start; 2. close
+// cancels that wait, and returns once the read thread is out of the pass.
+TEST_P(ReadCacheFailureTest, CloseCancelsAReadThreadWaitingForABuffer) {
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://held?size=1048576&seed=9");
+    ASSERT_NE(handle, nullptr);
+    for (unsigned long bufferCount : {1ul, 0ul}) {
+        SCOPED_TRACE(bufferCount);
+        CacheContext cache(*service);
+        ASSERT_EQ(cache.Start(bufferCount, 64), 0);
+        Prepare(cache.context, handle, WriteExtentList(L"held.xml", {{{0, 1048576}}}));
+        ASSERT_EQ(service->startDiskReadBuffer(&cache.context), 0);
+        std::vector<uint8_t> bytes(100);
+        unsigned length = 100;
+        if (bufferCount) {
+            ASSERT_EQ(service->GetDiskCacheBuffer(&cache.context, bytes.data(), &length), 0);
+        }
+        log.Clear();
+        EXPECT_EQ(cache.Close(), 0);
+        EXPECT_TRUE(log.Contains(L"Read thread: Cancel request received. bailing out..."));
+        EXPECT_EQ(WaitForSingleObject(cache.context.passEndedEvent.get(), 0), WAIT_OBJECT_0);
+        size_t depthOneLines = 0;
+        for (const std::wstring &line : log.Lines())
+            depthOneLines += line.rfind(L"\t Read Buffer Depth: '1'", 0) == 0;
+        EXPECT_EQ(depthOneLines, bufferCount) << "buckets 0..bufferCount";
+        if (bufferCount) ExpectCleanNextPass(cache, 1);
+    }
+    CloseDisk(handle);
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, ReadCacheFailureTest, ::testing::ValuesIn(AllModels()), ModelName);
+
+// The read thread reads under the identity of the job thread that started it.
+// Only where the read thread itself calls VDDK: handle workers read on their
+// own thread.
+class ReadCacheIdentityTest : public ReadCacheTest, public ::testing::WithParamInterface<Model> {
+protected:
+    void SetUp() override {
+        ReadCacheTest::SetUp();
+        StartService(GetParam());
+    }
+    void StreamSmallDisk(CacheContext &cache) {
+        _vixReadWriteHandle *handle = OpenDisk("memdisk://who?size=65536&seed=1");
+        ASSERT_NE(handle, nullptr);
+        Prepare(cache.context, handle, WriteExtentList(L"who.xml", {{{0, 65536}}}));
+        Stream stream;
+        ASSERT_TRUE(StreamPass(cache.context, 65536, stream));
+        EXPECT_EQ(stream.lastResult, kEndOfData);
+        EXPECT_EQ(cache.Close(), 0);
+        CloseDisk(handle);
+    }
+};
+
+// The stand-in records "DOMAIN\user", or the SID where no name maps to it (Wine).
+std::string TokenUserText() {
+    const wcstring name = Impersonator::WhoAmI();
+    if (!name.empty()) return servicetest::Utf8(name);
+    skclass::UniqueHandle token;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put())) return std::string();
+    alignas(8) unsigned char buffer[512];
+    DWORD size = 0;
+    if (!GetTokenInformation(token.get(), TokenUser, buffer, sizeof buffer, &size)) return std::string();
+    char *sid = nullptr;
+    if (!ConvertSidToStringSidA(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &sid)) return std::string();
+    const std::string text = sid;
+    LocalFree(sid);
+    return text;
+}
+
+TEST_P(ReadCacheIdentityTest, AnImpersonatingJobLendsItsTokenToTheReadThread) {
+    if (!ImpersonateSelf(SecurityImpersonation)) GTEST_SKIP() << "ImpersonateSelf failed: " << GetLastError();
+    const wcstring user = Impersonator::WhoAmI();
+    const std::string recorded = TokenUserText();
+    CacheContext cache(*service);
+    const long started = cache.Start(2, 64);
+    RevertToSelf();
+    ASSERT_EQ(started, 0);
+    EXPECT_NE(cache.context.impersonationToken, nullptr);
+    EXPECT_TRUE(log.Contains(L"diskBroker::startReadCacheThread : Thread is impersonating " + user +
+                             L". Setting impersonation token for diskReadThread."));
+    StreamSmallDisk(cache);
+    EXPECT_TRUE(log.Contains(L"diskBroker::diskReadThread : Running as user " + user));
+    ASSERT_FALSE(recorded.empty()) << "the job thread's token names no user";
+    EXPECT_EQ(LastArg("user.VixDiskLib_Read"), recorded);
+}
+
+TEST_P(ReadCacheIdentityTest, WithoutImpersonationTheReadThreadReadsAsItself) {
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    EXPECT_EQ(cache.context.impersonationToken, nullptr);
+    EXPECT_TRUE(log.Contains(L"diskBroker::startReadCacheThread : Thread is not impersonating !"));
+    StreamSmallDisk(cache);
+    EXPECT_EQ(LastArg("user.VixDiskLib_Read"), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(ReadThreadCallsVddk, ReadCacheIdentityTest,
+                         ::testing::Values(Model{L"", 0}, Model{L"no threading", 0}), ModelName);
+
+TEST_F(ReadCacheTest, RaisePriorityBumpsTheReadThreadOnlyWhenAsked) {
+    StartService(Model{L"", 0});
+    for (unsigned long raise : {0ul, 1ul}) {
+        SCOPED_TRACE(raise);
+        log.Clear();
+        CacheContext cache(*service);
+        ASSERT_EQ(cache.Start(1, 64, raise), 0);
+        const int priority = GetThreadPriority(cache.context.threadHandle);
+        EXPECT_EQ(priority, raise ? THREAD_PRIORITY_ABOVE_NORMAL : THREAD_PRIORITY_NORMAL);
+        EXPECT_EQ(log.Count(L"Thread's current priority is 0. Bumping it upto 1"), raise ? 1u : 0u);
+    }
+}
+
+}  // namespace
+}  // namespace readcachetest

@@ -1,0 +1,158 @@
+// The files around a read pass: the extent list that drives it (missing,
+// malformed, without DiskChangeInfo) and the metadata export that opens it.
+#include <vddksim.h>
+
+#include "readcache_fixture.h"
+
+namespace readcachetest {
+namespace {
+
+class ReadCacheFilesTest : public ReadCacheTest {
+protected:
+    void SetUp() override {
+        ReadCacheTest::SetUp();
+        StartService(Model{L"", 0});
+    }
+    std::string ReadWholeFile(const std::wstring &path) {
+        skclass::UniqueFile file(
+            CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+        if (!file) return "<missing>";
+        std::string text(GetFileSize(file.get(), nullptr), '\0');
+        DWORD got = 0;
+        if (!text.empty()) ReadFile(file.get(), &text[0], static_cast<DWORD>(text.size()), &got, nullptr);
+        return text;
+    }
+    // The export as the disk's own keys and values make it: key, zero, value
+    // with its zero.
+    std::string ExpectedMetadata(_vixReadWriteHandle *handle) {
+        size_t length = 0;
+        service->VixDiskLib_GetMetadataKeys(handle, nullptr, 0, &length);
+        std::string keys(length, '\0');
+        EXPECT_EQ(service->VixDiskLib_GetMetadataKeys(handle, &keys[0], length, &length), VixError(VIX_OK));
+        std::string expected;
+        for (size_t at = 0; at < keys.size() && keys[at] != '\0';) {
+            const std::string key = keys.c_str() + at;
+            char value[1024];
+            size_t valueLength = 0;
+            EXPECT_EQ(service->VixDiskLib_ReadMetadata(handle, key.c_str(), value, sizeof value, &valueLength),
+                      VixError(VIX_OK));
+            expected += key + '\0' + std::string(value, valueLength);
+            at += key.size() + 1;
+        }
+        return expected;
+    }
+};
+
+TEST_F(ReadCacheFilesTest, AnExtentListThatCannotBeReadStartsNoPass) {
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://lists?size=65536&seed=1");
+    ASSERT_NE(handle, nullptr);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+
+    Prepare(cache.context, handle, data.File(L"absent.xml"));
+    EXPECT_EQ(service->startDiskReadBuffer(&cache.context), kXmlError);
+    EXPECT_TRUE(log.Contains(L"diskBroker::startDiskReadBuffer() Could not open the metadata file for reading: '" +
+                             data.File(L"absent.xml") + L"' Error: '2'"));
+    const std::wstring malformed = WriteFileText(L"malformed.xml", "<DiskChangeInfo><area></DiskChangeInfo>");
+    Prepare(cache.context, handle, malformed);
+    const std::wstring loadFailed =
+        L"diskBroker::startDiskReadBuffer() Could not load the metadata file for reading: '" + malformed + L"'";
+    EXPECT_EQ(service->startDiskReadBuffer(&cache.context), kXmlError);
+    bool logged = false;
+    for (const std::wstring &line : log.Lines()) logged = logged || line.rfind(loadFailed, 0) == 0;
+    EXPECT_TRUE(logged) << ::testing::PrintToString(log.Lines());
+    EXPECT_FALSE(cache.context.readActive);
+    EXPECT_EQ(cache.context.extentReader, nullptr);
+    EXPECT_EQ(log.Count(L"Main Thread: setting the event startDiskRead"), 0u);
+    EXPECT_EQ(Calls("VixDiskLib_GetMetadataKeys"), 0u) << "no pass started";
+
+    // The context is still good for a list that loads.
+    Prepare(cache.context, handle, WriteExtentList(L"good.xml", {{{0, 65536}}}));
+    Stream stream;
+    ASSERT_TRUE(StreamPass(cache.context, 65536, stream));
+    EXPECT_EQ(stream.bytes, DirectRead(handle, {{{0, 65536}}}));
+    CloseDisk(handle);
+}
+
+// No DiskChangeInfo, or no area with an extent: the pass hands on its one
+// empty buffer and ends, without reading.
+TEST_F(ReadCacheFilesTest, ListsWithoutExtentsGiveAnEmptyPass) {
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://empty?size=65536&seed=1");
+    ASSERT_NE(handle, nullptr);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    const std::wstring lists[] = {
+        WriteFileText(L"other.xml", "<Other><area><extent offset=\"0\" length=\"512\"/></area></Other>"),
+        WriteFileText(L"bare.xml", "<DiskChangeInfo/>"),
+        WriteExtentList(L"areas.xml", {{}, {}}),
+    };
+    for (const std::wstring &list : lists) {
+        SCOPED_TRACE(::testing::PrintToString(list));
+        Prepare(cache.context, handle, list);
+        Stream stream;
+        ASSERT_TRUE(StreamPass(cache.context, 4096, stream));
+        EXPECT_EQ(stream.lastResult, kEndOfData);
+        EXPECT_EQ(stream.lengths, std::vector<unsigned>{0u});
+        EXPECT_EQ(ReadWholeFile(cache.context.metadataFilePath), "") << "a memory disk has no keys";
+        EXPECT_EQ(cache.Close(), 0);
+    }
+    EXPECT_EQ(Calls("VixDiskLib_Read"), 0u);
+    EXPECT_EQ(log.Count(L"GetNextDiskExtent(): End of disk"), 3u);
+    CloseDisk(handle);
+}
+
+TEST_F(ReadCacheFilesTest, MetadataIsExportedBeforeThePassAndNeverOverwritten) {
+    const std::string path = CreateSparseDisk(L"meta.vmdk", 2048, {{0, 8}}, 1);
+    _vixReadWriteHandle *handle = OpenDisk(path);
+    ASSERT_NE(handle, nullptr);
+    const std::string expected = ExpectedMetadata(handle);
+    ASSERT_NE(expected.find("adapterType"), std::string::npos) << "the disk has keys to export";
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"meta.xml", {{{0, 4096}}}));
+    const std::wstring metadataPath = cache.context.metadataFilePath;
+    ASSERT_EQ(service->startDiskReadBuffer(&cache.context), 0);
+    EXPECT_EQ(cache.context.metadataDone, 1) << "startDiskReadBuffer returns after the export";
+    EXPECT_EQ(ReadWholeFile(metadataPath), expected);
+    std::vector<uint8_t> bytes(4096);
+    unsigned length = 4096;
+    EXPECT_EQ(service->GetDiskCacheBuffer(&cache.context, bytes.data(), &length), 0);
+    EXPECT_EQ(cache.Close(), 0);
+
+    // A second pass to the same file: created new, so it fails, and only logs.
+    Prepare(cache.context, handle, WriteExtentList(L"meta.xml", {{{0, 4096}}}));
+    cache.context.metadataFilePath = metadataPath;
+    Stream stream;
+    ASSERT_TRUE(StreamPass(cache.context, 4096, stream));
+    EXPECT_EQ(stream.lastResult, kEndOfData);
+    EXPECT_EQ(stream.bytes, DirectRead(handle, {{{0, 4096}}}));
+    EXPECT_TRUE(log.Contains(L"diskBroker::ReadVMDiskMetaData() Could not create the file '" + metadataPath +
+                             L"' Error: 80 "));
+    EXPECT_EQ(ReadWholeFile(metadataPath), expected);
+    CloseDisk(handle);
+}
+
+TEST_F(ReadCacheFilesTest, AKeyListFailureFailsThePass) {
+    const std::string path = CreateSparseDisk(L"nolist.vmdk", 2048, {}, 1);
+    _vixReadWriteHandle *handle = OpenDisk(path);
+    ASSERT_NE(handle, nullptr);
+    // Both the length probe and the fetch fail.
+    ASSERT_EQ(sim.VddkSim_ScriptResult("VixDiskLib_GetMetadataKeys", 2, VIX_E_DISK_NOIO, nullptr,
+                                       VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR),
+              1);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"nolist.xml", {{{0, 65536}}}));
+    ASSERT_EQ(service->startDiskReadBuffer(&cache.context), 0);
+    const std::wstring text = VddkErrorText(VIX_E_DISK_NOIO);
+    EXPECT_TRUE(log.Contains(L"diskBroker::ReadVMDiskMetaData() Could not read the disk metadata. Error Text: '" +
+                             text + L"' Error: '16002' "));
+    std::vector<uint8_t> bytes(4096);
+    unsigned length = 4096;
+    EXPECT_EQ(service->GetDiskCacheBuffer(&cache.context, bytes.data(), &length), kMetadataKeysError);
+    EXPECT_EQ(cache.context.errorText, L"VixDiskLib_GetMetadataKeys() reported the error: " + text);
+    CloseDisk(handle);
+}
+
+}  // namespace
+}  // namespace readcachetest

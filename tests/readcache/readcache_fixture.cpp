@@ -1,0 +1,174 @@
+#include "readcache_fixture.h"
+
+#include <string.h>
+
+#include <vddksim.h>
+
+namespace readcachetest {
+
+std::string ModelName(const ::testing::TestParamInfo<Model> &info) {
+    return std::string(info.param.threadingText[0] ? "NoThreading" : "Worker") +
+           (info.param.workerForReadWrite ? "WithHandleWorkers" : "");
+}
+
+const std::vector<Model> &AllModels() {
+    static const std::vector<Model> models{
+        Model{L"", 0}, Model{L"", 1}, Model{L"no threading", 0}, Model{L"no threading", 1}};
+    return models;
+}
+
+CacheContext::~CacheContext() {
+    if (!started_) return;
+    service_.closeReadCacheThread(&context);
+    service_.stopReadCacheThread(&context);
+}
+
+long CacheContext::Start(unsigned long bufferCount, unsigned long bufferSizeKB, unsigned long raisePriority) {
+    started_ = true;
+    return service_.startReadCacheThread(&context, bufferCount, bufferSizeKB, raisePriority);
+}
+
+void ReadCacheTest::StartService(const Model &model) {
+    SetThreadingModelText(model.threadingText);
+    SetAgentDword(L"Use Worker thread for vixDiskLib read-write", model.workerForReadWrite);
+    service = std::make_shared<diskBroker>();
+    ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+    log.Clear();
+}
+
+void ReadCacheTest::TearDown() {
+    if (connection) service->VixDiskLib_Disconnect(connection, &local);
+    service.reset();
+    ServiceTest::TearDown();
+}
+
+_vixReadWriteHandle *ReadCacheTest::OpenDisk(const std::string &path) {
+    _vixReadWriteHandle *handle = nullptr;
+    wcstring mode;
+    EXPECT_EQ(service->VixDiskLib_Open(connection, path.c_str(), 0, L"Read", &handle, mode), VixError(VIX_OK))
+        << path;
+    return handle;
+}
+
+void ReadCacheTest::CloseDisk(_vixReadWriteHandle *handle) {
+    EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
+    if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+}
+
+std::string ReadCacheTest::CreateSparseDisk(const std::wstring &name, uint64_t capacity,
+                                            const std::vector<Extent> &writtenSectors, uint64_t seed) {
+    const std::string path = servicetest::Utf8(data.File(name));
+    VixDiskLibCreateParams params{};
+    params.diskType = VIXDISKLIB_DISK_MONOLITHIC_SPARSE;
+    params.adapterType = VIXDISKLIB_ADAPTER_SCSI_LSILOGIC;
+    params.hwVersion = 7;
+    params.capacity = capacity;
+    params.logicalSectorSize = 512;
+    params.physicalSectorSize = 512;
+    EXPECT_EQ(service->VixDiskLib_Create(connection, path.c_str(), &params, nullptr, nullptr), VixError(VIX_OK));
+    _vixReadWriteHandle *handle = nullptr;
+    wcstring mode;
+    EXPECT_EQ(service->VixDiskLib_Open(connection, path.c_str(), 0, L"Write", &handle, mode), VixError(VIX_OK));
+    if (!handle) return path;
+    for (const Extent &run : writtenSectors) {
+        std::vector<uint8_t> bytes(run.length * 512);
+        for (size_t word = 0; word < bytes.size() / 8; ++word) {
+            const uint64_t value = VddkSimPatternWord(seed, run.offset * 64 + word);
+            memcpy(&bytes[word * 8], &value, 8);
+        }
+        EXPECT_EQ(service->VixDiskLib_Write(handle, run.offset, run.length, bytes.data()), VixError(VIX_OK));
+    }
+    CloseDisk(handle);
+    return path;
+}
+
+std::wstring ReadCacheTest::WriteFileText(const std::wstring &name, const std::string &text) {
+    const std::wstring path = data.File(name);
+    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    EXPECT_TRUE(file) << "CreateFileW: " << GetLastError();
+    DWORD written = 0;
+    EXPECT_TRUE(WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr));
+    return path;
+}
+
+std::wstring ReadCacheTest::WriteExtentList(const std::wstring &name, const std::vector<Area> &areas) {
+    std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo startOffset=\"0\">\r\n";
+    for (const Area &area : areas) {
+        const uint64_t start = area.empty() ? 0 : area.front().offset;
+        xml += " <area startoffset=\"" + std::to_string(start) + "\" startlength=\"" +
+               std::to_string(area.size()) + "\">\r\n";
+        for (const Extent &extent : area)
+            xml += "  <extent offset=\"" + std::to_string(extent.offset) + "\" length=\"" +
+                   std::to_string(extent.length) + "\"/>\r\n";
+        xml += " </area>\r\n";
+    }
+    xml += "</DiskChangeInfo>\r\n";
+    return WriteFileText(name, xml);
+}
+
+std::vector<uint8_t> ReadCacheTest::DirectRead(_vixReadWriteHandle *handle, const std::vector<Area> &areas) {
+    std::vector<uint8_t> bytes;
+    for (const Area &area : areas) {
+        for (const Extent &extent : area) {
+            const uint64_t first = extent.offset / 512, count = extent.length / 512;
+            if (count == 0) continue;
+            const size_t at = bytes.size();
+            bytes.resize(at + count * 512);
+            EXPECT_EQ(service->VixDiskLib_Read(handle, first, count, &bytes[at]), VixError(VIX_OK));
+        }
+    }
+    return bytes;
+}
+
+void ReadCacheTest::Prepare(diskReadContextStruct &context, _vixReadWriteHandle *handle,
+                            const std::wstring &extentList) {
+    context.broker = service;
+    context.diskHandle = handle;
+    context.extentFilePath = extentList;
+    context.metadataFilePath = data.File(L"metadata-" + std::to_wstring(++metadataFiles) + L".bin");
+}
+
+::testing::AssertionResult ReadCacheTest::StreamPass(diskReadContextStruct &context, unsigned requestBytes,
+                                                     Stream &stream, size_t maxCalls) {
+    const long started = service->startDiskReadBuffer(&context);
+    if (started != 0) return ::testing::AssertionFailure() << "startDiskReadBuffer gave 0x" << std::hex << started;
+    std::vector<uint8_t> chunk(requestBytes);
+    for (size_t call = 0; call < maxCalls; ++call) {
+        unsigned length = requestBytes;
+        stream.lastResult = service->GetDiskCacheBuffer(&context, chunk.data(), &length);
+        if (stream.lastResult != 0) return ::testing::AssertionSuccess();
+        if (!context.readActive) {  // the pass was cancelled: nothing copied
+            stream.cancelled = true;
+            if (length != requestBytes) return ::testing::AssertionFailure() << "a cancelled call set the length";
+            return ::testing::AssertionSuccess();
+        }
+        if (length > requestBytes) return ::testing::AssertionFailure() << "length grew to " << length;
+        stream.lengths.push_back(length);
+        stream.bytes.insert(stream.bytes.end(), chunk.begin(), chunk.begin() + length);
+    }
+    return ::testing::AssertionFailure() << "no end of data after " << maxCalls << " calls";
+}
+
+std::vector<uint64_t> BufferFills(const std::vector<Area> &areas, uint64_t capacity) {
+    uint64_t total = 0;
+    for (const Area &area : areas)
+        for (const Extent &extent : area) total += extent.length / 512 * 512;
+    std::vector<uint64_t> fills(total / capacity, capacity);
+    fills.push_back(total % capacity);
+    return fills;
+}
+
+std::vector<unsigned> ExpectedLengths(const std::vector<uint64_t> &bufferFills, unsigned requestBytes) {
+    std::vector<unsigned> lengths;
+    for (uint64_t fill : bufferFills) {
+        if (fill == 0) lengths.push_back(0);
+        for (uint64_t left = fill; left != 0;) {
+            const unsigned piece = static_cast<unsigned>(left < requestBytes ? left : requestBytes);
+            lengths.push_back(piece);
+            left -= piece;
+        }
+    }
+    return lengths;
+}
+
+}  // namespace readcachetest
