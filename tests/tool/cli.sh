@@ -1,0 +1,48 @@
+#!/bin/sh
+# The command line: --help for the program and each command (exit 0), bad
+# arguments (exit 2 with the reason), a disk that cannot be opened (exit 1
+# with VDDK's text).
+# usage: cli.sh <wine run.sh> <diskbroker.exe>
+set -eu
+run=$1
+tool=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+# check <exit code> <pattern> <stream: out|err> <arguments...>
+check() {
+    code=$1 pattern=$2 stream=$3
+    shift 3
+    set +e
+    "$run" "$tool" "$@" > out.txt 2> err.txt
+    rc=$?
+    set -e
+    if [ "$rc" != "$code" ] || ! grep -q -- "$pattern" "$stream.txt"; then
+        echo "expected exit $code and '$pattern' on std$stream from: diskbroker $*; got exit $rc"
+        cat out.txt err.txt
+        exit 1
+    fi
+}
+
+check 0 '^usage: diskbroker <command>' out --help
+check 2 '^usage: diskbroker <command>' out
+for command in backup restore checksum info transports log demo; do
+    check 0 "^usage: diskbroker $command" out "$command" --help
+done
+check 0 'DiskChangeInfo' out backup child.vmdk --help
+echo "help: program and every command"
+
+check 2 "unknown option '--bogus'" err backup --bogus a.vmdk a.img
+check 2 "unknown command 'bakup'" err bakup a.vmdk a.img
+check 2 'missing argument: 2 expected, 1 given' err restore only-one
+check 2 "unexpected argument 'c'" err backup a b c
+check 2 "option '--buffers' needs a whole number from 1 to 1024, not '0'" err backup --buffers 0 a b
+check 2 "option '--changes' needs a value" err backup a b --changes
+check 2 "option '--vddk' must be one of auto, standin, installed" err info --vddk nowhere a.vmdk
+check 2 'need --server' err info --user someone a.vmdk
+echo "bad arguments: exit 2 with the reason"
+
+check 1 "cannot open '.*missing.vmdk'" err info missing.vmdk
+check 1 'VDDK error' err info missing.vmdk
+check 1 'change list .*absent.xml.* does not exist' err backup --changes absent.xml missing.vmdk x.img
+echo "failures: exit 1 with the cause"

@@ -1,0 +1,132 @@
+// Backup and checksum: streams through the read cache.
+#include <algorithm>
+
+#include "console.h"
+#include "errors.h"
+#include "extents.h"
+#include "files.h"
+#include "manifest.h"
+#include "progress.h"
+#include "sha256.h"
+#include "transfer.h"
+
+namespace dbtool {
+namespace {
+
+// Lays the stream out at the extents' offsets in the image and keeps one
+// checksum per extent and one over the whole stream.
+class ExtentImageWriter {
+public:
+    ExtentImageWriter(File &image, const ExtentList &extents, Manifest &manifest, Progress &progress)
+        : image_(image), extents_(extents), manifest_(manifest), progress_(progress) {}
+
+    void Take(const uint8_t *data, size_t length) {
+        progress_.Advance(length);
+        stream_.Update(data, length);
+        while (length > 0) {
+            // The read cache stops at the listed total, so index_ stays in range.
+            const Extent &extent = extents_.at(index_);
+            const size_t take = static_cast<size_t>(std::min<uint64_t>(length, extent.length - done_));
+            // The image was created at full size, so a range of zeros is
+            // already there; skipping it keeps the file sparse.
+            if (std::any_of(data, data + take, [](uint8_t b) { return b != 0; }))
+                image_.WriteAt(extent.offset + done_, data, take);
+            sha_.Update(data, take);
+            done_ += take, data += take, length -= take;
+            if (done_ == extent.length) {
+                manifest_.extents.push_back({extent, sha_.FinishHex()});
+                ++index_;
+                done_ = 0;
+            }
+        }
+    }
+    std::wstring StreamSha() { return stream_.FinishHex(); }
+
+private:
+    File &image_;
+    const ExtentList &extents_;
+    Manifest &manifest_;
+    Progress &progress_;
+    size_t index_ = 0;
+    uint64_t done_ = 0;
+    Sha256 sha_, stream_;
+};
+
+std::wstring FileName(const std::wstring &path) { return path.substr(path.find_last_of(L"\\/") + 1); }
+
+void ClearOutputs(const std::wstring &image, bool overwrite) {
+    for (const std::wstring &path : {image, MetadataPathFor(image), ManifestPathFor(image), ExtentListPathFor(image)}) {
+        if (!PathExists(path)) continue;
+        if (!overwrite) throw Failure(L"'" + path + L"' already exists (use --force to replace it)");
+        DeleteIfExists(path);
+    }
+}
+
+}  // namespace
+
+TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &request) {
+    // The list first: a mistake in it should not cost a disk open.
+    const ExtentList listed = request.changeList.empty() ? ExtentList() : Normalized(LoadChangeList(request.changeList));
+    Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read);
+    const DiskInfo info = disk.Info();
+    const ExtentList extents = request.changeList.empty() ? ExtentList{{0, info.capacityBytes}} : listed;
+    CheckWithinDisk(extents, info.capacityBytes, L"change list '" + request.changeList + L"'");
+    ClearOutputs(request.image, request.overwrite);
+
+    // The library gets a list we wrote: one area, sorted, merged, so that what
+    // it streams is exactly what the manifest records.
+    const std::wstring listPath = ExtentListPathFor(request.image);
+    SaveChangeList(listPath, extents, info.capacityBytes);
+    File image = File::Create(request.image, false);
+    image.TryMakeSparse();
+    image.SetSize(info.capacityBytes);
+
+    Manifest manifest;
+    manifest.source = request.disk;
+    manifest.capacity = info.capacityBytes;
+    manifest.metadataFile = FileName(MetadataPathFor(request.image));
+    Progress progress(L"backup", TotalBytes(extents), request.showProgress);
+    ExtentImageWriter writer(image, extents, manifest, progress);
+    ReadCache cache(job.Broker(), tuning);
+    TransferResult result;
+    result.depth = cache.Stream(disk, listPath, MetadataPathFor(request.image), TotalBytes(extents),
+                                [&](const uint8_t *data, size_t length) { writer.Take(data, length); });
+    progress.Finish();
+    disk.Close();
+    image.Close();
+    CheckNoProblems(job.Log(), L"the backup");
+    manifest.streamSha256 = writer.StreamSha();
+    manifest.Save(ManifestPathFor(request.image));
+
+    result.bytes = TotalBytes(extents);
+    result.extents = extents.size();
+    result.seconds = progress.Seconds();
+    result.sha256 = manifest.streamSha256;
+    return result;
+}
+
+TransferResult Checksum(Job &job, const CacheTuning &tuning, const std::wstring &path, bool showProgress) {
+    Disk disk(job.Broker(), job.Link(), path, Disk::Mode::Read);
+    const DiskInfo info = disk.Info();
+    TempPath list(L".extents.xml"), metadata(L".meta");
+    SaveChangeList(list.Path(), {{0, info.capacityBytes}}, info.capacityBytes);
+    Progress progress(L"checksum", info.capacityBytes, showProgress);
+    Sha256 sha;
+    ReadCache cache(job.Broker(), tuning);
+    TransferResult result;
+    result.depth = cache.Stream(disk, list.Path(), metadata.Path(), info.capacityBytes,
+                                [&](const uint8_t *data, size_t length) {
+                                    sha.Update(data, length);
+                                    progress.Advance(length);
+                                });
+    progress.Finish();
+    disk.Close();
+    CheckNoProblems(job.Log(), L"the checksum pass");
+    result.bytes = info.capacityBytes;
+    result.extents = 1;
+    result.seconds = progress.Seconds();
+    result.sha256 = sha.FinishHex();
+    return result;
+}
+
+}  // namespace dbtool

@@ -1,0 +1,111 @@
+// backup, restore and checksum: command lines and reports.
+#include "commands.h"
+#include "console.h"
+#include "errors.h"
+#include "files.h"
+#include "manifest.h"
+#include "transfer.h"
+
+namespace dbtool {
+namespace {
+
+const wchar_t kBackupHelp[] =
+    L"usage: diskbroker backup <disk> <image> [--changes <list.xml>] [--force] [options]\n"
+    L"\n"
+    L"Streams the disk through the library's read cache into <image>, a raw file of\n"
+    L"the disk's size holding the streamed data at its offsets (sparse elsewhere).\n"
+    L"Beside it: <image>.meta (the disk's metadata export), <image>.extents.xml (the\n"
+    L"list given to the library) and <image>.manifest (size, extents, SHA-256 of each\n"
+    L"extent's data), written last.\n"
+    L"\n"
+    L"  <disk>                  a .vmdk path, or memdisk://name?size=<bytes> on the stand-in\n"
+    L"  --changes <list.xml>    back up only the extents of a DiskChangeInfo list\n"
+    L"                          (an incremental backup); default: the whole disk\n"
+    L"  --force                 replace an existing image and its companion files\n";
+
+const wchar_t kRestoreHelp[] =
+    L"usage: diskbroker restore <image> <target> [--changes <list.xml>] [--no-verify]\n"
+    L"                          [--no-metadata] [options]\n"
+    L"\n"
+    L"Streams the extents of <image> (as its <image>.manifest lists them) into <target>\n"
+    L"through the library's write cache. A target file that does not exist is created\n"
+    L"as a sparse disk of the manifest's size. Every extent read from the image is\n"
+    L"checked against the manifest's SHA-256; a mismatch stops the restore with exit\n"
+    L"code 3. Afterwards the written ranges are read back from the target and compared.\n"
+    L"\n"
+    L"  --changes <list.xml>    write only these ranges (they must lie inside the image's\n"
+    L"                          extents; the image is still checked in full)\n"
+    L"  --no-verify             skip reading the target back\n"
+    L"  --no-metadata           do not write the metadata export back to the target\n";
+
+const wchar_t kChecksumHelp[] =
+    L"usage: diskbroker checksum <disk> [options]\n"
+    L"\n"
+    L"Prints the SHA-256 of the whole disk, read through the library's read cache\n"
+    L"(the same value sha256sum gives for the disk converted to raw).\n";
+
+int Help(const wchar_t *text, bool cache) {
+    Out(std::wstring(text) + L"\noptions:\n" + (cache ? kCacheHelp : L"") + kCommonHelp);
+    return kExitOk;
+}
+
+void Report(Job &job, const TransferResult &result, const std::wstring &emptyVerdict, const std::wstring &fullVerdict) {
+    PrintStatistics(job.Log().TakeStatistics());
+    OutLine(L"buffer depth: " + result.depth.Describe(emptyVerdict, fullVerdict));
+}
+
+}  // namespace
+
+int RunBackup(const Words &words) {
+    const Args args(words, WithCommonOptions({{L"changes", true}, {L"force", false}}, true), 2, 2);
+    if (args.HelpRequested()) return Help(kBackupHelp, true);
+    BackupRequest request;
+    request.disk = FullPath(args.Positional(0));
+    request.image = FullPath(args.Positional(1));
+    if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
+    request.overwrite = args.Has(L"force");
+    Job job(args, true);
+    const TransferResult result = Backup(job, TuningFrom(args), request);
+    OutLine(L"image: " + request.image + L" (" + std::to_wstring(result.extents) + L" extent" +
+            (result.extents == 1 ? L"" : L"s") + L", " + FormatBytes(result.bytes) + L")");
+    OutLine(L"manifest: " + ManifestPathFor(request.image));
+    OutLine(L"stream SHA-256: " + result.sha256);
+    Report(job, result, L"reader-bound", L"consumer-bound");
+    return kExitOk;
+}
+
+int RunRestore(const Words &words) {
+    const Args args(
+        words, WithCommonOptions({{L"changes", true}, {L"no-verify", false}, {L"no-metadata", false}}, true), 2, 2);
+    if (args.HelpRequested()) return Help(kRestoreHelp, true);
+    RestoreRequest request;
+    request.image = FullPath(args.Positional(0));
+    request.target = FullPath(args.Positional(1));
+    if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
+    request.verify = !args.Has(L"no-verify");
+    request.metadata = !args.Has(L"no-metadata");
+    Job job(args, false);
+    const TransferResult result = Restore(job, TuningFrom(args), request);
+    OutLine(L"target: " + request.target + (result.createdTarget ? L" (created)" : L"") + L", " +
+            std::to_wstring(result.extents) + L" range" + (result.extents == 1 ? L"" : L"s") + L", " +
+            FormatBytes(result.bytes) + L" written");
+    OutLine(L"manifest checksums: all extents match");
+    if (result.verified) OutLine(L"read back: matches (SHA-256 " + result.sha256 + L")");
+    // The write cache's histogram is sampled by the writer: an empty queue
+    // means it waited for us to feed it.
+    Report(job, result, L"feeder-bound", L"writer-bound");
+    return kExitOk;
+}
+
+int RunChecksum(const Words &words) {
+    const Args args(words, WithCommonOptions({}, true), 1, 1);
+    if (args.HelpRequested()) return Help(kChecksumHelp, true);
+    const std::wstring disk = FullPath(args.Positional(0));
+    Job job(args, true);
+    const TransferResult result = Checksum(job, TuningFrom(args), disk, true);
+    OutLine(result.sha256 + L"  " + disk);
+    Report(job, result, L"reader-bound", L"consumer-bound");
+    return kExitOk;
+}
+
+}  // namespace dbtool

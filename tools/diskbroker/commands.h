@@ -1,0 +1,19 @@
+// The program's commands. Each takes the words after its name, prints its
+// own --help, and returns the exit code (failures are thrown as ToolError).
+#pragma once
+#include <string>
+#include <vector>
+
+namespace dbtool {
+
+using Words = std::vector<std::wstring>;
+
+int RunBackup(const Words &words);
+int RunRestore(const Words &words);
+int RunChecksum(const Words &words);
+int RunInfo(const Words &words);
+int RunTransports(const Words &words);
+int RunLog(const Words &words);
+int RunDemo(const Words &words);
+
+}  // namespace dbtool

@@ -1,0 +1,139 @@
+#include "vddk_setup.h"
+
+#include <vector>
+
+#include <skclass_mini/handles.h>
+#include <skclass_mini/product.h>
+
+#include "console.h"
+#include "errors.h"
+#include "files.h"
+
+namespace dbtool {
+namespace {
+
+const wchar_t *const kStandinDlls[] = {L"vixDiskLib.dll", L"vixMntapi.dll"};
+
+// Where the library looks, per host product (0: main product, else the
+// mapping services' layout), and where the DLLs sit under the value.
+struct InstallLayout {
+    const wchar_t *key;
+    const wchar_t *value;
+    const wchar_t *binUnderRoot;
+};
+
+InstallLayout Layout() {
+    if (CMS_GetProd() == 0)
+        return {L"Software\\Halvorn\\Stowline For Windows\\Stowline\\14.1\\Install", L"Path", L"\\VMware\\VixDiskLib\\bin\\"};
+    return {L"SOFTWARE\\Tarrow\\Mappix", L"InstallDir64", L"\\Shared\\VDDK\\"};
+}
+
+bool ReadValue(const InstallLayout &layout, std::wstring &value) {
+    skclass::UniqueHkey key;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, layout.key, 0, KEY_QUERY_VALUE, key.put()) != ERROR_SUCCESS) return false;
+    DWORD type = 0, bytes = 0;
+    if (RegQueryValueExW(key.get(), layout.value, nullptr, &type, nullptr, &bytes) != ERROR_SUCCESS) return false;
+    if (type != REG_SZ && type != REG_EXPAND_SZ) return false;
+    std::vector<wchar_t> buffer(bytes / sizeof(wchar_t) + 1, L'\0');
+    if (RegQueryValueExW(key.get(), layout.value, nullptr, &type, reinterpret_cast<BYTE *>(buffer.data()), &bytes) !=
+        ERROR_SUCCESS)
+        return false;
+    value = buffer.data();
+    return true;
+}
+
+void WriteValue(const InstallLayout &layout, const std::wstring &value) {
+    skclass::UniqueHkey key;
+    LONG rc = RegCreateKeyExW(HKEY_LOCAL_MACHINE, layout.key, 0, nullptr, 0, KEY_SET_VALUE, nullptr, key.put(), nullptr);
+    if (rc == ERROR_SUCCESS)
+        rc = RegSetValueExW(key.get(), layout.value, 0, REG_SZ, reinterpret_cast<const BYTE *>(value.c_str()),
+                            static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+    if (rc != ERROR_SUCCESS)
+        throw Failure(Win32Message(L"cannot write the VDDK install value HKLM\\" + std::wstring(layout.key) + L" \"" +
+                                       layout.value + L"\" (administrator rights are needed on Windows)",
+                                   static_cast<unsigned long>(rc)));
+}
+
+std::wstring Trimmed(std::wstring root) {
+    while (!root.empty() && root.back() == L'\\') root.pop_back();
+    return root;
+}
+
+bool HasDiskLib(const InstallLayout &layout, const std::wstring &root) {
+    return !root.empty() && PathExists(Trimmed(root) + layout.binUnderRoot + L"vixDiskLib.dll");
+}
+
+std::wstring StandinRoot() { return ExeFolder() + L"vddk-standin-install"; }
+
+bool SameFile(const WIN32_FILE_ATTRIBUTE_DATA &source, const std::wstring &to) {
+    WIN32_FILE_ATTRIBUTE_DATA target{};
+    return GetFileAttributesExW(to.c_str(), GetFileExInfoStandard, &target) &&
+           source.nFileSizeLow == target.nFileSizeLow && source.nFileSizeHigh == target.nFileSizeHigh &&
+           CompareFileTime(&source.ftLastWriteTime, &target.ftLastWriteTime) == 0;
+}
+
+// Copies a DLL unless an identical-looking copy is already there: another run
+// of the program may have it loaded, and a loaded DLL cannot be replaced.
+void CopyIfChanged(const std::wstring &from, const std::wstring &to) {
+    WIN32_FILE_ATTRIBUTE_DATA source{};
+    if (!GetFileAttributesExW(from.c_str(), GetFileExInfoStandard, &source))
+        throw Failure(L"the VDDK stand-in is missing: '" + from + L"' (build target vddk_standin)");
+    if (SameFile(source, to)) return;
+    // A run started at the same moment may have copied it first.
+    if (!CopyFileW(from.c_str(), to.c_str(), FALSE) && !SameFile(source, to))
+        ThrowLastError(L"cannot copy '" + from + L"' to '" + to + L"'");
+}
+
+}  // namespace
+
+VddkChoice ParseVddkChoice(const std::wstring &text) {
+    if (text == L"auto") return VddkChoice::Auto;
+    if (text == L"standin") return VddkChoice::Standin;
+    if (text == L"installed") return VddkChoice::Installed;
+    throw UsageError(L"option '--vddk' must be one of auto, standin, installed, not '" + text + L"'");
+}
+
+VddkSetup::VddkSetup(VddkChoice choice) {
+    const InstallLayout layout = Layout();
+    std::wstring registered;
+    const bool hasValue = ReadValue(layout, registered);
+    const bool usable = hasValue && HasDiskLib(layout, registered);
+    const bool registeredIsStandin = usable && _wcsicmp(Trimmed(registered).c_str(), StandinRoot().c_str()) == 0;
+    if (choice == VddkChoice::Installed || (choice == VddkChoice::Auto && usable && !registeredIsStandin)) {
+        if (!usable)
+            throw Failure(L"no VDDK is registered: HKLM\\" + std::wstring(layout.key) + L" \"" + layout.value +
+                          L"\" " + (hasValue ? L"points at '" + registered + L"', which holds no vixDiskLib.dll"
+                                             : std::wstring(L"is not set")) +
+                          L" (use --vddk standin for the built-in stand-in)");
+        description_ = L"VDDK at " + Trimmed(registered);
+        return;
+    }
+    InstallStandin();
+    if (usable && !registeredIsStandin) {
+        oldValue_ = registered;
+        restoreOld_ = true;
+    }
+    if (!registeredIsStandin) WriteValue(layout, StandinRoot());
+}
+
+void VddkSetup::InstallStandin() {
+    const InstallLayout layout = Layout();
+    const std::wstring bin = StandinRoot() + layout.binUnderRoot;
+    CreateFolders(bin.substr(0, bin.size() - 1));
+    for (const wchar_t *dll : kStandinDlls) CopyIfChanged(ExeFolder() + L"vddk-standin\\" + dll, bin + dll);
+    standin_ = true;
+    description_ = L"VDDK stand-in (" + StandinRoot() + L")";
+}
+
+VddkSetup::~VddkSetup() {
+    if (!restoreOld_) return;
+    try {
+        WriteValue(Layout(), oldValue_);
+    } catch (const ToolError &e) {
+        ErrLine(L"warning: " + e.Message());
+    } catch (...) {
+        ErrLine(L"warning: could not put the registered VDDK install value back");
+    }
+}
+
+}  // namespace dbtool
