@@ -1,0 +1,183 @@
+// Trace lines of the disk library binding: which calls trace always and which
+// only under bit 0x20 of "VMware Agent debug log level", their exact texts,
+// and the mask read again by Connect and ConnectEx.
+#include <memory>
+
+#include "binding_call_sweep.h"
+#include "binding_fixture.h"
+
+namespace bindingtest {
+namespace {
+
+constexpr DWORD kTraceBit = 0x20;
+
+struct ExpectedTrace {
+    const char *name;
+    const wchar_t *text;  // the whole line, or its start when `whole` is false
+    bool whole;
+    bool always;
+};
+
+// Lines of calls made with null arguments; where arguments are printed only
+// the start is fixed here (their formats have a test of their own).
+const ExpectedTrace kTraceTable[] = {
+    {"VixDiskLib_InitEx", L"VixDiskLib_InitEx( ", false, false},
+    {"VixDiskLib_Init", L"VixDiskLib_Init( ", false, false},
+    {"VixDiskLib_Exit", L"VixDiskLib_Exit() ", true, false},
+    {"VixDiskLib_ListTransportModes", L"VixDiskLib_ListTransportModes() ", true, false},
+    {"VixDiskLib_Cleanup", L"VixDiskLib_Cleanup() ", true, false},
+    {"VixDiskLib_Connect", L"VixDiskLib_Connect() ", true, false},
+    {"VixDiskLib_ConnectEx", L"VixDiskLib_ConnectEx('Local Server'- '0x", false, true},
+    {"VixDiskLib_Disconnect", L"VixDiskLib_Disconnect('0x00000000') ", true, true},
+    {"VixDiskLib_Create", L"VixDiskLib_Create() ", true, false},
+    {"VixDiskLib_CreateChild", L"VixDiskLib_CreateChild() ", true, false},
+    {"VixDiskLib_Open", L"VixDiskLib_Open(", false, true},
+    {"VixDiskLib_GetInfo", L"VixDiskLib_GetInfo()", true, false},
+    {"VixDiskLib_FreeInfo", L"VixDiskLib_FreeInfo()", true, false},
+    {"VixDiskLib_GetTransportMode", L"VixDiskLib_GetTransportMode()", true, false},
+    {"VixDiskLib_Close", L"VixDiskLib_Close(0x00000000)", true, true},
+    {"VixDiskLib_Read", L"VixDiskLib_Read((0x00000000), (0x00000000))", true, false},
+    {"VixDiskLib_Write", L"VixDiskLib_Write((00000000), (00000000))", true, false},
+    {"VixDiskLib_ReadMetadata", L"VixDiskLib_ReadMetadata()", true, false},
+    {"VixDiskLib_WriteMetadata", L"VixDiskLib_WriteMetadata()", true, false},
+    {"VixDiskLib_GetMetadataKeys", L"VixDiskLib_GetMetadataKeys()", true, false},
+    {"VixDiskLib_Unlink", L"VixDiskLib_Unlink()", true, false},
+    {"VixDiskLib_Grow", L"VixDiskLib_Grow()", true, false},
+    {"VixDiskLib_Shrink", L"VixDiskLib_Shrink()", true, false},
+    {"VixDiskLib_Defragment", L"VixDiskLib_Defragment()", true, false},
+    {"VixDiskLib_Rename", L"VixDiskLib_Rename()", true, false},
+    {"VixDiskLib_Clone", L"VixDiskLib_Clone()", true, false},
+    {"VixDiskLib_GetErrorText", L"VixDiskLib_GetErrorText()", true, false},
+    {"VixDiskLib_FreeErrorText", L"VixDiskLib_FreeErrorText()", true, false},
+    {"VixDiskLib_Attach", L"VixDiskLib_Attach()", true, true},
+    {"VixDiskLib_SpaceNeededForClone", L"VixDiskLib_SpaceNeededForClone()", true, false},
+    {"VixDiskLib_CheckRepair", L"VixDiskLib_CheckRepair()", true, false},
+    {"VixDiskLib_PrepareForAccess", L"VixDiskLib_PrepareForAccess('Local Server') ", true, true},
+    {"VixDiskLib_EndAccess", L"VixDiskLib_EndAccess('Local Server') ", true, true},
+};
+
+// Every bit but 0x20 turns nothing on; 0x20 alone turns every masked line on.
+TEST_F(BindingTest, EachCallTracesItsLineAlwaysOrOnlyUnderBit0x20) {
+    Install();
+    for (const DWORD mask : {kTraceBit, ~kTraceBit}) {
+        SCOPED_TRACE(::testing::Message() << "mask 0x" << std::hex << mask);
+        SetLogLevel(mask);
+        auto disk = std::make_unique<vixDiskLibGlue>();
+        ASSERT_TRUE(disk->OK());
+        log.Clear();
+        const std::vector<SweepResult> calls = SweepDiskLib(*disk);
+        ASSERT_EQ(calls.size(), sizeof kTraceTable / sizeof kTraceTable[0]);
+        std::vector<std::wstring> lines = log.Lines();
+        size_t at = 0;
+        for (size_t i = 0; i < calls.size(); ++i) {
+            const ExpectedTrace &expected = kTraceTable[i];
+            ASSERT_STREQ(calls[i].name, expected.name);
+            if (!expected.always && mask != kTraceBit) continue;
+            ASSERT_LT(at, lines.size()) << "no line for " << expected.name;
+            const std::wstring line = Api(expected.text);
+            if (expected.whole)
+                EXPECT_EQ(lines[at], line);
+            else
+                EXPECT_EQ(lines[at].substr(0, line.size()), line);
+            ++at;
+        }
+        EXPECT_EQ(at, lines.size()) << "more lines than calls traced";
+        disk.reset();
+    }
+}
+
+// The arguments of the lines that print them: UTF-8 texts decoded; read
+// numbers in decimal after "0x", write numbers without "0x"; Open's line
+// after the call (the new handle), Close's before.
+TEST_F(BindingTest, TraceLinesPrintTheirArguments) {
+    Install();
+    SetLogLevel(kTraceBit);
+    vixDiskLibGlue disk;
+    ASSERT_TRUE(disk.OK());
+    log.Clear();
+    ASSERT_EQ(disk.VixDiskLib_InitEx(8, 1, nullptr, nullptr, nullptr, u8"C:\\vddk\\d\u00e9j\u00e0", nullptr), VIX_OK);
+    ASSERT_EQ(disk.VixDiskLib_Init(7, 2, nullptr, nullptr, nullptr, "C:\\lib"), VIX_OK);
+    VixDiskLibConnection connection = nullptr;
+    ASSERT_EQ(disk.VixDiskLib_Connect(nullptr, &connection), VIX_OK);
+    VixDiskLibHandle handle = nullptr;
+    ASSERT_EQ(disk.VixDiskLib_Open(connection, u8"memdisk://\u00e9t\u00e9?size=1048576", 0, &handle), VIX_OK);
+    uint8 buffer[1024] = {};
+    EXPECT_EQ(disk.VixDiskLib_Read(handle, 1000, 2, buffer), VIX_OK);
+    EXPECT_EQ(disk.VixDiskLib_Write(handle, 1000, 2, buffer), VIX_OK);
+    EXPECT_EQ(disk.VixDiskLib_Close(handle), VIX_OK);
+    EXPECT_EQ(disk.VixDiskLib_Disconnect(connection), VIX_OK);
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{
+                               Api(L"VixDiskLib_InitEx( 8, 1, C:\\vddk\\d\u00e9j\u00e0 ) "),
+                               Api(L"VixDiskLib_Init( 7, 2, C:\\lib ) "),
+                               Api(L"VixDiskLib_Connect() "),
+                               Api(L"VixDiskLib_Open(memdisk://\u00e9t\u00e9?size=1048576, 0 (0x" + Padded(handle) +
+                                   L") ) "),
+                               Api(L"VixDiskLib_Read((0x00001000), (0x00000002))"),
+                               Api(L"VixDiskLib_Write((00001000), (00000002))"),
+                               Api(L"VixDiskLib_Close(0x" + Padded(handle) + L")"),
+                               Api(L"VixDiskLib_Disconnect('0x" + Padded(connection) + L"') "),
+                           }));
+}
+
+// The mask is read at construction and again by Connect and ConnectEx only.
+TEST_F(BindingTest, ConnectAndConnectExReadTheMaskAgain) {
+    Install();
+    vixDiskLibGlue disk;
+    ASSERT_TRUE(disk.OK());
+    ASSERT_EQ(disk.VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr), VIX_OK);
+    const std::wstring modesLine = Api(L"VixDiskLib_ListTransportModes() ");
+    VixDiskLibConnection connection = nullptr;
+
+    SetLogLevel(kTraceBit);
+    disk.VixDiskLib_ListTransportModes();
+    EXPECT_EQ(log.Count(modesLine), 0u) << "the new mask is not read by other calls";
+    ASSERT_EQ(disk.VixDiskLib_Connect(nullptr, &connection), VIX_OK);
+    EXPECT_TRUE(log.Contains(Api(L"VixDiskLib_Connect() "))) << "read before Connect's own line";
+    disk.VixDiskLib_ListTransportModes();
+    EXPECT_EQ(log.Count(modesLine), 1u);
+    disk.VixDiskLib_Disconnect(connection);
+
+    SetLogLevel(0);
+    ASSERT_EQ(disk.VixDiskLib_ConnectEx(nullptr, 1, nullptr, nullptr, &connection), VIX_OK);
+    disk.VixDiskLib_ListTransportModes();
+    EXPECT_EQ(log.Count(modesLine), 1u) << "ConnectEx turned the masked lines off again";
+    disk.VixDiskLib_Disconnect(connection);
+}
+
+// ConnectEx, PrepareForAccess and EndAccess name the server only when vmxSpec
+// is set, whatever serverName holds.
+TEST_F(BindingTest, ServerIsNamedOnlyWhenVmxSpecIsSet) {
+    Install();
+    vixDiskLibGlue disk;
+    ASSERT_TRUE(disk.OK());
+    ASSERT_EQ(disk.VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr), VIX_OK);
+    const struct {
+        const char *vmxSpec;
+        const char *serverName;
+        const wchar_t *printed;
+    } cases[] = {
+        {nullptr, "vcenter.example", L"Local Server"},
+        {"moref=vm-42", u8"vcenter-\u00f6st.example", L"vcenter-\u00f6st.example"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.serverName);
+        VixDiskLibConnectParams params{};
+        params.vmxSpec = const_cast<char *>(c.vmxSpec);
+        params.serverName = const_cast<char *>(c.serverName);
+        log.Clear();
+        VixDiskLibConnection connection = nullptr;
+        ASSERT_EQ(disk.VixDiskLib_ConnectEx(&params, 1, nullptr, nullptr, &connection), VIX_OK);
+        disk.VixDiskLib_PrepareForAccess(&params, "diskBroker");
+        disk.VixDiskLib_EndAccess(&params, "diskBroker");
+        const std::wstring server = c.printed;
+        EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{
+                                   Api(L"VixDiskLib_ConnectEx('" + server + L"'- '0x" + Padded(connection) + L"' ) "),
+                                   Api(L"VixDiskLib_PrepareForAccess('" + server + L"') "),
+                                   Api(L"VixDiskLib_EndAccess('" + server + L"') "),
+                               }));
+        disk.VixDiskLib_Disconnect(connection);
+    }
+}
+
+}  // namespace
+}  // namespace bindingtest

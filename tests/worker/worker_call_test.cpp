@@ -1,0 +1,145 @@
+// Calls through the worker thread: a call made on the worker thread itself,
+// what travels in the records (statistics, texts), a worker without a
+// library, and the order of destruction.
+#include <thread>
+
+#include <vixworkerthread.h>
+
+#include "worker_fixture.h"
+
+namespace workertest {
+namespace {
+
+// A record of the test's own: on the worker thread, calls the worker again.
+class NestedCall : public SyncCall {
+public:
+    explicit NestedCall(vixWorkerThread *owner) : SyncCall(owner), owner_(owner) {}
+    void Execute() override {
+        ranOn = GetCurrentThreadId();
+        owner_->GetErrorText(16000, text);
+        queuedMeanwhile = owner_->NumberOfOutstandingCalls();
+    }
+    DWORD ranOn = 0;
+    wcstring text;
+    uint32_t queuedMeanwhile = 99;
+
+private:
+    vixWorkerThread *owner_;
+};
+
+struct ProgressContext {
+    vixWorkerThread *worker;
+    DWORD ranOn = 0;
+    const char *modes = nullptr;
+};
+
+// VDDK calls progress functions on the thread that made the call: the worker.
+Bool CallTheWorkerFromProgress(void *data, int) {
+    auto *context = static_cast<ProgressContext *>(data);
+    context->ranOn = GetCurrentThreadId();
+    context->modes = context->worker->VixDiskLib_ListTransportModes();
+    return 1;
+}
+
+// Queuing from the worker thread would wait for itself forever: such calls
+// go straight to the binding, whether a record or the library calls back.
+TEST_F(WorkerTest, CallsMadeOnTheWorkerThreadRunAtOnce) {
+    Install();
+    StartWorker();
+    NestedCall nested(worker.get());
+    ASSERT_TRUE(RunOnJobThread([&] { nested.Invoke(); }));
+    EXPECT_EQ(nested.ranOn, worker->ThreadId());
+    EXPECT_EQ(nested.text, L"The virtual disk is invalid");
+    EXPECT_EQ(nested.queuedMeanwhile, 0u);
+
+    VixDiskLibHandle handle = OpenMemDisk("progress");
+    ProgressContext progress{worker.get()};
+    VixError shrunk = 1;
+    ASSERT_TRUE(RunOnJobThread(
+        [&] { shrunk = worker->VixDiskLib_Shrink(handle, CallTheWorkerFromProgress, &progress); }));
+    EXPECT_EQ(shrunk, VIX_OK);
+    EXPECT_EQ(progress.ranOn, worker->ThreadId());
+    EXPECT_STREQ(progress.modes, "file:san:hotadd:nbdssl:nbd");
+    EXPECT_EQ(worker->VixDiskLib_Close(handle, nullptr), VIX_OK);
+}
+
+TEST_F(WorkerTest, GetErrorTextDecodesTheTextAndFreesItThroughTheWorker) {
+    Install();
+    StartWorker();
+    wcstring text = L"canary";
+    worker->GetErrorText(VIX_E_DISK_OUTOFRANGE, text);
+    EXPECT_EQ(text, L"Sector range out of bounds");
+    EXPECT_EQ(Calls("VixDiskLib_GetErrorText"), 1u);
+    EXPECT_EQ(Calls("VixDiskLib_FreeErrorText"), 1u);
+}
+
+// Nothing installed: the bindings refuse, and the text asked for stays as it was.
+TEST_F(WorkerTest, WorkerWithoutLibraryLeavesTheTextAlone) {
+    worker = std::make_unique<vixWorkerThread>(false);
+    log.Clear();
+    wcstring text = L"canary";
+    worker->GetErrorText(16000, text);
+    EXPECT_EQ(text, L"canary");
+    EXPECT_EQ(log.Lines(), std::vector<std::wstring>{
+                               L"vixDiskLibGlue: Uninitialized function pointer for: VixDiskLib_GetErrorText. "});
+}
+
+// Read and Close records carry the handle's statistics to the binding.
+TEST_F(WorkerTest, StatisticsTravelWithReadAndCloseRecords) {
+    Install();
+    StartWorker();
+    VixDiskLibHandle handle = OpenMemDisk("stats");
+    _vixReadWriteStats stats;
+    stats.name = L"stats";
+    stats.kind = _vixReadWriteStats::kRead;
+    uint8 buffer[8 * 512];
+    log.Clear();
+    EXPECT_EQ(worker->VixDiskLib_Read(handle, 0, 8, buffer, &stats), VIX_OK);
+    EXPECT_EQ(worker->VixDiskLib_Read(handle, 100, 8, buffer, &stats), VIX_OK);
+    EXPECT_EQ(worker->VixDiskLib_Close(handle, &stats), VIX_OK);
+    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{
+                               L"VixDiskLib_Read(stats) No of reads: 1 Data chunks: [1 * 8] Data extent: "
+                               L"[00000000-00000008(00000000-00004096)] ",
+                               L"VixDiskLib_Read(stats) No of reads: 1 Data chunks: [1 * 8] Data extent: "
+                               L"[00000100-00000008(00051200-00004096)] ",
+                               Api(L"VixDiskLib_Close(0x" + Padded(handle) + L")"),
+                           }));
+}
+
+// 1. Hold VixDiskLib_Exit in the stand-in while another thread destroys the worker.
+// 2. The worker thread still runs then: the libraries are exited before the thread stops.
+// 3. Release: both libraries were exited once, VDDK's own thread is gone, so is the worker's.
+TEST_F(WorkerTest, DestructionExitsBothLibrariesBeforeStoppingTheThread) {
+    Install();
+    StartWorker();
+    ASSERT_EQ(worker->VixDiskLib_Disconnect(connection), VIX_OK);
+    connection = nullptr;
+    ASSERT_NE(sim.VddkSim_BackgroundThreadId(), 0u);
+    skclass::UniqueHandle workerThread(OpenThread(SYNCHRONIZE, FALSE, worker->ThreadId()));
+    ASSERT_TRUE(workerThread);
+    ASSERT_TRUE(sim.VddkSim_BlockNextCall("VixDiskLib_Exit"));
+    vixWorkerThread *destroying = worker.release();
+    skclass::UniqueHandle destroyed(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::thread destroyer([&] {
+        delete destroying;
+        SetEvent(destroyed.get());
+    });
+    const bool held = sim.VddkSim_WaitBlocked("VixDiskLib_Exit", kTimeoutMs) != 0;
+    const DWORD threadWhileHeld = WaitForSingleObject(workerThread.get(), 0);
+    sim.VddkSim_Release("VixDiskLib_Exit");
+    const bool finished = WaitForSingleObject(destroyed.get(), kTimeoutMs) == WAIT_OBJECT_0;
+    if (!finished) {
+        destroyer.detach();
+        FAIL() << "the destructor did not return";
+    }
+    destroyer.join();
+    EXPECT_TRUE(held);
+    EXPECT_EQ(threadWhileHeld, static_cast<DWORD>(WAIT_TIMEOUT)) << "the worker thread had already stopped";
+    EXPECT_EQ(WaitForSingleObject(workerThread.get(), 0), static_cast<DWORD>(WAIT_OBJECT_0));
+    EXPECT_EQ(Calls("VixDiskLib_Exit"), 1u);
+    EXPECT_EQ(Calls("VixMntapi_Exit"), 1u);
+    EXPECT_EQ(sim.VddkSim_BackgroundThreadId(), 0u);
+}
+
+}  // namespace
+}  // namespace workertest

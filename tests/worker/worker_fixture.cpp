@@ -1,0 +1,88 @@
+#include "worker_fixture.h"
+
+#include <sddl.h>
+
+namespace workertest {
+
+std::string ProcessUser() {
+    skclass::UniqueHandle token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put())) return std::string();
+    alignas(8) unsigned char buffer[512];
+    DWORD size = 0;
+    if (!GetTokenInformation(token.get(), TokenUser, buffer, sizeof buffer, &size)) return std::string();
+    const PSID sid = reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid;
+    char name[256], domain[256];
+    DWORD nameLength = sizeof name, domainLength = sizeof domain;
+    SID_NAME_USE use;
+    if (LookupAccountSidA(nullptr, sid, name, &nameLength, domain, &domainLength, &use))
+        return std::string(domain) + "\\" + name;
+    // Wine maps no name to its user's SID; the stand-in then records the SID.
+    char *sidText = nullptr;
+    if (!ConvertSidToStringSidA(sid, &sidText)) return std::string();
+    const std::string text = sidText;
+    LocalFree(sidText);
+    return text;
+}
+
+void WorkerTest::TearDown() {
+    if (abandoned) {
+        worker.release();
+    } else if (worker) {
+        if (connection) worker->VixDiskLib_Disconnect(connection);
+        worker.reset();
+    }
+    BindingTest::TearDown();
+}
+
+void WorkerTest::StartWorker(bool impersonate) {
+    worker = std::make_unique<vixWorkerThread>(impersonate);
+    ASSERT_TRUE(worker->diskLibGlue && worker->diskLibGlue->OK());
+    ASSERT_TRUE(Attach(worker->diskLibGlue->moduleHandle.get()));
+    ASSERT_EQ(worker->VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr), VIX_OK);
+    ASSERT_EQ(worker->VixDiskLib_Connect(nullptr, &connection), VIX_OK);
+}
+
+VixDiskLibHandle WorkerTest::OpenMemDisk(const std::string &name, bool impersonate) {
+    VixDiskLibHandle handle = nullptr;
+    const std::string path = "memdisk://" + name + "?size=1048576";
+    EXPECT_EQ(worker->VixDiskLib_Open(connection, path.c_str(), 0, &handle, impersonate), VIX_OK);
+    return handle;
+}
+
+namespace {
+
+struct JobThread {
+    std::function<void()> body;
+    static DWORD WINAPI Main(void *self) {
+        static_cast<JobThread *>(self)->body();
+        return 0;
+    }
+};
+
+}  // namespace
+
+::testing::AssertionResult WorkerTest::RunOnJobThread(std::function<void()> body) {
+    auto job = std::make_unique<JobThread>();
+    job->body = std::move(body);
+    skclass::UniqueHandle thread(CreateThread(nullptr, 0, &JobThread::Main, job.get(), 0, nullptr));
+    if (!thread) return ::testing::AssertionFailure() << "CreateThread failed: " << GetLastError();
+    if (WaitForSingleObject(thread.get(), kTimeoutMs) != WAIT_OBJECT_0) {
+        job.release();
+        thread.release();
+        abandoned = true;
+        return ::testing::AssertionFailure() << "the job thread did not finish within " << kTimeoutMs << " ms";
+    }
+    return ::testing::AssertionSuccess();
+}
+
+::testing::AssertionResult WorkerTest::RunImpersonating(std::function<void()> body, bool *impersonated) {
+    *impersonated = false;
+    return RunOnJobThread([body, impersonated] {
+        if (!ImpersonateSelf(SecurityImpersonation)) return;
+        *impersonated = true;
+        body();
+        RevertToSelf();
+    });
+}
+
+}  // namespace workertest
