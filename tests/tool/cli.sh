@@ -1,7 +1,7 @@
 #!/bin/sh
 # The command line: --help for the program and each command (exit 0), bad
 # arguments (exit 2 with the reason), a disk that cannot be opened (exit 1
-# with VDDK's text).
+# with VDDK's text), and a server password that reaches no output or log.
 # usage: cli.sh <wine run.sh> <diskbroker.exe>
 set -eu
 run=$1
@@ -46,3 +46,16 @@ check 1 "cannot open '.*missing.vmdk'" err info missing.vmdk
 check 1 'VDDK error' err info missing.vmdk
 check 1 'change list .*absent.xml.* does not exist' err backup --changes absent.xml missing.vmdk x.img
 echo "failures: exit 1 with the cause"
+
+# The stand-in accepts the server connection; its datastore has no such disk.
+secret="pw-$$-do-not-leak"
+export DISKBROKER_PASSWORD="$secret"
+check 1 "cannot open '\\[ds\\] vm/disk.vmdk'" err info --server vc.example --user backup --vm moref=vm-1 '[ds] vm/disk.vmdk'
+unset DISKBROKER_PASSWORD
+logs="${DISKBROKER_WINEPREFIX:?}/drive_c"
+if grep -rqs -- "$secret" out.txt err.txt "$logs/Logs" "$logs"/*.ini; then
+    echo "the password reached an output or a log"
+    exit 1
+fi
+check 1 'needs a password in the environment variable DISKBROKER_PASSWORD' err info --server vc.example --user backup '[ds] vm/disk.vmdk'
+echo "server password: used, never printed or logged"

@@ -80,6 +80,73 @@ std::wstring Speed(const TransferResult &r) {
     return FormatBytes(r.bytes) + L" in " + text;
 }
 
+// The story's steps, each printing its line of the narrative.
+class DemoStory {
+public:
+    DemoStory(Job &job, const CacheTuning &tuning, const std::wstring &dir, uint64_t size)
+        : job_(job), tuning_(tuning), size_(size), base_(dir + L"\\base.vmdk"), child_(dir + L"\\child.vmdk"),
+          restored_(dir + L"\\restored.vmdk"), full_(dir + L"\\full.img"), incr_(dir + L"\\incr.img"),
+          changes_(dir + L"\\changes.xml") {}
+
+    void MakeChain() {
+        Disk::Create(job_.Broker(), job_.Link(), base_, size_);
+        const uint64_t inBase = WriteRegions(job_, base_, {{0, 8 * kMiB, 1}, {size_ / 2, 4 * kMiB, 2}});
+        Disk parent(job_.Broker(), job_.Link(), base_, Disk::Mode::Read);
+        parent.CreateChild(child_);
+        parent.Close();
+        const uint64_t inChild = WriteRegions(job_, child_, {{4 * kMiB, 8 * kMiB, 3}, {size_ / 4, kMiB, 4}});
+        OutLine(L"1. made a disk chain: base.vmdk (" + FormatBytes(size_) + L", " + FormatBytes(inBase) +
+                L" written) <- child.vmdk (" + FormatBytes(inChild) + L" written over it)");
+    }
+
+    void FullBackup() {
+        const TransferResult r = Backup(job_, tuning_, {child_, full_, L"", true, false});
+        OutLine(L"2. full backup of child.vmdk -> full.img: " + Speed(r) + L"; " +
+                r.depth.Describe(L"reader-bound", L"consumer-bound"));
+    }
+
+    // Writes new data into the child and lists where, as a change-tracking
+    // query would.
+    void ChangeChild() {
+        const std::vector<Region> changed = {{6 * kMiB, kMiB, 5}, {size_ * 3 / 8, 64 * 1024, 6}, {size_ - kMiB, kMiB, 7}};
+        const uint64_t bytes = WriteRegions(job_, child_, changed);
+        ExtentList extents;
+        for (const Region &region : changed) extents.push_back({region.offset, region.length});
+        SaveChangeList(changes_, extents, size_);
+        OutLine(L"3. changed child.vmdk in " + std::to_wstring(changed.size()) + L" places (" + FormatBytes(bytes) +
+                L") and listed them in changes.xml");
+    }
+
+    void IncrementalBackup() {
+        const TransferResult r = Backup(job_, tuning_, {child_, incr_, changes_, true, false});
+        OutLine(L"4. incremental backup from changes.xml -> incr.img: " + std::to_wstring(r.extents) +
+                L" extents, " + Speed(r));
+    }
+
+    void RestoreBoth() {
+        const TransferResult full = Restore(job_, tuning_, {full_, restored_, L"", true, true, false});
+        const TransferResult incr = Restore(job_, tuning_, {incr_, restored_, L"", true, true, false});
+        OutLine(L"5. restored full.img into the new disk restored.vmdk (" + Speed(full) + L"), then incr.img on top (" +
+                Speed(incr) + L"); every extent matched its manifest checksum and read back intact");
+    }
+
+    void CompareChecksums() {
+        const std::wstring source = Checksum(job_, tuning_, child_, false).sha256;
+        const std::wstring copy = Checksum(job_, tuning_, restored_, false).sha256;
+        OutLine(L"6. SHA-256 of child.vmdk (source):    " + source);
+        OutLine(L"   SHA-256 of restored.vmdk (target): " + copy);
+        PrintStatistics(job_.Log().TakeStatistics());
+        if (source != copy) throw MismatchError(L"the restored disk differs from the source");
+        OutLine(L"MATCH: the restored disk is identical to the source.");
+    }
+
+private:
+    Job &job_;
+    const CacheTuning &tuning_;
+    uint64_t size_;
+    std::wstring base_, child_, restored_, full_, incr_, changes_;
+};
+
 }  // namespace
 
 int RunDemo(const Words &words) {
@@ -93,54 +160,15 @@ int RunDemo(const Words &words) {
     const CacheTuning tuning = TuningFrom(args);
     Job job(args, false);
     PrepareFolder(dir);
-    const std::wstring base = dir + L"\\base.vmdk", child = dir + L"\\child.vmdk", restored = dir + L"\\restored.vmdk";
-    const std::wstring full = dir + L"\\full.img", incr = dir + L"\\incr.img", changes = dir + L"\\changes.xml";
     OutLine(L"diskBroker demo on the " + job.Vddk().Description());
     OutLine(L"working folder: " + dir);
-
-    Disk::Create(job.Broker(), job.Link(), base, size);
-    const uint64_t inBase = WriteRegions(job, base, {{0, 8 * kMiB, 1}, {size / 2, 4 * kMiB, 2}});
-    {
-        Disk parent(job.Broker(), job.Link(), base, Disk::Mode::Read);
-        parent.CreateChild(child);
-        parent.Close();
-    }
-    const uint64_t inChild = WriteRegions(job, child, {{4 * kMiB, 8 * kMiB, 3}, {size / 4, kMiB, 4}});
-    OutLine(L"1. made a disk chain: base.vmdk (" + FormatBytes(size) + L", " + FormatBytes(inBase) +
-            L" written) <- child.vmdk (" + FormatBytes(inChild) + L" written over it)");
-
-    BackupRequest backup{child, full, L"", true, false};
-    TransferResult r = Backup(job, tuning, backup);
-    OutLine(L"2. full backup of child.vmdk -> full.img: " + Speed(r) + L"; " +
-            r.depth.Describe(L"reader-bound", L"consumer-bound"));
-
-    const std::vector<Region> changed = {{6 * kMiB, kMiB, 5}, {size * 3 / 8, 64 * 1024, 6}, {size - kMiB, kMiB, 7}};
-    const uint64_t changedBytes = WriteRegions(job, child, changed);
-    ExtentList changedExtents;
-    for (const Region &region : changed) changedExtents.push_back({region.offset, region.length});
-    SaveChangeList(changes, changedExtents, size);
-    OutLine(L"3. changed child.vmdk in " + std::to_wstring(changed.size()) + L" places (" + FormatBytes(changedBytes) +
-            L") and listed them in changes.xml");
-
-    backup = {child, incr, changes, true, false};
-    r = Backup(job, tuning, backup);
-    OutLine(L"4. incremental backup from changes.xml -> incr.img: " + std::to_wstring(r.extents) + L" extents, " +
-            Speed(r));
-
-    RestoreRequest restore{full, restored, L"", true, true, false};
-    r = Restore(job, tuning, restore);
-    restore.image = incr;
-    const TransferResult r2 = Restore(job, tuning, restore);
-    OutLine(L"5. restored full.img into the new disk restored.vmdk (" + Speed(r) + L"), then incr.img on top (" +
-            Speed(r2) + L"); every extent matched its manifest checksum and read back intact");
-
-    const std::wstring source = Checksum(job, tuning, child, false).sha256;
-    const std::wstring copy = Checksum(job, tuning, restored, false).sha256;
-    OutLine(L"6. SHA-256 of child.vmdk (source):    " + source);
-    OutLine(L"   SHA-256 of restored.vmdk (target): " + copy);
-    PrintStatistics(job.Log().TakeStatistics());
-    if (source != copy) throw MismatchError(L"the restored disk differs from the source");
-    OutLine(L"MATCH: the restored disk is identical to the source.");
+    DemoStory story(job, tuning, dir, size);
+    story.MakeChain();
+    story.FullBackup();
+    story.ChangeChild();
+    story.IncrementalBackup();
+    story.RestoreBoth();
+    story.CompareChecksums();
     return kExitOk;
 }
 

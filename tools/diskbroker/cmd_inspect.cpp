@@ -44,7 +44,7 @@ std::wstring LogFilePath() {
 int RunInfo(const Words &words) {
     const Args args(words, WithCommonOptions({}, false), 1, 1);
     if (args.HelpRequested()) return Help(kInfoHelp);
-    const std::wstring path = FullPath(args.Positional(0));
+    const std::wstring path = DiskPathFrom(args, args.Positional(0));
     Job job(args, true);
     Disk disk(job.Broker(), job.Link(), path, Disk::Mode::Read);
     const DiskInfo info = disk.Info();
@@ -80,7 +80,7 @@ int RunLog(const Words &words) {
     if (args.HelpRequested()) return Help(kLogHelp);
     Job job(args, true);
     for (const std::wstring &word : args.Positional()) {
-        const std::wstring path = FullPath(word);
+        const std::wstring path = DiskPathFrom(args, word);
         try {
             Disk disk(job.Broker(), job.Link(), path, Disk::Mode::Read);
             disk.Close();

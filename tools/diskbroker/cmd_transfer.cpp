@@ -60,7 +60,7 @@ int RunBackup(const Words &words) {
     const Args args(words, WithCommonOptions({{L"changes", true}, {L"force", false}}, true), 2, 2);
     if (args.HelpRequested()) return Help(kBackupHelp, true);
     BackupRequest request;
-    request.disk = FullPath(args.Positional(0));
+    request.disk = DiskPathFrom(args, args.Positional(0));
     request.image = FullPath(args.Positional(1));
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.overwrite = args.Has(L"force");
@@ -80,7 +80,8 @@ int RunRestore(const Words &words) {
     if (args.HelpRequested()) return Help(kRestoreHelp, true);
     RestoreRequest request;
     request.image = FullPath(args.Positional(0));
-    request.target = FullPath(args.Positional(1));
+    request.target = DiskPathFrom(args, args.Positional(1));
+    request.mayCreate = !args.Has(L"server");
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.verify = !args.Has(L"no-verify");
     request.metadata = !args.Has(L"no-metadata");
@@ -100,7 +101,7 @@ int RunRestore(const Words &words) {
 int RunChecksum(const Words &words) {
     const Args args(words, WithCommonOptions({}, true), 1, 1);
     if (args.HelpRequested()) return Help(kChecksumHelp, true);
-    const std::wstring disk = FullPath(args.Positional(0));
+    const std::wstring disk = DiskPathFrom(args, args.Positional(0));
     Job job(args, true);
     const TransferResult result = Checksum(job, TuningFrom(args), disk, true);
     OutLine(result.sha256 + L"  " + disk);

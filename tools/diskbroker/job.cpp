@@ -6,6 +6,7 @@
 
 #include "console.h"
 #include "errors.h"
+#include "files.h"
 
 namespace dbtool {
 
@@ -54,6 +55,10 @@ ConnectionOptions ConnectionFrom(const Args &args, bool readOnly) {
     if (options.server.empty() && (args.Has(L"user") || args.Has(L"vm") || args.Has(L"snapshot")))
         throw UsageError(L"--user, --vm and --snapshot need --server");
     return options;
+}
+
+std::wstring DiskPathFrom(const Args &args, const std::wstring &word) {
+    return args.Has(L"server") ? word : FullPath(word);
 }
 
 CacheTuning TuningFrom(const Args &args) {

@@ -20,6 +20,9 @@ extern const wchar_t kCommonHelp[];
 extern const wchar_t kCacheHelp[];
 
 ConnectionOptions ConnectionFrom(const Args &args, bool readOnly);
+// A local file path made absolute; a server's datastore path ("[ds] vm/x.vmdk")
+// or a memory disk's name as given.
+std::wstring DiskPathFrom(const Args &args, const std::wstring &word);
 CacheTuning TuningFrom(const Args &args);
 
 class Job {

@@ -132,7 +132,7 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
     File image = File::OpenRead(request.image);
     const ExtentList selection = Selection(manifest, request);
     TransferResult result;
-    if (!IsUrlPath(request.target) && !PathExists(request.target)) {
+    if (request.mayCreate && !IsUrlPath(request.target) && !PathExists(request.target)) {
         Disk::Create(job.Broker(), job.Link(), request.target, manifest.capacity);
         result.createdTarget = true;
     }

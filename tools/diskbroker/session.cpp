@@ -28,8 +28,9 @@ void ReadPassword(const std::wstring &variable, std::string &password) {
         throw Failure(L"a server connection needs a password in the environment variable " + variable +
                       L" (it is never taken from the command line)");
     std::vector<wchar_t> wide(needed, L'\0');
-    GetEnvironmentVariableW(variable.c_str(), wide.data(), needed);
-    password = Utf8(wide.data());
+    const DWORD length = GetEnvironmentVariableW(variable.c_str(), wide.data(), needed);
+    // Straight from the buffer, so no copy of the secret is left unwiped.
+    password = cstring::ToUtf8(wide.data(), length < needed ? length : 0);
     SecureZeroMemory(wide.data(), wide.size() * sizeof(wchar_t));
 }
 
@@ -74,14 +75,25 @@ void Service::Check(VixError error, const std::wstring &what) {
 }
 
 std::wstring Service::TakeVddkLog() {
-    wcstring text;
-    broker_->GetCachedVDDKlog(&text);
+    wcstring cached;
+    broker_->GetCachedVDDKlog(&cached);
+    // VDDK's messages end with their own line break, and the cache adds one.
+    std::wstring text;
+    size_t start = 0;
+    while (start < cached.size()) {
+        size_t end = cached.find(L'\n', start);
+        if (end == std::wstring::npos) end = cached.size();
+        std::wstring line = cached.substr(start, end - start);
+        while (!line.empty() && (line.back() == L'\r' || line.back() == L' ')) line.pop_back();
+        if (!line.empty()) text += line + L"\n";
+        start = end + 1;
+    }
     return text;
 }
 
 Connection::Connection(Service &service, const ConnectionOptions &options) : service_(service) {
+    // All-null parameters make a local connection, as VDDK documents it.
     NarrowParams narrow;
-    VixDiskLibConnectParams *params = nullptr;
     if (!options.server.empty()) {
         narrow.server = Utf8(options.server);
         narrow.user = Utf8(options.user);
@@ -95,15 +107,11 @@ Connection::Connection(Service &service, const ConnectionOptions &options) : ser
         narrow.params.credType = VIXDISKLIB_CRED_UID;
         narrow.params.creds.uid.userName = NarrowParams::Text(narrow.user);
         narrow.params.creds.uid.password = NarrowParams::Text(narrow.password);
-        params = &narrow.params;
-    } else {
-        // A local connection: every field null, as VDDK documents it.
-        params = &narrow.params;
     }
     const std::string snapshot = Utf8(options.snapshotRef);
     const std::string transports = Utf8(options.transports);
     const VixError error = service.Broker().VixDiskLib_ConnectEx(
-        params, options.readOnly ? 1 : 0, snapshot.empty() ? nullptr : snapshot.c_str(),
+        &narrow.params, options.readOnly ? 1 : 0, snapshot.empty() ? nullptr : snapshot.c_str(),
         transports.empty() ? nullptr : transports.c_str(), &connection_);
     service.Check(error, options.server.empty() ? std::wstring(L"cannot connect to local disks")
                                                 : L"cannot connect to " + options.server);

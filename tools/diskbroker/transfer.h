@@ -38,6 +38,7 @@ struct RestoreRequest {
     std::wstring changeList;  // empty: every extent of the manifest
     bool verify = true;       // read the written ranges back through the read cache
     bool metadata = true;     // write the metadata export back to the target
+    bool mayCreate = true;    // false on a server, where disks are not created
     bool showProgress = true;
 };
 // Creates the target (a sparse disk of the manifest's capacity) when it does
