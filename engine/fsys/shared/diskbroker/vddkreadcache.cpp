@@ -337,6 +337,9 @@ long diskBroker::stopReadCacheThread(diskReadContextStruct *context) {
     if (!context) return 0;
     return Guarded(L"stopReadCacheThread", 0L, [&]() -> long {
         context->stopRequested = 1;
+        // Meant for an idle thread; one still in a pass is asked to leave it.
+        context->cancelRequested = 1;
+        ReleaseSemaphore(context->freeQueue.semaphore.get(), 1, nullptr);
         if (context->startEvent) SetEvent(context->startEvent);
         // The thread reads the context while it leaves; freeing under it would
         // be a use after free, so give it a bounded moment to go.

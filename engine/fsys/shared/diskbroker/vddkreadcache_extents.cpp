@@ -78,13 +78,10 @@ long LoadExtentList(CXmlReader &reader, const wcstring &path) {
 // Returns once the read thread has exported this pass's metadata, or is gone.
 void WaitForMetadataExport(diskReadContextStruct *context) {
     while (!context->metadataDone && context->threadHandle) {
-        HANDLE event = context->metadataDoneEvent.get();
-        if (!event) {
-            skclass::Dawdle(kMetadataPollMs);
-            continue;
-        }
-        HANDLE handles[2] = {event, context->threadHandle};
-        if (WaitForMultipleObjects(2, handles, FALSE, kMetadataPollMs) == WAIT_OBJECT_0 + 1) return;
+        HANDLE handles[2] = {context->metadataDoneEvent.get(), context->threadHandle};
+        const DWORD result = handles[0] ? WaitForMultipleObjects(2, handles, FALSE, kMetadataPollMs) : WAIT_FAILED;
+        if (result == WAIT_OBJECT_0 + 1) return;
+        if (result == WAIT_FAILED) skclass::Dawdle(kMetadataPollMs);  // nothing to wait on: poll
     }
 }
 

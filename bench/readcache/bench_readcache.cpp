@@ -1,0 +1,358 @@
+// The read-ahead cache measured side by side in one run on the stand-in's
+// memory disk (rounds alternate so both sides see the same machine load;
+// medians are printed):
+//   (a) raw:     cache vs a plain loop of diskBroker::VixDiskLib_Read with the
+//                same request size, no latency, no consumer work (goal >= 0.9):
+//                64 KiB requests as a job makes them, and requests as large
+//                as a buffer (the worst case: a memory-disk read costs about
+//                what the cache's copy costs, so the copy cannot hide);
+//   (b) overlap: 1 ms stand-in latency per read and 1 ms consumer work per
+//                buffer, cache vs the same work done serially (goal >= 1.8);
+//   (c) walk:    a 1,000,000-extent list loaded and walked through
+//                startDiskReadBuffer's path (zero-length extents, so no data
+//                is read) vs a bare XmlLite pass over the file (goal <= 1.5);
+//   (d) first byte: startDiskReadBuffer to the first byte delivered (goal < 50 ms).
+//
+//   bench_readcache [rounds]
+#include <objidl.h>
+#include <windows.h>
+#include <xmllite.h>
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <dbtest/registry_sandbox.h>
+#include <dbtest/temp_dir.h>
+#include <dbtest/vddk_install.h>
+#include <diskbroker.h>
+#include <skstdutl/sklog.h>
+
+namespace {
+
+const char kDisk[] = "memdisk://bench?size=134217728&seed=3";  // 128 MiB
+constexpr uint64_t kDiskBytes = 134217728;
+
+double Now() {
+    LARGE_INTEGER frequency, counter;
+    QueryPerformanceFrequency(&frequency);
+    QueryPerformanceCounter(&counter);
+    return double(counter.QuadPart) / double(frequency.QuadPart);
+}
+
+// The job's own work on a buffer (compression, say): busy, as real work is.
+void Work(double milliseconds) {
+    const double end = Now() + milliseconds / 1000;
+    while (milliseconds > 0 && Now() < end) {
+    }
+}
+
+// What the machine lends a second thread right now: 1.0 when the two threads
+// take turns, 2.0 when each has a core. The overlap goal needs about 2.
+double TwoThreadSpeedUp() {
+    const int spins = 100;
+    double start = Now();
+    for (int i = 0; i < 2 * spins; ++i) Work(1);
+    const double alone = Now() - start;
+    start = Now();
+    std::thread other([] {
+        for (int i = 0; i < spins; ++i) Work(1);
+    });
+    for (int i = 0; i < spins; ++i) Work(1);
+    other.join();
+    return alone / (Now() - start);
+}
+
+// MB/s of a bare pipeline: a pattern fill on one thread into a ring of
+// 8 x 1 MiB, memcpy out on another, two semaphores. Handing bytes from core to
+// core is what the cache adds to a plain read loop; with buffer-sized requests
+// on a disk as fast as memory, no cache can pass this rate.
+double BarePipelineRate() {
+    const size_t bufferBytes = 1u << 20, ringCount = 8, buffers = 128;
+    auto fill = [](size_t buffer, unsigned char *bytes) {
+        for (size_t word = 0; word < (1u << 17); ++word) {
+            const uint64_t value = (buffer * (1u << 17) + word) * 0x9E3779B97F4A7C15ull;
+            memcpy(bytes + word * 8, &value, 8);
+        }
+    };
+    std::vector<unsigned char> hot(bufferBytes), ring(bufferBytes * ringCount);
+    HANDLE empty = CreateSemaphoreW(nullptr, LONG(ringCount), LONG(ringCount), nullptr);
+    HANDLE full = CreateSemaphoreW(nullptr, 0, LONG(ringCount), nullptr);
+    const double start = Now();
+    std::thread producer([&] {
+        for (size_t b = 0; b < buffers; ++b) {
+            WaitForSingleObject(empty, INFINITE);
+            fill(b, &ring[(b % ringCount) * bufferBytes]);
+            ReleaseSemaphore(full, 1, nullptr);
+        }
+    });
+    for (size_t b = 0; b < buffers; ++b) {
+        WaitForSingleObject(full, INFINITE);
+        memcpy(hot.data(), &ring[(b % ringCount) * bufferBytes], bufferBytes);
+        ReleaseSemaphore(empty, 1, nullptr);
+    }
+    producer.join();
+    const double piped = Now() - start;
+    CloseHandle(empty);
+    CloseHandle(full);
+    return double(buffers * bufferBytes) / 1e6 / piped;
+}
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+bool WriteText(const std::wstring &path, const std::string &text) {
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    DWORD written = 0;
+    const bool ok = WriteFile(file, text.data(), DWORD(text.size()), &written, nullptr) && written == text.size();
+    CloseHandle(file);
+    return ok;
+}
+
+// areas x perArea extents of extentLength bytes, 128 KiB apart.
+bool WriteExtentList(const std::wstring &path, unsigned areas, unsigned perArea, uint64_t extentLength) {
+    std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo>\r\n";
+    unsigned long long offset = 0;
+    char line[160];
+    for (unsigned a = 0; a < areas; ++a) {
+        snprintf(line, sizeof line, " <area startoffset=\"%llu\" startlength=\"%llu\">\r\n", offset,
+                 static_cast<unsigned long long>(perArea) * 131072);
+        xml += line;
+        for (unsigned e = 0; e < perArea; ++e, offset += 131072) {
+            snprintf(line, sizeof line, "  <extent offset=\"%llu\" length=\"%llu\"/>\r\n", offset,
+                     static_cast<unsigned long long>(extentLength));
+            xml += line;
+        }
+        xml += " </area>\r\n";
+    }
+    xml += "</DiskChangeInfo>\r\n";
+    return WriteText(path, xml);
+}
+
+class FileStream : public ISequentialStream {
+public:
+    explicit FileStream(HANDLE file) : file_(file) {}
+    virtual ~FileStream() = default;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **object) override {
+        *object = (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_ISequentialStream)) ? this : nullptr;
+        return *object ? S_OK : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE Read(void *buffer, ULONG wanted, ULONG *got) override {
+        DWORD count = 0;
+        if (!ReadFile(file_, buffer, wanted, &count, nullptr)) return E_FAIL;
+        if (got) *got = count;
+        return count == wanted ? S_OK : S_FALSE;
+    }
+    HRESULT STDMETHODCALLTYPE Write(const void *, ULONG, ULONG *) override { return E_NOTIMPL; }
+
+private:
+    HANDLE file_;
+};
+
+// Every element's name and every attribute's name and value, the least a
+// consumer of the parser must fetch; nothing kept.
+unsigned long long BareXmlLitePass(const std::wstring &path) {
+    using CreateFn = HRESULT(WINAPI *)(REFIID, void **, IMalloc *);
+    static const CreateFn create = reinterpret_cast<CreateFn>(
+        reinterpret_cast<void (*)()>(GetProcAddress(LoadLibraryW(L"xmllite.dll"), "CreateXmlReader")));
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    if (!create || file == INVALID_HANDLE_VALUE) return 0;
+    FileStream stream(file);
+    IXmlReader *reader = nullptr;
+    unsigned long long elements = 0;
+    if (SUCCEEDED(create(__uuidof(IXmlReader), reinterpret_cast<void **>(&reader), nullptr)) &&
+        SUCCEEDED(reader->SetInput(&stream))) {
+        XmlNodeType type;
+        const wchar_t *text;
+        UINT length;
+        while (reader->Read(&type) == S_OK) {
+            if (type != XmlNodeType_Element) continue;
+            ++elements;
+            reader->GetQualifiedName(&text, &length);
+            for (HRESULT hr = reader->MoveToFirstAttribute(); hr == S_OK; hr = reader->MoveToNextAttribute()) {
+                reader->GetQualifiedName(&text, &length);
+                reader->GetValue(&text, &length);
+            }
+        }
+        reader->Release();
+    }
+    CloseHandle(file);
+    return elements;
+}
+
+struct Bench {
+    diskBroker &service;
+    _vixReadWriteHandle *disk;
+    dbtest::TempDir &folder;
+    unsigned passes = 0;
+    std::vector<unsigned char> destination = std::vector<unsigned char>(4u << 20);
+
+    // Plain loop over the first passBytes: one read of requestBytes per
+    // call, workMs per call. MB/s.
+    double PlainLoop(uint64_t passBytes, unsigned requestBytes, double workMs) {
+        const uint64_t sectors = requestBytes / 512;
+        const double start = Now();
+        for (uint64_t first = 0; first < passBytes / 512; first += sectors) {
+            if (service.VixDiskLib_Read(disk, first, sectors, destination.data()) != VIX_OK) return -1;
+            Work(workMs);
+        }
+        return double(passBytes) / 1e6 / (Now() - start);
+    }
+
+    // Points the context at the disk and a list; a fresh metadata file per pass.
+    void Prepare(diskReadContextStruct &context, const std::wstring &list) {
+        context.broker = skclass::shared_ptr<diskBroker>(&service, [](diskBroker *) {});
+        context.diskHandle = disk;
+        context.extentFilePath = list;
+        context.metadataFilePath = folder.File(L"metadata-" + std::to_wstring(++passes) + L".bin");
+    }
+
+    // One pass through the cache, close included; requestBytes and workMs per
+    // call. Returns seconds (-1 on failure); firstByte gets the seconds from
+    // startDiskReadBuffer to the first byte delivered.
+    double Pass(diskReadContextStruct &context, const std::wstring &list, unsigned requestBytes, double workMs,
+                uint64_t &bytes, double *firstByte = nullptr) {
+        Prepare(context, list);
+        bytes = 0;
+        const double start = Now();
+        if (service.startDiskReadBuffer(&context) != 0) return -1;
+        for (;;) {
+            unsigned length = requestBytes;
+            const long result = service.GetDiskCacheBuffer(&context, destination.data(), &length);
+            if (result == static_cast<long>(0x2000FE0Cu)) break;
+            if (result != 0) return -1;
+            if (bytes == 0 && length != 0 && firstByte) *firstByte = Now() - start;
+            bytes += length;
+            if (length) Work(workMs);
+        }
+        service.closeReadCacheThread(&context);
+        return Now() - start;
+    }
+};
+
+struct Case {
+    const char *name;
+    unsigned long bufferKB;  // 8 buffers of this size
+    unsigned requestKB;      // what the job asks for per call, in both loops
+    uint64_t passBytes;      // from the start of the disk
+    uint32_t latencyUs;      // stand-in latency per VMware read
+    double workMs;           // consumer work per buffer's worth of data
+    double goal;
+};
+
+bool Throughput(Bench &bench, dbtest::VddkSimControl &sim, const Case &c, int rounds,
+                std::vector<double> &firstBytes) {
+    diskReadContextStruct context;
+    if (bench.service.startReadCacheThread(&context, 8, c.bufferKB, 1) != 0) return false;
+    const std::wstring list = bench.folder.File(L"pass.xml");
+    WriteExtentList(list, 1, 1, c.passBytes);
+    sim.VddkSim_SetLatency("VixDiskLib_Read", c.latencyUs);
+    const double workPerRequest = c.workMs * c.requestKB / c.bufferKB;
+    std::vector<double> loop, cache;
+    bool ok = true;
+    for (int round = 0; round < rounds && ok; ++round) {
+        loop.push_back(bench.PlainLoop(c.passBytes, c.requestKB * 1024, workPerRequest));
+        double firstByte = 0;
+        uint64_t bytes = 0;
+        const double seconds = bench.Pass(context, list, c.requestKB * 1024, workPerRequest, bytes, &firstByte);
+        cache.push_back(double(bytes) / 1e6 / seconds);
+        firstBytes.push_back(firstByte);
+        ok = seconds > 0 && bytes == c.passBytes && loop.back() > 0;
+    }
+    sim.VddkSim_SetLatency("VixDiskLib_Read", 0);
+    bench.service.stopReadCacheThread(&context);
+    if (!ok) return false;
+    const double plain = Median(loop), cached = Median(cache);
+    printf("%-12s %3u MiB, 8 x %4lu KiB buffers, %4u KiB requests: plain loop %6.0f MB/s  cache %6.0f MB/s  "
+           "ratio %.2f (goal >= %.1f)\n",
+           c.name, unsigned(c.passBytes >> 20), c.bufferKB, c.requestKB, plain, cached, cached / plain, c.goal);
+    return true;
+}
+
+bool ExtentWalk(Bench &bench, int rounds) {
+    rounds = std::min(rounds, 3);  // a second or two each
+    const std::wstring list = bench.folder.File(L"million.xml");
+    if (!WriteExtentList(list, 1000, 1000, 0)) return false;
+    diskReadContextStruct context;
+    if (bench.service.startReadCacheThread(&context, 2, 64, 1) != 0) return false;
+    std::vector<double> bare, walk;
+    bool ok = true;
+    for (int round = 0; round < rounds && ok; ++round) {
+        double start = Now();
+        ok = BareXmlLitePass(list) == 1000u * 1001u + 1;
+        bare.push_back(Now() - start);
+        uint64_t bytes = 0;
+        walk.push_back(bench.Pass(context, list, 65536, 0, bytes));
+        ok = ok && walk.back() > 0;
+    }
+    bench.service.stopReadCacheThread(&context);
+    if (!ok) return false;
+    printf("(c) walk     1,000,000 extents: bare XmlLite pass %.3f s  load + walk %.3f s  ratio %.2f (goal <= 1.5)\n",
+           Median(bare), Median(walk), Median(walk) / Median(bare));
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    const int rounds = argc > 1 ? atoi(argv[1]) : 5;
+    if (rounds <= 0) return 2;
+
+    SK_SetLogFilePath(L"");  // no log file in the bench's folders
+    dbtest::RegistrySandbox registry;
+    dbtest::TempDir install, folder;
+    std::string error;
+    if (!registry.Ok() || install.Path().empty() || folder.Path().empty() ||
+        !dbtest::InstallVddkStandin(install.Path(), 0, dbtest::VddkVariant::Normal, &error)) {
+        fprintf(stderr, "cannot install the VDDK stand-in: %s\n", error.c_str());
+        return 1;
+    }
+    const std::wstring dll = dbtest::VddkStandinInstallFolder(install.Path(), 0) + L"vixDiskLib.dll";
+    skclass::UniqueModule standin(LoadLibraryW(dll.c_str()));
+    dbtest::VddkSimControl sim;
+    if (!standin || !sim.Load(standin.get())) {
+        fprintf(stderr, "cannot reach the stand-in's control interface\n");
+        return 1;
+    }
+    auto service = std::make_unique<diskBroker>();
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+    _vixReadWriteHandle *disk = nullptr;
+    wcstring mode;
+    if (service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection) != VIX_OK ||
+        service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &disk, mode) != VIX_OK) {
+        fprintf(stderr, "cannot open the memory disk\n");
+        return 1;
+    }
+
+    Bench bench{*service, disk, folder};
+    printf("read cache on the stand-in's memory disk, medians of %d rounds\n", rounds);
+    printf("two-thread speed-up this machine gives now: %.2f (the overlap goal assumes ~2)\n", TwoThreadSpeedUp());
+    printf("bare two-thread fill+copy pipeline: %.0f MB/s (what a buffer-sized raw pass can reach at most)\n",
+           BarePipelineRate());
+    std::vector<double> firstBytes;
+    const bool ran = Throughput(bench, sim, {"(a) raw", 1024, 64, kDiskBytes, 0, 0, 0.9}, rounds, firstBytes) &&
+                     Throughput(bench, sim, {"(a) raw", 1024, 1024, kDiskBytes, 0, 0, 0.9}, rounds, firstBytes) &&
+                     Throughput(bench, sim, {"(b) overlap", 256, 256, kDiskBytes / 4, 1000, 1.0, 1.8}, rounds, firstBytes) &&
+                     ExtentWalk(bench, rounds);
+    if (ran)
+        printf("(d) first byte after startDiskReadBuffer: median %.1f ms, worst %.1f ms (goal < 50 ms)\n",
+               Median(firstBytes) * 1000, *std::max_element(firstBytes.begin(), firstBytes.end()) * 1000);
+
+    service->VixDiskLib_Close(disk);
+    service->VixDiskLib_Disconnect(connection, &local);
+    service.reset();
+    return ran ? 0 : 1;
+}
