@@ -34,40 +34,16 @@
 #include <diskbroker.h>
 #include <skstdutl/sklog.h>
 
+#include "../support/bench_support.h"
+
 namespace {
+
+using benchsupport::Now;
+using benchsupport::Work;
+using benchsupport::TwoThreadSpeedUp;
 
 const char kDisk[] = "memdisk://bench?size=134217728&seed=3";  // 128 MiB
 constexpr uint64_t kDiskBytes = 134217728;
-
-double Now() {
-    LARGE_INTEGER frequency, counter;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&counter);
-    return double(counter.QuadPart) / double(frequency.QuadPart);
-}
-
-// The job's own work on a buffer (compression, say): busy, as real work is.
-void Work(double milliseconds) {
-    const double end = Now() + milliseconds / 1000;
-    while (milliseconds > 0 && Now() < end) {
-    }
-}
-
-// What the machine lends a second thread right now: 1.0 when the two threads
-// take turns, 2.0 when each has a core. The overlap goal needs about 2.
-double TwoThreadSpeedUp() {
-    const int spins = 100;
-    double start = Now();
-    for (int i = 0; i < 2 * spins; ++i) Work(1);
-    const double alone = Now() - start;
-    start = Now();
-    std::thread other([] {
-        for (int i = 0; i < spins; ++i) Work(1);
-    });
-    for (int i = 0; i < spins; ++i) Work(1);
-    other.join();
-    return alone / (Now() - start);
-}
 
 // MB/s of a bare pipeline: a pattern fill on one thread into a ring of
 // 8 x 1 MiB, memcpy out on another, two semaphores. Handing bytes from core to
@@ -313,10 +289,9 @@ int main(int argc, char **argv) {
     SK_SetLogFilePath(L"");  // no log file in the bench's folders
     dbtest::RegistrySandbox registry;
     dbtest::TempDir install, folder;
-    std::string error;
-    if (!registry.Ok() || install.Path().empty() || folder.Path().empty() ||
-        !dbtest::InstallVddkStandin(install.Path(), 0, dbtest::VddkVariant::Normal, &error)) {
-        fprintf(stderr, "cannot install the VDDK stand-in: %s\n", error.c_str());
+    if (!benchsupport::InstallStandin(registry, install)) return 1;
+    if (folder.Path().empty()) {
+        fprintf(stderr, "cannot make a temporary folder\n");
         return 1;
     }
     const std::wstring dll = dbtest::VddkStandinInstallFolder(install.Path(), 0) + L"vixDiskLib.dll";

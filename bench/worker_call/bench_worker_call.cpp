@@ -22,14 +22,11 @@
 #include <skstdutl/sklog.h>
 #include <vixworkerthread.h>
 
+#include "../support/bench_support.h"
+
 namespace {
 
-double Now() {
-    LARGE_INTEGER frequency, counter;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&counter);
-    return double(counter.QuadPart) / double(frequency.QuadPart);
-}
+using benchsupport::Now;
 
 // Passes the turn to the other thread and waits for it back: SetEvent then
 // wait (two system calls), or SignalObjectAndWait (one, the fewest possible).
@@ -81,12 +78,7 @@ int main(int argc, char **argv) {
     SK_SetLogFilePath(L"");  // no log file in the bench's folders
     dbtest::RegistrySandbox registry;
     dbtest::TempDir install;
-    std::string error;
-    if (!registry.Ok() || install.Path().empty() ||
-        !dbtest::InstallVddkStandin(install.Path(), 0, dbtest::VddkVariant::Normal, &error)) {
-        fprintf(stderr, "cannot install the VDDK stand-in: %s\n", error.c_str());
-        return 1;
-    }
+    if (!benchsupport::InstallStandin(registry, install)) return 1;
     auto worker = std::make_unique<vixWorkerThread>(false);
     if (!worker->diskLibGlue || !worker->diskLibGlue->OK()) {
         fprintf(stderr, "the worker did not bind the stand-in\n");

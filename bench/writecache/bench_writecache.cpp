@@ -27,7 +27,13 @@
 #include <diskbroker.h>
 #include <skstdutl/sklog.h>
 
+#include "../support/bench_support.h"
+
 namespace {
+
+using benchsupport::Now;
+using benchsupport::Work;
+using benchsupport::TwoThreadSpeedUp;
 
 constexpr uint64_t kSeed = 3;
 constexpr uint64_t kDiskSectors = 512ull * 1024;  // 256 MiB
@@ -43,36 +49,6 @@ struct Case {
     uint32_t latencyUs;   // stand-in latency per write
     double goal;
 };
-
-double Now() {
-    LARGE_INTEGER frequency, counter;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&counter);
-    return double(counter.QuadPart) / double(frequency.QuadPart);
-}
-
-// The job's own work on a buffer (decompression, say): busy, as real work is.
-void Work(double milliseconds) {
-    const double end = Now() + milliseconds / 1000;
-    while (milliseconds > 0 && Now() < end) {
-    }
-}
-
-// What the machine lends a second thread right now: 1.0 when the two
-// threads take turns, 2.0 when each has a core. The overlap goal needs ~2.
-double TwoThreadSpeedUp() {
-    const int spins = 100;
-    double start = Now();
-    for (int i = 0; i < 2 * spins; ++i) Work(1);
-    const double alone = Now() - start;
-    start = Now();
-    std::thread other([&] {
-        for (int i = 0; i < spins; ++i) Work(1);
-    });
-    for (int i = 0; i < spins; ++i) Work(1);
-    other.join();
-    return alone / (Now() - start);
-}
 
 std::vector<unsigned char> Pattern(uint64_t sectors) {
     std::vector<unsigned char> bytes(size_t(sectors * 512));
@@ -150,12 +126,7 @@ int main(int argc, char **argv) {
     SK_SetLogFilePath(L"");  // no log file in the bench's folders
     dbtest::RegistrySandbox registry;
     dbtest::TempDir install;
-    std::string error;
-    if (!registry.Ok() || install.Path().empty() ||
-        !dbtest::InstallVddkStandin(install.Path(), 0, dbtest::VddkVariant::Normal, &error)) {
-        fprintf(stderr, "cannot install the VDDK stand-in: %s\n", error.c_str());
-        return 1;
-    }
+    if (!benchsupport::InstallStandin(registry, install)) return 1;
     const std::wstring dll = dbtest::VddkStandinInstallFolder(install.Path(), 0) + L"vixDiskLib.dll";
     skclass::UniqueModule standin(LoadLibraryW(dll.c_str()));
     dbtest::VddkSimControl sim;
