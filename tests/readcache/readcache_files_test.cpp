@@ -154,5 +154,31 @@ TEST_F(ReadCacheFilesTest, AKeyListFailureFailsThePass) {
     CloseDisk(handle);
 }
 
+// A value that cannot be read is asked for again until it can: a passing
+// failure costs nothing in the export.
+TEST_F(ReadCacheFilesTest, AValueThatCannotBeReadIsAskedForAgain) {
+    const std::string path = CreateSparseDisk(L"retry.vmdk", 2048, {}, 1);
+    _vixReadWriteHandle *handle = OpenDisk(path);
+    ASSERT_NE(handle, nullptr);
+    const std::string expected = ExpectedMetadata(handle);
+    ASSERT_EQ(sim.VddkSim_ScriptResult("VixDiskLib_ReadMetadata", 3, VIX_E_DISK_NOIO, nullptr, VDDKSIM_ANY_SECTOR,
+                                       VDDKSIM_ANY_SECTOR),
+              1);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"retry.xml", {{{0, 4096}}}));
+    const std::wstring metadataPath = cache.context.metadataFilePath;
+    Stream stream;
+    ASSERT_TRUE(StreamPass(cache.context, 4096, stream));
+    EXPECT_EQ(stream.lastResult, kEndOfData);
+    EXPECT_EQ(ReadWholeFile(metadataPath), expected);
+    size_t retryLines = 0;
+    for (const std::wstring &line : log.Lines())
+        retryLines += line.rfind(L"diskBroker::ReadVMDiskMetaData() Could not read the value of the key '", 0) == 0;
+    EXPECT_EQ(retryLines, 1u) << "told once per key";
+    EXPECT_EQ(cache.Close(), 0);
+    CloseDisk(handle);
+}
+
 }  // namespace
 }  // namespace readcachetest

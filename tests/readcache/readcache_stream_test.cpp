@@ -91,12 +91,10 @@ TEST_P(ReadCacheStreamTest, ChangedBlockListsReadEachExtentWithinItsBounds) {
     //   [0,128) and [128,256): adjacent extents, still one read each;
     //   zero-length and sub-sector extents: no read;
     //   1000 bytes at 1536: sector 3 only (the partial sector is dropped);
-    //   the empty area is passed over;
     //   [2048, 2048+1367): 255 (rest of the buffer), 512, 512, 88;
     //   3 sectors at 3000000 / 512 = 5859.
     const std::vector<Area> areas{
         {{0, 65536}, {65536, 65536}, {200704, 0}, {1536, 1000}, {4096, 300}},
-        {},
         {{1048576, 700000}, {3000000, 1536}},
     };
     CacheContext cache(*service);
@@ -109,6 +107,25 @@ TEST_P(ReadCacheStreamTest, ChangedBlockListsReadEachExtentWithinItsBounds) {
     EXPECT_EQ(Calls("VixDiskLib_Read") - readsBefore, 8u);
     EXPECT_EQ(stream.bytes, DirectRead(handle, areas));
     EXPECT_EQ(stream.lengths, ExpectedLengths(BufferFills(areas, 262144), 300000));
+    EXPECT_EQ(cache.Close(), 0);
+    CloseDisk(handle);
+}
+
+// The walk goes from area to area only through an area's first extent: an
+// area without one ends the disk, and the areas after it are not read.
+TEST_P(ReadCacheStreamTest, AnAreaWithoutExtentsEndsTheDisk) {
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://gap?size=1048576&seed=5");
+    ASSERT_NE(handle, nullptr);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"gap.xml", {{{0, 4096}}, {}, {{65536, 4096}}}));
+    const uint64_t readsBefore = Calls("VixDiskLib_Read");
+    Stream stream;
+    ASSERT_TRUE(StreamPass(cache.context, 65536, stream));
+    EXPECT_EQ(stream.lastResult, kEndOfData);
+    EXPECT_EQ(Calls("VixDiskLib_Read") - readsBefore, 1u);
+    EXPECT_EQ(stream.bytes, DirectRead(handle, {{{0, 4096}}}));
+    EXPECT_EQ(log.Count(L"GetNextDiskExtent(): End of disk"), 1u);
     EXPECT_EQ(cache.Close(), 0);
     CloseDisk(handle);
 }

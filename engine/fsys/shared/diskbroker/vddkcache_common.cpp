@@ -95,11 +95,20 @@ void HandOn(diskCacheBuffer *&slot, diskCacheQueue &queue) {
     if (buffer) queue.Append(buffer);
 }
 
+diskCacheBuffer *WaitAndRemoveOr(diskCacheQueue &queue, HANDLE wake, DWORD milliseconds) {
+    if (!wake) return queue.WaitAndRemove(milliseconds);
+    // The queue is listed first: when both are signalled, a buffer wins.
+    HANDLE handles[2] = {queue.semaphore.get(), wake};
+    if (WaitForMultipleObjects(2, handles, FALSE, milliseconds) != WAIT_OBJECT_0) return nullptr;
+    return queue.RemoveHead();
+}
+
 diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &freeQueue, diskCacheBuffer *&slot,
-                                 const volatile unsigned char &cancelRequested, const wchar_t *cancelMessage) {
+                                 const volatile unsigned char &cancelRequested, HANDLE cancelEvent,
+                                 const wchar_t *cancelMessage) {
     if (slot) return slot;
     for (;;) {
-        if (diskCacheBuffer *buffer = freeQueue.WaitAndRemove(kQueueRoundMs)) {
+        if (diskCacheBuffer *buffer = WaitAndRemoveOr(freeQueue, cancelEvent, kQueueRoundMs)) {
             slot = buffer;
             return buffer;
         }
@@ -108,24 +117,6 @@ diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &free
             return nullptr;
         }
     }
-}
-
-diskCacheBuffer *RemoveSignalled(diskCacheQueue &queue) {
-    skclass::CsLock hold(queue.lock);
-    diskCacheBuffer *buffer = queue.head;
-    if (!buffer) return nullptr;
-    queue.head = buffer->next;
-    if (!queue.head) queue.tail = nullptr;
-    buffer->next = nullptr;
-    --queue.count;
-    return buffer;
-}
-
-void RecountQueue(diskCacheQueue &queue) {
-    skclass::CsLock hold(queue.lock);
-    while (WaitForSingleObject(queue.semaphore.get(), 0) == WAIT_OBJECT_0) {
-    }
-    if (queue.count != 0) ReleaseSemaphore(queue.semaphore.get(), static_cast<LONG>(queue.count), nullptr);
 }
 
 void EmptyQueue(diskCacheQueue &queue) {

@@ -43,21 +43,19 @@ void Recycle(diskCacheBuffer *buffer, diskCacheQueue &freeQueue);
 // Appends slot's buffer (if any) to queue and clears slot.
 void HandOn(diskCacheBuffer *&slot, diskCacheQueue &queue);
 
+// One waiting round on queue that also ends when wake (nullable) is
+// signalled: the removed head when the queue's semaphore was signalled
+// (a queued buffer wins over wake), else null.
+diskCacheBuffer *WaitAndRemoveOr(diskCacheQueue &queue, HANDLE wake, DWORD milliseconds);
+
 // Returns slot's buffer if set; otherwise waits in kQueueRoundMs rounds on
 // freeQueue until a buffer comes (stored in slot and returned) or cancelRequested
 // is found set after a round without one: then logs cancelMessage (no arguments)
-// and returns null.
+// and returns null. cancelEvent (nullable), set together with the flag, ends a
+// round early.
 diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &freeQueue, diskCacheBuffer *&slot,
-                                 const volatile unsigned char &cancelRequested, const wchar_t *cancelMessage);
-
-// Removes the head of queue after the caller's own wait has taken one count of
-// its semaphore (e.g. a wait on the semaphore and another handle together).
-diskCacheBuffer *RemoveSignalled(diskCacheQueue &queue);
-
-// Sets the semaphore's count back to the number of queued buffers, after a
-// count was released without a buffer to wake a waiter early. Only while no
-// other thread uses the queue.
-void RecountQueue(diskCacheQueue &queue);
+                                 const volatile unsigned char &cancelRequested, HANDLE cancelEvent,
+                                 const wchar_t *cancelMessage);
 
 // Forgets every queued buffer and takes the semaphore back to 0, so a queue
 // whose buffers were freed holds no dangling pointers.

@@ -1,11 +1,12 @@
 // Read-ahead cache: a read thread fills a ring of buffers from the extents of a
 // disk while the job thread copies the stream out with GetDiskCacheBuffer.
 //
-// Invariant of the ring: every buffer allocated at start is, at any moment,
-// in freeQueue, in filledQueue, in fillBuffer (read thread) or in drainBuffer
-// (job thread), and nowhere twice; after a close it is in freeQueue. Only a
-// close whose grace runs out under a pass takes the two current buffers out of
-// circulation (until stop frees them).
+// The ring: a buffer in circulation is in freeQueue, in filledQueue, in
+// fillBuffer (read thread) or in drainBuffer (job thread), and nowhere twice.
+// A close does not drain the queues, as the product does not: what a pass
+// closed early left in filledQueue opens the next pass's stream, and the two
+// buffers that were current at the close leave circulation until stop frees
+// them.
 #include <string.h>
 
 #include <algorithm>
@@ -44,24 +45,17 @@ bool WaitForThreadOr(diskReadContextStruct *context, HANDLE event, DWORD millise
     return result < WAIT_OBJECT_0 + count;
 }
 
-// Everything a pass leaves behind, cleared for the next disk. Once the read
-// thread is out of the pass, every buffer goes back to freeQueue, so data of a
-// pass closed early can never open the next disk's stream. A read thread still
-// inside its pass keeps its buffer; the two current ones then leave
-// circulation (stop frees them), as the product does.
+// The pass state, cleared for the next disk; the thread, the event, the
+// queues and the buffers survive. The current buffers are forgotten, not
+// returned. The extent reader of a pass that ended early is deleted only
+// once no read thread can be using it.
 void ResetContext(diskReadContextStruct *context, bool readThreadOutOfPass) {
     context->readActive = 0;
     context->cancelRequested = 0;
+    ResetEvent(context->cancelEvent.get());
     context->endOfDisk = 0;
     context->stopRequested = 0;
-    if (readThreadOutOfPass) {
-        if (context->fillBuffer) vddkcache::Recycle(context->fillBuffer, context->freeQueue);
-        if (context->drainBuffer) vddkcache::Recycle(context->drainBuffer, context->freeQueue);
-        while (diskCacheBuffer *stale = context->filledQueue.WaitAndRemove(0))
-            vddkcache::Recycle(stale, context->freeQueue);
-        vddkcache::RecountQueue(context->freeQueue);
-        delete context->extentReader;  // left by a pass that ended early
-    }
+    if (readThreadOutOfPass) delete context->extentReader;
     context->fillBuffer = nullptr;
     context->drainBuffer = nullptr;
     context->extentReader = nullptr;
@@ -82,7 +76,7 @@ void ResetContext(diskReadContextStruct *context, bool readThreadOutOfPass) {
 
 diskCacheBuffer *TakeEmptyBuffer(diskReadContextStruct *context) {
     return vddkcache::TakeEmptyBuffer(kSourceFile, context->freeQueue, context->fillBuffer, context->cancelRequested,
-                                      kReadCancelMessage);
+                                      context->cancelEvent.get(), kReadCancelMessage);
 }
 
 // buffer is the read thread's own copy of fillBuffer (see PassTarget).
@@ -201,14 +195,11 @@ bool PassOver(diskReadContextStruct *context) {
 // pass instead of running out its second.
 diskCacheBuffer *WaitForFilledBuffer(diskReadContextStruct *context) {
     HANDLE passEnded = context->passEndedEvent.get();
-    if (!passEnded) return context->filledQueue.WaitAndRemove(vddkcache::kQueueRoundMs);
-    HANDLE handles[2] = {context->filledQueue.semaphore.get(), passEnded};
-    const DWORD result = WaitForMultipleObjects(2, handles, FALSE, vddkcache::kQueueRoundMs);
-    if (result == WAIT_OBJECT_0) return vddkcache::RemoveSignalled(context->filledQueue);
-    // The read thread is out of a pass and nothing is queued (the queue, listed
-    // first, would have won): a round only makes sense if the flags say more
-    // may come, and then it must really wait.
-    if (result == WAIT_OBJECT_0 + 1 && !PassOver(context))
+    if (diskCacheBuffer *buffer = vddkcache::WaitAndRemoveOr(context->filledQueue, passEnded, vddkcache::kQueueRoundMs))
+        return buffer;
+    // The read thread is out of the pass yet no flag says it ended: a round
+    // that really waits, not a spin on the event.
+    if (passEnded && !PassOver(context) && WaitForSingleObject(passEnded, 0) == WAIT_OBJECT_0)
         return context->filledQueue.WaitAndRemove(vddkcache::kQueueRoundMs);
     return nullptr;
 }
@@ -319,10 +310,7 @@ long diskBroker::closeReadCacheThread(diskReadContextStruct *context) {
     return Guarded(L"closeReadCacheThread", 0L, [&]() -> long {
         if (context->readActive) {
             context->cancelRequested = 1;
-            // A read thread waiting for an empty buffer would see the flag only
-            // after its round; a count without a buffer wakes it now (the free
-            // queue is recounted once the thread is out of the pass).
-            ReleaseSemaphore(context->freeQueue.semaphore.get(), 1, nullptr);
+            SetEvent(context->cancelEvent.get());
         }
         const bool outOfPass = WaitUntilOutOfPass(context, kCloseGraceMs);
         vddkcache::LogHistogram(kSourceFile, context->depthHistogram,
@@ -339,7 +327,7 @@ long diskBroker::stopReadCacheThread(diskReadContextStruct *context) {
         context->stopRequested = 1;
         // Meant for an idle thread; one still in a pass is asked to leave it.
         context->cancelRequested = 1;
-        ReleaseSemaphore(context->freeQueue.semaphore.get(), 1, nullptr);
+        SetEvent(context->cancelEvent.get());
         if (context->startEvent) SetEvent(context->startEvent);
         // The thread reads the context while it leaves; freeing under it would
         // be a use after free, so give it a bounded moment to go.

@@ -21,6 +21,8 @@ namespace {
 
 constexpr DWORD kMetadataPollMs = 2000;
 constexpr size_t kMetadataValueBytes = 1024;
+// Between two reads of a metadata value that failed.
+constexpr unsigned long kMetadataRetryMs = 100;
 const wchar_t kStartDiskReadBuffer[] = L"diskBroker::startDiskReadBuffer()";
 const wchar_t kReadMetadata[] = L"diskBroker::ReadVMDiskMetaData()";
 
@@ -28,15 +30,8 @@ const wchar_t kReadMetadata[] = L"diskBroker::ReadVMDiskMetaData()";
 //
 // The cursor always rests on an extent: DiskChangeInfo / area / extent. The
 // reader keeps its cursor where it was after a failed move, so leaving an area
-// means going up to it explicitly.
-
-// From an area: the first extent of it or of the next area that has one.
-bool EnterArea(CXmlReader &reader) {
-    do {
-        if (reader.SelectFirstChild()) return true;
-    } while (reader.SelectNextSibling());
-    return false;
-}
+// means going up to it explicitly. An area without extents ends the walk, as
+// it ends the product's.
 
 // A missing or unreadable attribute counts as 0, so such an extent reads nothing.
 void TakeExtent(diskReadContextStruct *context, const CXmlReader &reader) {
@@ -92,23 +87,36 @@ bool WriteBytes(HANDLE file, const char *bytes, size_t count) {
     return WriteFile(file, bytes, static_cast<DWORD>(count), &written, nullptr) && written == count;
 }
 
+// Reads one key's value into value (kMetadataValueBytes). A value that cannot
+// be read is asked for again, as the product does, for as long as the cache
+// is neither cancelled nor stopped; false when it gave up.
+bool ReadMetadataValue(diskReadContextStruct *context, const PassTarget &target, const char *key, char *value,
+                       size_t &valueLength) {
+    for (bool told = false;; told = true) {
+        const VixError error =
+            target.broker->VixDiskLib_ReadMetadata(target.diskHandle, key, value, kMetadataValueBytes, &valueLength);
+        if (error == VIX_OK) return true;
+        if (!told)
+            SK_Zprintf_2(kSourceFile, 0, L"%s Could not read the value of the key '%s' Error: '%I64d'. Retrying...",
+                         kReadMetadata, wcstring::FromUtf8(key).c_str(), static_cast<long long>(error));
+        if (context->cancelRequested || context->stopRequested) return false;
+        skclass::Dawdle(kMetadataRetryMs);
+    }
+}
+
 // Each key with its zero, then its value as VMware sized it. The list ends at
 // an empty key, and also at a one-character key (the product's rule).
-void WriteKeysAndValues(const PassTarget &target, HANDLE file, const char *keys, size_t keysLength,
-                        char *value) {
+void WriteKeysAndValues(diskReadContextStruct *context, const PassTarget &target, HANDLE file, const char *keys,
+                        size_t keysLength, char *value) {
     const char *key = keys;
     const char *const end = keys + keysLength;
     while (end - key >= 2 && key[0] != '\0' && key[1] != '\0') {
         const size_t keyLength = strnlen(key, static_cast<size_t>(end - key));
         if (key + keyLength == end) return;  // no terminating zero inside the list
         size_t valueLength = 0;
-        const VixError error =
-            target.broker->VixDiskLib_ReadMetadata(target.diskHandle, key, value, kMetadataValueBytes, &valueLength);
-        // A value that cannot be read is left out: asking again would only fail again.
-        if (error == VIX_OK) {
-            WriteBytes(file, key, keyLength + 1);
-            WriteBytes(file, value, std::min(valueLength, kMetadataValueBytes));
-        }
+        if (!ReadMetadataValue(context, target, key, value, valueLength)) return;
+        WriteBytes(file, key, keyLength + 1);
+        WriteBytes(file, value, std::min(valueLength, kMetadataValueBytes));
         key += keyLength + 1;
     }
 }
@@ -120,7 +128,7 @@ namespace vddkreadcache {
 void SelectFirstDiskExtent(diskReadContextStruct *context) {
     CXmlReader *reader = context->extentReader;
     if (!reader || !reader->SelectSingleNode(L"DiskChangeInfo") || !reader->SelectFirstChild() ||
-        !EnterArea(*reader)) {
+        !reader->SelectFirstChild()) {
         DropReader(context);
         return;
     }
@@ -131,7 +139,7 @@ void SelectFirstDiskExtent(diskReadContextStruct *context) {
 long GetNextDiskExtent(diskReadContextStruct *context) {
     CXmlReader *reader = context->extentReader;
     if (reader && (reader->SelectNextSibling() ||
-                   (reader->SelectParent() && reader->SelectNextSibling() && EnterArea(*reader)))) {
+                   (reader->SelectParent() && reader->SelectNextSibling() && reader->SelectFirstChild()))) {
         TakeExtent(context, *reader);
         return 0;
     }
@@ -180,7 +188,7 @@ long ReadVMDiskMetaData(diskReadContextStruct *context, const PassTarget &target
                                 context->errorCode, static_cast<uint32_t>(kMetadataKeysError));
         return kMetadataKeysError;
     }
-    if (keys) WriteKeysAndValues(target, file.get(), keys.get(), keysLength, value.get());
+    if (keys) WriteKeysAndValues(context, target, file.get(), keys.get(), keysLength, value.get());
     return 0;
 }
 

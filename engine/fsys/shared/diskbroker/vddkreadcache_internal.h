@@ -30,12 +30,12 @@ struct PassTarget {
     _vixReadWriteHandle *diskHandle = nullptr;
 };
 
-// Puts the first extent of the list (document order, areas without extents
-// passed over) into currentSector / extentSectors. With no extent nothing is
-// set and the reader is dropped, so the next step ends the pass.
+// Puts the first extent of the first area into currentSector / extentSectors.
+// Without one nothing is set and the reader is dropped, so the next step ends
+// the pass.
 void SelectFirstDiskExtent(diskReadContextStruct *context);
-// Moves to the next extent: 0, or kEndOfDisk once the list is exhausted
-// (endOfDisk set, the reader deleted).
+// Moves to the next extent, in this area or else first in the next area: 0,
+// or kEndOfDisk when there is none (endOfDisk set, the reader deleted).
 long GetNextDiskExtent(diskReadContextStruct *context);
 // Exports the disk's metadata to metadataFilePath; sets metadataDone (and its
 // event) on every path. 0, kResourceError, kMetadataFileError or

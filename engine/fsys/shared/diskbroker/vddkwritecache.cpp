@@ -37,6 +37,7 @@ void ResetPass(diskWriteContextStruct &context) {
     context.writeActive = 0;
     context.cancelRequested = 0;
     context.endOfData = 0;
+    ResetEvent(context.endOfDataEvent.get());
     context.writerBusy = 0;
     context.stopRequested = 0;
     context.fillBuffer = nullptr;
@@ -139,7 +140,7 @@ long PutRun(diskWriteContextStruct &context, const unsigned char *data, uint64_t
     do {
         diskCacheBuffer *buffer =
             vddkcache::TakeEmptyBuffer(kSourceFile, context.freeQueue, context.fillBuffer, context.cancelRequested,
-                                       L"Write thread: Cancel request received. bailing out...");
+                                       nullptr, L"Write thread: Cancel request received. bailing out...");
         if (!buffer) {
             // Only a failed pass cancels, and no buffer will come for the
             // rest of this run: report the failure rather than wait for ever.
@@ -180,12 +181,7 @@ void FinishPass(diskWriteContextStruct &context) {
         vddkcache::HandOn(context.fillBuffer, context.filledQueue);
     } else {
         context.endOfData = 1;
-        // Ends the writer's wait for a buffer now instead of after its round:
-        // WaitAndRemove answers a count without a buffer with null, which the
-        // writer, seeing endOfData, takes as the end of the pass. A writer in
-        // a pass that has not failed always makes that last wait, so the
-        // count does not outlive the pass.
-        if (!context.cancelRequested) ReleaseSemaphore(context.filledQueue.semaphore.get(), 1, nullptr);
+        SetEvent(context.endOfDataEvent.get());
     }
     while (!WriterDone(context)) {
         // Signalled after every buffer and when the writer leaves the pass.
@@ -209,6 +205,7 @@ long CloseWriteCache(diskWriteContextStruct &context) {
 
 long StopWriteCache(diskWriteContextStruct &context) {
     context.stopRequested = 1;
+    SetEvent(context.endOfDataEvent.get());  // a writer still in a pass ends its round now
     if (context.startEvent) SetEvent(context.startEvent);
     skclass::UniqueHandle thread(context.threadHandle);
     skclass::UniqueHandle startEvent(context.startEvent);

@@ -28,7 +28,7 @@ diskCacheBuffer *TakeFilledBuffer(diskWriteContextStruct &context) {
     diskCacheBuffer *buffer = nullptr;
     do {
         vddkcache::SampleDepth(context.depthHistogram, context.filledQueue.Count());
-        buffer = context.filledQueue.WaitAndRemove(vddkcache::kQueueRoundMs);
+        buffer = vddkcache::WaitAndRemoveOr(context.filledQueue, context.endOfDataEvent.get(), vddkcache::kQueueRoundMs);
     } while (!buffer && !context.cancelRequested && !context.endOfData && !context.stopRequested);
     if (!buffer) {
         SK_Zprintf_2(kSourceFile, 0, L"Write thread: %s",

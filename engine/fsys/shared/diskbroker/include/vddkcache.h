@@ -66,6 +66,10 @@ struct diskCacheQueue {
     // none came in time.
     diskCacheBuffer *WaitAndRemove(DWORD milliseconds) {
         if (WaitForSingleObject(semaphore.get(), milliseconds) != WAIT_OBJECT_0) return nullptr;
+        return RemoveHead();
+    }
+    // Removes the head after a wait has taken one count of the semaphore.
+    diskCacheBuffer *RemoveHead() {
         skclass::CsLock hold(lock);
         diskCacheBuffer *buffer = head;
         if (!buffer) return nullptr;
@@ -133,6 +137,9 @@ struct diskReadContextStruct {
     // pass (manual-reset; the job thread resets them before a pass).
     skclass::UniqueHandle metadataDoneEvent{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     skclass::UniqueHandle passEndedEvent{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
+    // Set with cancelRequested by close and stop, so a read thread waiting for
+    // an empty buffer sees the cancel at once (manual-reset; reset with the flag).
+    skclass::UniqueHandle cancelEvent{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 };
 
 struct diskWriteContextStruct {
@@ -166,4 +173,8 @@ struct diskWriteContextStruct {
     // Set by the write thread after each buffer it finishes and when it leaves
     // a pass (auto-reset), so closing returns as soon as the queue is empty.
     skclass::UniqueHandle writerProgressEvent{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    // Set with endOfData by close, so the writer's wait for a buffer ends once
+    // the queue is empty instead of after its round (manual-reset; reset with
+    // the flag).
+    skclass::UniqueHandle endOfDataEvent{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 };
