@@ -96,6 +96,11 @@ void HandOn(diskCacheBuffer *&slot, diskCacheQueue &queue) {
 }
 
 diskCacheBuffer *WaitAndRemoveOr(diskCacheQueue &queue, HANDLE wake, DWORD milliseconds) {
+    // While data streams the other side hands on a buffer within microseconds;
+    // a spin of a few hundred of them spares the sleep and wake-up of a
+    // blocking wait (under Wine a wineserver round trip each), which with 1 MiB
+    // buffers costs a fifth of the throughput.
+    for (int spin = 0; spin < 4096 && queue.Count() == 0; ++spin) YieldProcessor();
     if (!wake) return queue.WaitAndRemove(milliseconds);
     // The queue is listed first: when both are signalled, a buffer wins.
     HANDLE handles[2] = {queue.semaphore.get(), wake};

@@ -184,8 +184,7 @@ void FinishPass(diskWriteContextStruct &context) {
         SetEvent(context.endOfDataEvent.get());
     }
     while (!WriterDone(context)) {
-        // Signalled after every buffer and when the writer leaves the pass.
-        if (WaitForSingleObject(context.writerProgressEvent.get(), kCloseStepMs) == WAIT_FAILED)
+        if (WaitForSingleObject(context.writerLeftPassEvent.get(), kCloseStepMs) == WAIT_FAILED)
             skclass::Dawdle(kCloseStepMs);
     }
     if (context.cancelRequested) DiscardFilledBuffers(context, 0);

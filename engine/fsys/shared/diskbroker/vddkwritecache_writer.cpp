@@ -109,11 +109,10 @@ long WriteDiskExtents(diskWriteContextStruct &context) {
             RecycleWriteBuffer(context, *context.drainBuffer);
             context.drainBuffer = nullptr;
         }
-        SetEvent(context.writerProgressEvent.get());
     }
     SK_Zprintf_2(kSourceFile, 0, L"%s Suspending the write thread", kWriteExtents);
     context.writerBusy = 0;
-    SetEvent(context.writerProgressEvent.get());
+    SetEvent(context.writerLeftPassEvent.get());
     return failed ? kWriteFailed : 0;
 }
 

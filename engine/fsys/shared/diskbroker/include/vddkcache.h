@@ -170,9 +170,9 @@ struct diskWriteContextStruct {
     bufferDepthHistogram *depthHistogram = nullptr;
     volatile unsigned char writerBusy = 0;
     volatile unsigned char stopRequested = 0;
-    // Set by the write thread after each buffer it finishes and when it leaves
-    // a pass (auto-reset), so closing returns as soon as the queue is empty.
-    skclass::UniqueHandle writerProgressEvent{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    // Set by the write thread when it leaves a pass (auto-reset), so closing
+    // returns as soon as the writer is done with the queue.
+    skclass::UniqueHandle writerLeftPassEvent{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     // Set with endOfData by close, so the writer's wait for a buffer ends once
     // the queue is empty instead of after its round (manual-reset; reset with
     // the flag).
