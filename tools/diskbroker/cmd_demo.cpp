@@ -124,8 +124,8 @@ public:
     }
 
     void RestoreBoth() {
-        const TransferResult full = Restore(job_, tuning_, {full_, restored_, L"", true, true, false});
-        const TransferResult incr = Restore(job_, tuning_, {incr_, restored_, L"", true, true, false});
+        const TransferResult full = Restore(job_, tuning_, QuietRestore(full_));
+        const TransferResult incr = Restore(job_, tuning_, QuietRestore(incr_));
         OutLine(L"5. restored full.img into the new disk restored.vmdk (" + Speed(full) + L"), then incr.img on top (" +
                 Speed(incr) + L"); every extent matched its manifest checksum and read back intact");
     }
@@ -141,6 +141,15 @@ public:
     }
 
 private:
+    // Into restored.vmdk (made by the first restore), checked, without a bar.
+    RestoreRequest QuietRestore(const std::wstring &image) const {
+        RestoreRequest request;
+        request.image = image;
+        request.target = restored_;
+        request.showProgress = false;
+        return request;
+    }
+
     Job &job_;
     const CacheTuning &tuning_;
     uint64_t size_;
