@@ -100,7 +100,7 @@ public:
     }
 
     void FullBackup() {
-        const TransferResult r = Backup(job_, tuning_, {child_, full_, L"", true, false});
+        const TransferResult r = Backup(job_, tuning_, QuietBackup(full_, L""));
         OutLine(L"2. full backup of child.vmdk -> full.img: " + Speed(r) + L"; " +
                 r.depth.Describe(L"reader-bound", L"consumer-bound"));
     }
@@ -118,7 +118,7 @@ public:
     }
 
     void IncrementalBackup() {
-        const TransferResult r = Backup(job_, tuning_, {child_, incr_, changes_, true, false});
+        const TransferResult r = Backup(job_, tuning_, QuietBackup(incr_, changes_));
         OutLine(L"4. incremental backup from changes.xml -> incr.img: " + std::to_wstring(r.extents) +
                 L" extents, " + Speed(r));
     }
@@ -141,6 +141,16 @@ public:
     }
 
 private:
+    // Of child.vmdk, over an image left by an earlier run, without a bar.
+    BackupRequest QuietBackup(const std::wstring &image, const std::wstring &changeList) const {
+        BackupRequest request;
+        request.disk = child_;
+        request.image = image;
+        request.changeList = changeList;
+        request.overwrite = true;
+        request.showProgress = false;
+        return request;
+    }
     // Into restored.vmdk (made by the first restore), checked, without a bar.
     RestoreRequest QuietRestore(const std::wstring &image) const {
         RestoreRequest request;
