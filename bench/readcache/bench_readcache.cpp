@@ -14,10 +14,6 @@
 //   (d) first byte: startDiskReadBuffer to the first byte delivered (goal < 50 ms).
 //
 //   bench_readcache [rounds]
-#include <objidl.h>
-#include <windows.h>
-#include <xmllite.h>
-
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -28,19 +24,19 @@
 #include <thread>
 #include <vector>
 
-#include <dbtest/registry_sandbox.h>
-#include <dbtest/temp_dir.h>
-#include <dbtest/vddk_install.h>
-#include <diskbroker.h>
 #include <skstdutl/sklog.h>
 
 #include "../support/bench_support.h"
+#include "../support/extent_list_xml.h"
 
 namespace {
 
 using benchsupport::Now;
 using benchsupport::Work;
 using benchsupport::TwoThreadSpeedUp;
+using benchsupport::Median;
+using benchsupport::WriteExtentList;
+using benchsupport::BareXmlLitePass;
 
 const char kDisk[] = "memdisk://bench?size=134217728&seed=3";  // 128 MiB
 constexpr uint64_t kDiskBytes = 134217728;
@@ -78,94 +74,6 @@ double BarePipelineRate() {
     CloseHandle(empty);
     CloseHandle(full);
     return double(buffers * bufferBytes) / 1e6 / piped;
-}
-
-double Median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-bool WriteText(const std::wstring &path, const std::string &text) {
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    DWORD written = 0;
-    const bool ok = WriteFile(file, text.data(), DWORD(text.size()), &written, nullptr) && written == text.size();
-    CloseHandle(file);
-    return ok;
-}
-
-// areas x perArea extents of extentLength bytes, 128 KiB apart.
-bool WriteExtentList(const std::wstring &path, unsigned areas, unsigned perArea, uint64_t extentLength) {
-    std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo>\r\n";
-    unsigned long long offset = 0;
-    char line[160];
-    for (unsigned a = 0; a < areas; ++a) {
-        snprintf(line, sizeof line, " <area startoffset=\"%llu\" startlength=\"%llu\">\r\n", offset,
-                 static_cast<unsigned long long>(perArea) * 131072);
-        xml += line;
-        for (unsigned e = 0; e < perArea; ++e, offset += 131072) {
-            snprintf(line, sizeof line, "  <extent offset=\"%llu\" length=\"%llu\"/>\r\n", offset,
-                     static_cast<unsigned long long>(extentLength));
-            xml += line;
-        }
-        xml += " </area>\r\n";
-    }
-    xml += "</DiskChangeInfo>\r\n";
-    return WriteText(path, xml);
-}
-
-class FileStream : public ISequentialStream {
-public:
-    explicit FileStream(HANDLE file) : file_(file) {}
-    virtual ~FileStream() = default;
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void **object) override {
-        *object = (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_ISequentialStream)) ? this : nullptr;
-        return *object ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    HRESULT STDMETHODCALLTYPE Read(void *buffer, ULONG wanted, ULONG *got) override {
-        DWORD count = 0;
-        if (!ReadFile(file_, buffer, wanted, &count, nullptr)) return E_FAIL;
-        if (got) *got = count;
-        return count == wanted ? S_OK : S_FALSE;
-    }
-    HRESULT STDMETHODCALLTYPE Write(const void *, ULONG, ULONG *) override { return E_NOTIMPL; }
-
-private:
-    HANDLE file_;
-};
-
-// Every element's name and every attribute's name and value, the least a
-// consumer of the parser must fetch; nothing kept.
-unsigned long long BareXmlLitePass(const std::wstring &path) {
-    using CreateFn = HRESULT(WINAPI *)(REFIID, void **, IMalloc *);
-    static const CreateFn create = reinterpret_cast<CreateFn>(
-        reinterpret_cast<void (*)()>(GetProcAddress(LoadLibraryW(L"xmllite.dll"), "CreateXmlReader")));
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
-    if (!create || file == INVALID_HANDLE_VALUE) return 0;
-    FileStream stream(file);
-    IXmlReader *reader = nullptr;
-    unsigned long long elements = 0;
-    if (SUCCEEDED(create(__uuidof(IXmlReader), reinterpret_cast<void **>(&reader), nullptr)) &&
-        SUCCEEDED(reader->SetInput(&stream))) {
-        XmlNodeType type;
-        const wchar_t *text;
-        UINT length;
-        while (reader->Read(&type) == S_OK) {
-            if (type != XmlNodeType_Element) continue;
-            ++elements;
-            reader->GetQualifiedName(&text, &length);
-            for (HRESULT hr = reader->MoveToFirstAttribute(); hr == S_OK; hr = reader->MoveToNextAttribute()) {
-                reader->GetQualifiedName(&text, &length);
-                reader->GetValue(&text, &length);
-            }
-        }
-        reader->Release();
-    }
-    CloseHandle(file);
-    return elements;
 }
 
 struct Bench {
@@ -287,32 +195,15 @@ int main(int argc, char **argv) {
     if (rounds <= 0) return 2;
 
     SK_SetLogFilePath(L"");  // no log file in the bench's folders
-    dbtest::RegistrySandbox registry;
-    dbtest::TempDir install, folder;
-    if (!benchsupport::InstallStandin(registry, install)) return 1;
+    benchsupport::MemoryDiskBench memory;
+    dbtest::TempDir folder;
+    if (!memory.Open(kDisk, L"Read")) return 1;
     if (folder.Path().empty()) {
         fprintf(stderr, "cannot make a temporary folder\n");
         return 1;
     }
-    const std::wstring dll = dbtest::VddkStandinInstallFolder(install.Path(), 0) + L"vixDiskLib.dll";
-    skclass::UniqueModule standin(LoadLibraryW(dll.c_str()));
-    dbtest::VddkSimControl sim;
-    if (!standin || !sim.Load(standin.get())) {
-        fprintf(stderr, "cannot reach the stand-in's control interface\n");
-        return 1;
-    }
-    auto service = std::make_unique<diskBroker>();
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
-    _vixReadWriteHandle *disk = nullptr;
-    wcstring mode;
-    if (service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection) != VIX_OK ||
-        service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &disk, mode) != VIX_OK) {
-        fprintf(stderr, "cannot open the memory disk\n");
-        return 1;
-    }
 
-    Bench bench{*service, disk, folder};
+    Bench bench{*memory.service, memory.disk, folder};
     printf("read cache on the stand-in's memory disk, medians of %d rounds\n", rounds);
     printf("two-thread speed-up this machine gives now: %.2f (the overlap goal assumes ~2)\n", TwoThreadSpeedUp());
     printf("bare two-thread fill+copy pipeline: %.0f MB/s (what a buffer-sized raw pass can reach at most)\n",
@@ -324,14 +215,10 @@ int main(int argc, char **argv) {
         {"(b) overlap", 256, 256, kDiskBytes / 4, 1000, 1.0, 1.8},
     };
     bool ran = true;
-    for (const Case &c : cases) ran = ran && Throughput(bench, sim, c, rounds, firstBytes);
+    for (const Case &c : cases) ran = ran && Throughput(bench, memory.sim, c, rounds, firstBytes);
     ran = ran && ExtentWalk(bench, rounds);
     if (ran)
         printf("(d) first byte after startDiskReadBuffer: median %.1f ms, worst %.1f ms (goal < 50 ms)\n",
                Median(firstBytes) * 1000, *std::max_element(firstBytes.begin(), firstBytes.end()) * 1000);
-
-    service->VixDiskLib_Close(disk);
-    service->VixDiskLib_Disconnect(connection, &local);
-    service.reset();
     return ran ? 0 : 1;
 }

@@ -1,48 +1,21 @@
-// What the benches share: a clock, busy work that stands for a job's own work,
-// a reading of how much a second thread helps right now, and the stand-in
-// installed the production way in a private registry.
+// What the benches on the VDDK stand-in share: the clock and statistics, the
+// stand-in installed the production way in a private registry, and a memory
+// disk opened through a diskBroker.
 #pragma once
 #include <stdio.h>
 
+#include <memory>
 #include <string>
-#include <thread>
 
 #include <dbtest/registry_sandbox.h>
 #include <dbtest/temp_dir.h>
 #include <dbtest/vddk_install.h>
-#include <skclass_mini/win.h>
+#include <diskbroker.h>
+#include <skclass_mini/handles.h>
+
+#include "bench_timing.h"
 
 namespace benchsupport {
-
-inline double Now() {
-    LARGE_INTEGER frequency, counter;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&counter);
-    return double(counter.QuadPart) / double(frequency.QuadPart);
-}
-
-// The job's own work on a buffer (compression, say): busy, as real work is.
-inline void Work(double milliseconds) {
-    const double end = Now() + milliseconds / 1000;
-    while (milliseconds > 0 && Now() < end) {
-    }
-}
-
-// What the machine lends a second thread right now: 1.0 when the two threads
-// take turns, 2.0 when each has a core. Overlap goals need about 2.
-inline double TwoThreadSpeedUp() {
-    const int spins = 100;
-    double start = Now();
-    for (int i = 0; i < 2 * spins; ++i) Work(1);
-    const double alone = Now() - start;
-    start = Now();
-    std::thread other([] {
-        for (int i = 0; i < spins; ++i) Work(1);
-    });
-    for (int i = 0; i < spins; ++i) Work(1);
-    other.join();
-    return alone / (Now() - start);
-}
 
 // Installs the stand-in for the main product under install, with HKLM
 // sandboxed by registry; says why on stderr when it cannot.
@@ -54,5 +27,48 @@ inline bool InstallStandin(const dbtest::RegistrySandbox &registry, const dbtest
     fprintf(stderr, "cannot install the VDDK stand-in: %s\n", error.c_str());
     return false;
 }
+
+// The stand-in installed, its control interface reached, and one memory disk
+// open through a diskBroker of its own; closed in reverse order at the end.
+class MemoryDiskBench {
+public:
+    MemoryDiskBench() = default;
+    MemoryDiskBench(const MemoryDiskBench &) = delete;
+    MemoryDiskBench &operator=(const MemoryDiskBench &) = delete;
+    ~MemoryDiskBench() {
+        if (disk) service->VixDiskLib_Close(disk);
+        if (connection) service->VixDiskLib_Disconnect(connection, &local);
+        service.reset();
+    }
+
+    // Opens path ("memdisk://...") with tag ("Read", "Write"); says why on
+    // stderr when it cannot.
+    bool Open(const char *path, const wchar_t *tag) {
+        if (!InstallStandin(registry, install)) return false;
+        const std::wstring dll = dbtest::VddkStandinInstallFolder(install.Path(), 0) + L"vixDiskLib.dll";
+        standin.reset(LoadLibraryW(dll.c_str()));
+        if (!standin || !sim.Load(standin.get())) {
+            fprintf(stderr, "cannot reach the stand-in's control interface\n");
+            return false;
+        }
+        service = std::make_unique<diskBroker>();
+        wcstring mode;
+        if (service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection) != VIX_OK ||
+            service->VixDiskLib_Open(connection, path, 0, tag, &disk, mode) != VIX_OK) {
+            fprintf(stderr, "cannot open the memory disk\n");
+            return false;
+        }
+        return true;
+    }
+
+    dbtest::RegistrySandbox registry;
+    dbtest::TempDir install;
+    skclass::UniqueModule standin;
+    dbtest::VddkSimControl sim;
+    std::unique_ptr<diskBroker> service;
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+    _vixReadWriteHandle *disk = nullptr;
+};
 
 }  // namespace benchsupport

@@ -26,6 +26,7 @@
 
 namespace {
 
+using benchsupport::Median;
 using benchsupport::Now;
 
 // Passes the turn to the other thread and waits for it back: SetEvent then
@@ -61,11 +62,6 @@ double WorkerCalls(vixWorkerThread &worker, int calls) {
     for (int i = 0; i < calls; ++i)
         if (worker.VixDiskLib_ListTransportModes() == nullptr) return -1;
     return (Now() - start) * 1e6 / calls;
-}
-
-double Median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 }  // namespace

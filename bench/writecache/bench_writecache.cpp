@@ -38,6 +38,7 @@ namespace {
 using benchsupport::Now;
 using benchsupport::Work;
 using benchsupport::TwoThreadSpeedUp;
+using benchsupport::Median;
 
 constexpr uint64_t kSeed = 3;
 constexpr uint64_t kDiskSectors = 512ull * 1024;  // 256 MiB
@@ -99,11 +100,6 @@ struct Bench {
     }
 };
 
-double Median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
 bool Run(Bench &bench, dbtest::VddkSimControl &sim, const Case &c, int rounds) {
     diskWriteContextStruct context;
     if (bench.service.startWriteCacheThread(&context, c.bufferCount, c.bufferKB, 1, 64) != 0) return false;
@@ -131,28 +127,11 @@ int main(int argc, char **argv) {
     if (rounds <= 0) return 2;
 
     SK_SetLogFilePath(L"");  // no log file in the bench's folders
-    dbtest::RegistrySandbox registry;
-    dbtest::TempDir install;
-    if (!benchsupport::InstallStandin(registry, install)) return 1;
-    const std::wstring dll = dbtest::VddkStandinInstallFolder(install.Path(), 0) + L"vixDiskLib.dll";
-    skclass::UniqueModule standin(LoadLibraryW(dll.c_str()));
-    dbtest::VddkSimControl sim;
-    if (!standin || !sim.Load(standin.get())) {
-        fprintf(stderr, "cannot reach the stand-in's control interface\n");
-        return 1;
-    }
-    auto service = std::make_unique<diskBroker>();
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
-    _vixReadWriteHandle *disk = nullptr;
-    wcstring mode;
-    if (service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection) != VIX_OK ||
-        service->VixDiskLib_Open(connection, kDisk, 0, L"Write", &disk, mode) != VIX_OK) {
-        fprintf(stderr, "cannot open the memory disk\n");
-        return 1;
-    }
+    benchsupport::MemoryDiskBench memory;
+    if (!memory.Open(kDisk, L"Write")) return 1;
+    dbtest::VddkSimControl &sim = memory.sim;
 
-    Bench bench{*service, disk, Pattern(kDiskSectors)};
+    Bench bench{*memory.service, memory.disk, Pattern(kDiskSectors)};
     printf("write cache vs plain VixDiskLib_Write loop, %llu KiB puts, medians of %d rounds\n",
            static_cast<unsigned long long>(kPutSectors / 2), rounds);
     printf("two-thread speed-up this machine gives now: %.2f (the overlap goal assumes ~2)\n", TwoThreadSpeedUp());
@@ -162,9 +141,5 @@ int main(int argc, char **argv) {
                      Run(bench, sim, {"overlap", 256, 8, 0, kDiskSectors / 8, 1.0, 1000, 1.8}, rounds);
     const uint64_t mismatches = sim.VddkSim_MemDiskMismatches("bench");
     printf("sectors written with the wrong bytes: %llu\n", static_cast<unsigned long long>(mismatches));
-
-    service->VixDiskLib_Close(disk);
-    service->VixDiskLib_Disconnect(connection, &local);
-    service.reset();
     return ran && mismatches == 0 ? 0 : 1;
 }
