@@ -5,11 +5,6 @@
 
 namespace bindingtest {
 
-const wchar_t kAgentKey[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\Engine\\VMware Agent";
-const wchar_t kProductKey[] = L"SOFTWARE\\Halvorn\\Common";
-const wchar_t kMainInstallKey[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\14.1\\Install";
-const wchar_t kMappixKey[] = L"SOFTWARE\\Tarrow\\Mappix";
-
 std::string Utf8(const std::wstring &wide) { return cstring::ToUtf8(wide); }
 std::wstring Wide(const std::string &utf8) { return wcstring::FromUtf8(utf8.c_str(), utf8.size()); }
 
@@ -58,7 +53,7 @@ std::wstring BindingTest::InstallDir(int product) const {
 std::wstring BindingTest::BinDir(int product) const { return InstallDir(product) + (product == 0 ? L"bin\\" : L""); }
 
 void BindingTest::SetLogLevel(DWORD mask) {
-    ASSERT_EQ(registry.SetDword(kAgentKey, L"VMware Agent debug log level", mask), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetDword(kMainAgentKey, L"VMware Agent debug log level", mask), ERROR_SUCCESS);
 }
 
 ::testing::AssertionResult BindingTest::Attach(HMODULE loadedDiskLib) {

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <dbtest/log_capture.h>
+#include <dbtest/product_keys.h>
 #include <dbtest/registry_sandbox.h>
 #include <dbtest/temp_dir.h>
 #include <dbtest/vddk_install.h>
@@ -25,10 +26,10 @@ namespace bindingtest {
 // threads is a round trip through wineserver.
 constexpr DWORD kTimeoutMs = 60000;
 
-extern const wchar_t kAgentKey[];        // "VMware Agent debug log level" lives here
-extern const wchar_t kProductKey[];      // DWORD "Product"
-extern const wchar_t kMainInstallKey[];  // "Path" of product 0
-extern const wchar_t kMappixKey[];       // "InstallDir64" of the other products
+using dbtest::kMainAgentKey;  // "VMware Agent debug log level" lives here
+using dbtest::kMainInstallKey;
+using dbtest::kProductKey;
+using dbtest::kSiblingInstallKey;
 
 std::string Utf8(const std::wstring &wide);
 std::wstring Wide(const std::string &utf8);

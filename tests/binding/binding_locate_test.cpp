@@ -21,7 +21,7 @@ std::wstring Added(const wchar_t *glue, const std::wstring &directory) {
 TEST_F(BindingTest, EachProductsInstallValueGivesItsFoldersAndBinFirstOnPath) {
     for (int product : {0, 1}) {
         Install(product);
-        const wchar_t *valueKey = product == 0 ? kMainInstallKey : kMappixKey;
+        const wchar_t *valueKey = product == 0 ? kMainInstallKey : kSiblingInstallKey;
         const wchar_t *valueName = product == 0 ? L"Path" : L"InstallDir64";
         for (const std::wstring &value : {Root(), Root() + L"\\\\"}) {
             SCOPED_TRACE(::testing::Message() << "product " << product << ", value " << Utf8(value));
@@ -92,7 +92,7 @@ TEST_F(BindingTest, MissingInstallValueIsLoggedAndGivesEachLibrarysResult) {
     } cases[] = {
         {"no key", 0, nullptr, nullptr},
         {"key without value", 0, kMainInstallKey, nullptr},
-        {"only the other products' value", 0, kMappixKey, L"InstallDir64"},
+        {"only the other products' value", 0, kSiblingInstallKey, L"InstallDir64"},
         {"only the main product's value", 1, kMainInstallKey, L"Path"},
     };
     for (const auto &c : cases) {

@@ -5,12 +5,6 @@
 
 namespace servicetest {
 
-const wchar_t kMainAgentKey[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\Engine\\VMware Agent";
-const wchar_t kSiblingAgentKey[] = L"Software\\Tarrow\\Vaultry\\ORMZ\\Engine\\VMware Agent";
-const wchar_t kMainMiscKey[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\Engine\\Misc";
-const wchar_t kSiblingMiscKey[] = L"Software\\Tarrow\\Vaultry\\ORMZ\\Engine\\Misc";
-const wchar_t kProductKey[] = L"SOFTWARE\\Halvorn\\Common";
-
 std::string Utf8(const std::wstring &wide) { return cstring::ToUtf8(wide); }
 std::wstring Wide(const std::string &utf8) { return wcstring::FromUtf8(utf8.c_str(), utf8.size()); }
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <dbtest/log_capture.h>
+#include <dbtest/product_keys.h>
 #include <dbtest/registry_sandbox.h>
 #include <dbtest/temp_dir.h>
 #include <dbtest/vddk_install.h>
@@ -17,11 +18,11 @@
 
 namespace servicetest {
 
-extern const wchar_t kMainAgentKey[];
-extern const wchar_t kSiblingAgentKey[];
-extern const wchar_t kMainMiscKey[];
-extern const wchar_t kSiblingMiscKey[];
-extern const wchar_t kProductKey[];  // "Product" under it selects the host product
+using dbtest::kMainAgentKey;
+using dbtest::kMainMiscKey;
+using dbtest::kProductKey;
+using dbtest::kSiblingAgentKey;
+using dbtest::kSiblingMiscKey;
 
 // Narrow (UTF-8) and wide forms of a text, for comparing what VDDK recorded.
 std::string Utf8(const std::wstring &wide);

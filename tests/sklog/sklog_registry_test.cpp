@@ -1,14 +1,16 @@
 // Where the log goes: the product's "Data Path" from the registry.
 #include <string>
 #include <gtest/gtest.h>
+#include <dbtest/product_keys.h>
 #include <dbtest/registry_sandbox.h>
 #include <dbtest/temp_dir.h>
 #include <skstdutl/sklog.h>
 
 namespace {
 
-const wchar_t kMainMisc[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\Engine\\Misc";
-const wchar_t kSiblingMisc[] = L"Software\\Tarrow\\Vaultry\\ORMZ\\Engine\\Misc";
+using dbtest::kMainMiscKey;
+using dbtest::kProductKey;
+using dbtest::kSiblingMiscKey;
 
 std::wstring CurrentLogPath() {
     wchar_t path[MAX_PATH * 2];
@@ -32,8 +34,8 @@ protected:
 };
 
 TEST_F(SklogRegistry, DataPathOfTheMainProductWithTrailingBackslashesStripped) {
-    ASSERT_EQ(registry.SetString(kMainMisc, L"Data Path", folder.Path() + L"\\\\"), ERROR_SUCCESS);
-    ASSERT_EQ(registry.SetString(kSiblingMisc, L"Data Path", L"X:\\wrong"), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", folder.Path() + L"\\\\"), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kSiblingMiscKey, L"Data Path", L"X:\\wrong"), ERROR_SUCCESS);
     const std::wstring expected = folder.Path() + L"\\Logs\\diskBroker.log";
     EXPECT_EQ(CurrentLogPath(), expected);
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"first line");
@@ -41,22 +43,22 @@ TEST_F(SklogRegistry, DataPathOfTheMainProductWithTrailingBackslashesStripped) {
 }
 
 TEST_F(SklogRegistry, DataPathOfTheSiblingProduct) {
-    ASSERT_EQ(registry.SetDword(L"SOFTWARE\\Halvorn\\Common", L"Product", 1), ERROR_SUCCESS);
-    ASSERT_EQ(registry.SetString(kSiblingMisc, L"Data Path", folder.Path()), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetDword(kProductKey, L"Product", 1), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kSiblingMiscKey, L"Data Path", folder.Path()), ERROR_SUCCESS);
     EXPECT_EQ(CurrentLogPath(), folder.Path() + L"\\Logs\\diskBroker.log");
 }
 
 TEST_F(SklogRegistry, DefaultsToDriveC) {
     EXPECT_EQ(CurrentLogPath(), L"C:\\Logs\\diskBroker.log");
-    ASSERT_EQ(registry.SetString(kMainMisc, L"Data Path", L""), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", L""), ERROR_SUCCESS);
     SK_SetLogFilePath(nullptr);
     EXPECT_EQ(CurrentLogPath(), L"C:\\Logs\\diskBroker.log");
 }
 
 TEST_F(SklogRegistry, ReadOnceUntilReset) {
-    ASSERT_EQ(registry.SetString(kMainMisc, L"Data Path", folder.Path()), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", folder.Path()), ERROR_SUCCESS);
     const std::wstring first = CurrentLogPath();
-    ASSERT_EQ(registry.SetString(kMainMisc, L"Data Path", L"X:\\later"), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", L"X:\\later"), ERROR_SUCCESS);
     EXPECT_EQ(CurrentLogPath(), first);
 }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <dbtest/product_keys.h>
 #include <dbtest/registry_sandbox.h>
 #include <dbtest/temp_dir.h>
 
@@ -15,14 +16,15 @@ namespace {
 
 using namespace dbtool;
 
-const wchar_t kInstallKey[] = L"Software\\Halvorn\\Stowline For Windows\\Stowline\\14.1\\Install";
-const wchar_t kSiblingKey[] = L"SOFTWARE\\Tarrow\\Mappix";
+using dbtest::kMainInstallKey;
+using dbtest::kProductKey;
+using dbtest::kSiblingInstallKey;
 
 class VddkSetupTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(registry.Ok()); }
 
-    std::wstring Registered(const wchar_t *key = kInstallKey, const wchar_t *value = L"Path") {
+    std::wstring Registered(const wchar_t *key = kMainInstallKey, const wchar_t *value = L"Path") {
         wchar_t text[1024] = L"";
         DWORD bytes = sizeof text;
         if (RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_REG_SZ, nullptr, text, &bytes) != ERROR_SUCCESS)
@@ -53,7 +55,7 @@ TEST_F(VddkSetupTest, AutoWithNothingRegisteredInstallsTheStandinAndKeepsTheValu
 }
 
 TEST_F(VddkSetupTest, AutoUsesARegisteredInstallAsItIs) {
-    ASSERT_EQ(registry.SetString(kInstallKey, L"Path", FakeInstall() + L"\\"), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", FakeInstall() + L"\\"), ERROR_SUCCESS);
     VddkSetup setup(VddkChoice::Auto);
     EXPECT_FALSE(setup.UsesStandin());
     EXPECT_EQ(setup.Description(), L"VDDK at " + install.Path());
@@ -61,14 +63,14 @@ TEST_F(VddkSetupTest, AutoUsesARegisteredInstallAsItIs) {
 }
 
 TEST_F(VddkSetupTest, AutoReplacesAValuePointingAtNothing) {
-    ASSERT_EQ(registry.SetString(kInstallKey, L"Path", install.Path() + L"\\gone"), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", install.Path() + L"\\gone"), ERROR_SUCCESS);
     VddkSetup setup(VddkChoice::Auto);
     EXPECT_TRUE(setup.UsesStandin());
     EXPECT_EQ(Registered(), StandinRoot());
 }
 
 TEST_F(VddkSetupTest, StandinOverARealInstallPutsTheOldValueBack) {
-    ASSERT_EQ(registry.SetString(kInstallKey, L"Path", FakeInstall()), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", FakeInstall()), ERROR_SUCCESS);
     {
         VddkSetup setup(VddkChoice::Standin);
         EXPECT_TRUE(setup.UsesStandin());
@@ -84,7 +86,7 @@ TEST_F(VddkSetupTest, InstalledWithoutAnInstallIsAnError) {
     } catch (const Failure &e) {
         EXPECT_NE(e.Message().find(L"is not set"), std::wstring::npos) << e.Message().c_str();
     }
-    ASSERT_EQ(registry.SetString(kInstallKey, L"Path", install.Path()), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", install.Path()), ERROR_SUCCESS);
     try {
         VddkSetup setup(VddkChoice::Installed);
         FAIL() << "no error";
@@ -95,9 +97,9 @@ TEST_F(VddkSetupTest, InstalledWithoutAnInstallIsAnError) {
 }
 
 TEST_F(VddkSetupTest, SiblingProductUsesItsOwnKeyAndLayout) {
-    ASSERT_EQ(registry.SetDword(L"SOFTWARE\\Halvorn\\Common", L"Product", 1), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetDword(kProductKey, L"Product", 1), ERROR_SUCCESS);
     VddkSetup setup(VddkChoice::Auto);
-    EXPECT_EQ(Registered(kSiblingKey, L"InstallDir64"), StandinRoot());
+    EXPECT_EQ(Registered(kSiblingInstallKey, L"InstallDir64"), StandinRoot());
     EXPECT_EQ(Registered(), L"<none>");
     EXPECT_TRUE(PathExists(StandinRoot() + L"\\Shared\\VDDK\\vixDiskLib.dll"));
 }

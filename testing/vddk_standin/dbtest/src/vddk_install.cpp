@@ -1,5 +1,7 @@
 #include <dbtest/vddk_install.h>
 
+#include <dbtest/product_keys.h>
+
 #include <skclass_mini/handles.h>
 
 namespace dbtest {
@@ -50,8 +52,7 @@ bool InstallVddkStandin(const std::wstring &root, int product, VddkVariant varia
         const std::wstring from = VddkStandinBuildFolder(variant, dll) + dll;
         if (!CopyFileW(from.c_str(), (folder + dll).c_str(), FALSE)) return Fail(error, "cannot copy the stand-in DLL");
     }
-    const wchar_t *key = product == 0 ? L"Software\\Halvorn\\Stowline For Windows\\Stowline\\14.1\\Install"
-                                      : L"SOFTWARE\\Tarrow\\Mappix";
+    const wchar_t *key = product == 0 ? kMainInstallKey : kSiblingInstallKey;
     const wchar_t *value = product == 0 ? L"Path" : L"InstallDir64";
     skclass::UniqueHkey hkey;
     LONG rc = RegCreateKeyExW(HKEY_LOCAL_MACHINE, key, 0, nullptr, 0, KEY_SET_VALUE, nullptr, hkey.put(), nullptr);
