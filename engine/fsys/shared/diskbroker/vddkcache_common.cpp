@@ -81,6 +81,7 @@ void FreeBuffers(diskCacheBuffer *&allBuffers) {
 void Recycle(diskCacheBuffer *buffer, diskCacheQueue &freeQueue) {
     buffer->filled = 0;
     buffer->consumed = 0;
+    buffer->isLast = 0;  // a buffer discarded before the writer saw it must not end a later pass
     if (buffer->runTable) {
         diskCacheRunTable *table = buffer->runTable;
         memset(table->runs, 0, (static_cast<size_t>(table->runCapacity) + 1) * sizeof(diskCacheRun));

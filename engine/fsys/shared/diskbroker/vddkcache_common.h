@@ -36,8 +36,8 @@ bool AllocateBuffers(const wchar_t *sourceFile, const wchar_t *failureMessage, u
 // queue or slot still points at it, and clears the list.
 void FreeBuffers(diskCacheBuffer *&allBuffers);
 
-// Empties a buffer (filled, consumed, and its run table if any) and appends it
-// to freeQueue.
+// Empties a buffer (filled, consumed, isLast, and its run table if any) and
+// appends it to freeQueue.
 void Recycle(diskCacheBuffer *buffer, diskCacheQueue &freeQueue);
 
 // Appends slot's buffer (if any) to queue and clears slot.

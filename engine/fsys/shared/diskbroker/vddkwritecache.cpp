@@ -174,7 +174,7 @@ void FinishPass(diskWriteContextStruct &context) {
     if (context.fillBuffer && context.cancelRequested) {
         // The writer has given up on this pass; queued, the buffer would be
         // written into the next disk.
-        RecycleWriteBuffer(context, *context.fillBuffer);
+        vddkcache::Recycle(context.fillBuffer, context.freeQueue);
         context.fillBuffer = nullptr;
     } else if (context.fillBuffer) {
         context.fillBuffer->isLast = 1;

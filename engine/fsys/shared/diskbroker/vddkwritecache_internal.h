@@ -17,10 +17,6 @@ constexpr long kWriteFailed = static_cast<long>(0xE0009579);
 // when the token cannot be impersonated, else 0.
 unsigned __stdcall diskWriteThread(void *context);
 
-// Empties buffer (bytes, runs, isLast) and appends it to freeQueue. The caller
-// clears whichever of fillBuffer / drainBuffer pointed at it.
-void RecycleWriteBuffer(diskWriteContextStruct &context, diskCacheBuffer &buffer);
-
 // Moves every buffer queued in filledQueue back to freeQueue unwritten,
 // waiting up to waitMs for each next one; returns when a wait times out.
 void DiscardFilledBuffers(diskWriteContextStruct &context, DWORD waitMs);

@@ -38,7 +38,7 @@ diskCacheBuffer *TakeFilledBuffer(diskWriteContextStruct &context) {
     }
     if (context.cancelRequested) {
         SK_Zprintf_2(kSourceFile, 0, L"Write thread: write error encountered earlier. Flushing the current buffer ");
-        RecycleWriteBuffer(context, *buffer);
+        vddkcache::Recycle(buffer, context.freeQueue);
         return nullptr;
     }
     context.drainBuffer = buffer;
@@ -56,7 +56,7 @@ void FailPass(diskWriteContextStruct &context, const diskCacheRun &run, VixError
                  L"Error: '%I64d' ",
                  kWriteExtents, run.startSector, run.sectorCount, text.c_str(), error);
     context.cancelRequested = 1;
-    RecycleWriteBuffer(context, *context.drainBuffer);
+    vddkcache::Recycle(context.drainBuffer, context.freeQueue);
     context.drainBuffer = nullptr;
     DiscardFilledBuffers(context, vddkcache::kQueueRoundMs);
 }
@@ -83,7 +83,7 @@ bool WriteBufferRuns(diskWriteContextStruct &context) {
     // Checked after the loop so that a buffer without runs (an empty last
     // buffer handed on by close) is recycled too instead of staying current.
     if (buffer.consumed == buffer.filled) {
-        RecycleWriteBuffer(context, buffer);
+        vddkcache::Recycle(&buffer, context.freeQueue);
         context.drainBuffer = nullptr;
     }
     return true;
@@ -106,7 +106,7 @@ long WriteDiskExtents(diskWriteContextStruct &context) {
             // Runs and bytes disagree: nothing can write the rest, so the
             // buffer goes back rather than being taken again for ever.
             SK_Zprintf_2(kSourceFile, 0, L"%s Buffer is not empty...", kWriteExtents);
-            RecycleWriteBuffer(context, *context.drainBuffer);
+            vddkcache::Recycle(context.drainBuffer, context.freeQueue);
             context.drainBuffer = nullptr;
         }
     }
@@ -142,15 +142,9 @@ unsigned __stdcall diskWriteThread(void *context) {
     });
 }
 
-void RecycleWriteBuffer(diskWriteContextStruct &context, diskCacheBuffer &buffer) {
-    // A buffer discarded before the writer acknowledged it must not end a
-    // later pass.
-    buffer.isLast = 0;
-    vddkcache::Recycle(&buffer, context.freeQueue);
-}
-
 void DiscardFilledBuffers(diskWriteContextStruct &context, DWORD waitMs) {
-    while (diskCacheBuffer *buffer = context.filledQueue.WaitAndRemove(waitMs)) RecycleWriteBuffer(context, *buffer);
+    while (diskCacheBuffer *buffer = context.filledQueue.WaitAndRemove(waitMs))
+        vddkcache::Recycle(buffer, context.freeQueue);
 }
 
 }  // namespace writecache_detail
