@@ -22,7 +22,7 @@ using dbtest::kSiblingInstallKey;
 
 class VddkSetupTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(registry.Ok()); }
+    void SetUp() override { ASSERT_TRUE(registry.Ok()) << registry.Error(); }
 
     std::wstring Registered(const wchar_t *key = kMainInstallKey, const wchar_t *value = L"Path") {
         wchar_t text[1024] = L"";
