@@ -170,6 +170,30 @@ public:
     VixError VixDiskLib_SpaceNeededForClone(VixDiskLibHandle diskHandle, VixDiskLibDiskType diskType,
                                             uint64 *spaceNeeded);
 
+    // --- Local disk chains -------------------------------------------------
+    // For tag "Read" (any case): walks ancestorLocations (folders, no trailing
+    // backslash) from the last to the first, finds the current disk's parent
+    // in each (FindMatchingDisk) and relinks the current disk to it where its
+    // descriptor names another path; then opens path as VixDiskLib_Open does.
+    // 16030, nothing opened and *handle null, when a parent is missing or a
+    // link cannot be rewritten; links rewritten before the failure stay.
+    VixError VixDiskLib_OpenLocal(VixDiskLibConnection connection, const char *path, uint32 flags,
+                                  const wchar_t *tag, _vixReadWriteHandle **handle, wcstring &transportMode,
+                                  std::vector<wcstring> &ancestorLocations);
+    // The file name (no folder) of the first location\baseName*.vmdk whose
+    // disk base name is baseName (case-sensitive); empty when none or when the
+    // folder cannot be searched (logged).
+    wcstring FindMatchingDisk(const wcstring &location, const wcstring &baseName);
+    // The parentFileNameHint of a monolithic sparse disk; empty for a disk
+    // without embedded descriptor or parent, and for one that cannot be read
+    // (logged).
+    wcstring GetParentDiskPath(const wcstring &childDisk);
+    // Rewrites the child's parentCID (the parent's CID) and parentFileNameHint
+    // (parentDisk) in place, inside its descriptor area. False, child
+    // untouched, when the parent has no valid CID, a file cannot be read, or
+    // the new text would not fit the area (each logged).
+    bool UpdateParentDiskLink(const wcstring &childDisk, const wcstring &parentDisk);
+
     // --- Read-ahead cache --------------------------------------------------
     // Per job: startReadCacheThread once; per disk: set diskHandle, broker,
     // extentFilePath and metadataFilePath, startDiskReadBuffer,
