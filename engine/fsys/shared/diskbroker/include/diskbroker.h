@@ -25,6 +25,8 @@
 #include <vector>
 
 #include <diskbroker_export.h>
+#include <skclass_mini/win.h>
+#include <winnetwk.h>
 #include <skclass_mini/handles.h>
 #include <skclass_mini/singleton.h>
 #include <skclass_mini/strings.h>
@@ -46,6 +48,7 @@ struct diskBrokerParentLink {
     wcstring descriptorPath;  // the child whose descriptor was rewritten
     wcstring originalParent;  // the parent path it named before
     wcstring localParent;     // the parent path it names now
+    wcstring share;           // the m_shareDriveLetterMap key whose drive it uses
 };
 using DiskInfoList = std::vector<diskBrokerParentLink>;
 
@@ -194,6 +197,30 @@ public:
     // the new text would not fit the area (each logged).
     bool UpdateParentDiskLink(const wcstring &childDisk, const wcstring &parentDisk);
 
+    // --- Remote parent mapping ---------------------------------------------
+    // Relinks the chain below childDisk so that parents on a network share
+    // are reached through a connected drive (MapNetworkShareToLocalDrive);
+    // the links are put back at the next Disconnect that removes the device
+    // the child was reached through, or when the service ends. True when
+    // the child cannot be accessed or was relinked already (nothing to do).
+    bool MapRemoteParentDiskPathToLocal(const wcstring &childDisk);
+    // Connects share (\\server\share) and returns the drive Windows chose,
+    // with a trailing backslash; empty on failure (logged).
+    wcstring MapNetworkShareToLocalDrive(wcstring share);
+    // Cancels a drive connection, forced when a plain cancel fails.
+    bool CancelNetworkShareConnection(wcstring drive);
+    // The two Windows networking calls of the mapping: mpr.dll's in
+    // production. Test seam: a test can answer them (Wine has no network).
+    struct NetworkCalls {
+        DWORD(WINAPI *useConnection)(HWND, LPNETRESOURCEW, LPCWSTR, LPCWSTR, DWORD, LPWSTR, LPDWORD, LPDWORD);
+        DWORD(WINAPI *cancelConnection)(LPCWSTR, DWORD, BOOL);
+    };
+    void UseNetworkCalls(const NetworkCalls &calls) { networkCalls = calls; }
+    // What the mapping holds now (for tests and diagnostics): the device
+    // mapping table and the connected share drives, each copied under its lock.
+    std::vector<diskBrokerDeviceMapping> DeviceMappings();
+    std::map<wcstring, diskBrokerShareDrive, diskBrokerLessNoCase> ShareDrives();
+
     // --- Read-ahead cache --------------------------------------------------
     // Per job: startReadCacheThread once; per disk: set diskHandle, broker,
     // extentFilePath and metadataFilePath, startDiskReadBuffer,
@@ -277,9 +304,30 @@ private:
     VixError CloseVixHandle(_vixReadWriteHandle &record);
     // Where a handle meets the remote-parent mapping: whether an open or
     // create failure is due to a parent on a share that could be mapped
-    // (then mappedPath is the path to retry, localDevice the mapping used),
-    // and the reference a handle, or a create, holds on that mapping.
+    // (then mappedPath is the path to retry, localDevice the mapping used,
+    // which now holds one more reference), and the reference a handle, or a
+    // create, holds on that mapping.
     bool MapRemoteParent(VixError error, const char *path, cstring &mappedPath, wcstring &localDevice);
+    // The failure check itself; share is the mapped share ("server\share\").
+    bool CheckRemoteParentFailure(VixError error, const char *path, wcstring &share, wcstring &localDevice,
+                                  wcstring &rewrittenPath);
+    // Maps the share of a \\server\share\...\folder\file path to a device
+    // name ("1:" to "9:"), reusing or counting an existing entry. 0 or a
+    // Win32 error (logged).
+    DWORD MapShareToDevice(const wcstring &path, wcstring &share, wcstring &localDevice, wcstring &lastFolder,
+                           wcstring &fileName);
+    DWORD DefineShareDevice(const wcstring &share, wcstring &localDevice);
+    // Removal of a device mapping: links relinked through it are put back,
+    // then the DOS device definition goes.
+    void RevertLocalParentDiskPathToRemote(const wcstring &localDevice);
+    void RevertLinks(const DiskInfoList &links);
+    // One reference on a connected share drive less; the connection is
+    // cancelled with the last one. shareDriveLetterLock held.
+    void ReleaseShareDrive(const wcstring &share);
+    bool RelinkToShareDrive(const wcstring &current, const wcstring &parent, DiskInfoList &links,
+                            wcstring &localParent);
+    // At the service's end: every mapping, link and connection still held.
+    void ReleaseAllRemoteParentMappings();
     void AddHandleMappingUse(const wcstring &localDevice, VixDiskLibHandle vixHandle);
     void ReleaseHandleMapping(VixDiskLibHandle vixHandle);
     void ReleaseDeviceReference(const wcstring &localDevice);
@@ -329,4 +377,6 @@ private:
     std::vector<diskBrokerMappingUse<VixDiskLibHandle>> handleMappings;               // deviceMappingLock
     std::vector<diskBrokerMappingUse<VixDiskSetHandle>> diskSetMappings;              // deviceMappingLock
     std::optional<skclass::CriticalSection> deviceMappingLock;
+    // Lock order: deviceMappingLock, childParentLinkLock, shareDriveLetterLock.
+    NetworkCalls networkCalls{&WNetUseConnectionW, &WNetCancelConnection2W};
 };
