@@ -176,6 +176,49 @@ TEST_F(ShareTest, ReferencesCountPerHandleOnOneShare) {
     EXPECT_EQ(FakeNetwork::cancelled.size(), 1u) << "the connection goes with its last link";
 }
 
+// Three names on the share, the first failing with 21: all three rewritten
+// from the first name's share, the retry routed by the model, and the set's
+// reference counted with the handles' until CloseDiskSet.
+TEST_F(ShareTest, DiskSetOnTheShareIsRetriedThroughTheDeviceInEitherModel) {
+    for (const wchar_t *model : {L"", L"no threading"}) {
+        SCOPED_TRACE(model);
+        Disconnect();
+        service.reset();
+        SetThreadingModelText(model);
+        service = Start();
+        service->UseNetworkCalls({&FakeNetwork::Use, &FakeNetwork::Cancel});
+        Connect();
+        sim.VddkSim_Reset();
+        ASSERT_EQ(service->VixMntapi_Init(VIXMNTAPI_MAJOR_VERSION, 0, nullptr, nullptr, nullptr, nullptr, nullptr),
+                  VixError(VIX_OK));
+        _vixReadWriteHandle *handle = OpenAfterFailure(child());
+        ASSERT_NE(handle, nullptr);
+
+        const std::string names[] = {Utf8(other()), Utf8(parent()), Utf8(child())};
+        const char *pointers[] = {names[0].c_str(), names[1].c_str(), names[2].c_str()};
+        sim.VddkSim_ScriptResult("VixMntapi_OpenDisks", 1, 21, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+        VixDiskSetHandle set = nullptr;
+        ASSERT_EQ(service->VixMntapi_OpenDisks(connection, pointers, 3, VIXDISKLIB_FLAG_OPEN_READ_ONLY, &set),
+                  VixError(VIX_OK));
+        EXPECT_EQ(Calls("VixMntapi_OpenDisks"), 2u);
+        EXPECT_EQ(LastArg("openPath"), Utf8(device(child()))) << "the third name, rewritten";
+        EXPECT_EQ(Calls("VixDiskLib_Open"), 2u + 3u) << "the handle's two tries, then the set's three disks";
+        EXPECT_EQ(DeviceReferences(), 2u) << "one handle and one set";
+        EXPECT_EQ(service->GetParentDiskPath(other()), FakeNetwork::drive + L"\\IMG0001\\disk.vmdk");
+
+        EXPECT_EQ(service->VixMntapi_CloseDiskSet(set), VixError(VIX_OK));
+        EXPECT_EQ(DeviceReferences(), 1u);
+        EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
+        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+        EXPECT_EQ(DeviceReferences(), 0u);
+        Disconnect();
+        EXPECT_EQ(DeviceTarget(L"1:"), L"");
+        EXPECT_EQ(service->GetParentDiskPath(other()), parent());
+        EXPECT_EQ(service->GetParentDiskPath(child()), parent());
+        Connect();
+    }
+}
+
 TEST_F(ShareTest, ThousandOpenCloseCyclesLeaveNothingBehind) {
     for (int cycle = 0; cycle < 1000; ++cycle) {
         _vixReadWriteHandle *handle = OpenAfterFailure(child());

@@ -221,6 +221,31 @@ public:
     std::vector<diskBrokerDeviceMapping> DeviceMappings();
     std::map<wcstring, diskBrokerShareDrive, diskBrokerLessNoCase> ShareDrives();
 
+    // --- Mounting disk sets ------------------------------------------------
+    // Initialises the mount library with the service's own configuration
+    // file, library directory and log callbacks (the caller's log, warn,
+    // panic, libDir and configFile are not used). The generated file is
+    // deleted afterwards in every model, whatever the result. Unknown
+    // models: 0, nothing called.
+    VixError VixMntapi_Init(uint32 majorVersion, uint32 minorVersion, VixDiskLibGenericLogFunc *log,
+                            VixDiskLibGenericLogFunc *warn, VixDiskLibGenericLogFunc *panic, const char *libDir,
+                            const char *configFile);
+    void VixMntapi_Exit();
+    // Opens diskNames as one set. When the first try fails on a share (or
+    // with 21), the share is mapped to a device, every name is rewritten onto
+    // it, their parents relinked, and the open is tried once more; the set
+    // then holds a reference on the device until CloseDiskSet.
+    VixError VixMntapi_OpenDisks(VixDiskLibConnection connection, const char **diskNames, size_t numberOfDisks,
+                                 uint32 openFlags, VixDiskSetHandle *diskSet);
+    VixError VixMntapi_CloseDiskSet(VixDiskSetHandle diskSet);
+    VixError VixMntapi_GetVolumeHandles(VixDiskSetHandle diskSet, size_t *numberOfVolumes,
+                                        VixVolumeHandle **volumeHandles);
+    void VixMntapi_FreeVolumeHandles(VixVolumeHandle *volumeHandles);
+    VixError VixMntapi_MountVolume(VixVolumeHandle volumeHandle, Bool readOnly);
+    VixError VixMntapi_DismountVolume(VixVolumeHandle volumeHandle, Bool force);
+    VixError VixMntapi_GetVolumeInfo(VixVolumeHandle volumeHandle, VixVolumeInfo **info);
+    void VixMntapi_FreeVolumeInfo(VixVolumeInfo *info);
+
     // --- Read-ahead cache --------------------------------------------------
     // Per job: startReadCacheThread once; per disk: set diskHandle, broker,
     // extentFilePath and metadataFilePath, startDiskReadBuffer,
@@ -328,6 +353,12 @@ private:
                             wcstring &localParent);
     // At the service's end: every mapping, link and connection still held.
     void ReleaseAllRemoteParentMappings();
+    // Mount calls: model 0 on the worker, model 1 through the mount binding,
+    // other models Result{} without a call.
+    template <typename Result, typename Call>
+    Result RouteMount(Call call);
+    VixError RetryOpenDisksOnShare(VixError error, VixDiskLibConnection connection, const char **diskNames,
+                                   size_t numberOfDisks, uint32 openFlags, VixDiskSetHandle *diskSet);
     void AddHandleMappingUse(const wcstring &localDevice, VixDiskLibHandle vixHandle);
     void ReleaseHandleMapping(VixDiskLibHandle vixHandle);
     void ReleaseDeviceReference(const wcstring &localDevice);
