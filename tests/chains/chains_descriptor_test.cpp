@@ -51,6 +51,8 @@ TEST(DescriptorHeader, FieldsAreLittleEndianSectorsAndMustLieInTheFile) {
     EXPECT_FALSE(vmdkdesc::AreaInFile({~0ull, 2}, 1 << 20, offset, size, error));
     EXPECT_FALSE(vmdkdesc::AreaInFile({1, ~0ull}, 1 << 20, offset, size, error)) << "offset + size overflows";
     EXPECT_FALSE(vmdkdesc::AreaInFile({1, 0}, 1 << 20, offset, size, error));
+    EXPECT_FALSE(vmdkdesc::AreaInFile({1, (64 << 20) / 512 + 1}, 1ull << 40, offset, size, error));
+    EXPECT_EQ(error, "descriptor area larger than 64 MiB");
 }
 
 TEST(DescriptorLines, LimitAndTerminatorAreEnforced) {

@@ -130,6 +130,24 @@ size_t MountChoice(const Args &args, bool &all) {
     return static_cast<size_t>(args.Number(L"mount", 0, 1, 1024));
 }
 
+void ListVolumes(Service &service, const DiskSet &set, const std::vector<uint64_t> &sizes, bool mountAll,
+                 size_t mountOne) {
+    OutLine(L"volumes: " + std::to_wstring(set.Count()));
+    for (size_t i = 0; i < set.Count(); ++i) {
+        const std::wstring number = std::to_wstring(i + 1);
+        const bool mount = mountAll || mountOne == i + 1;
+        if (mount)
+            service.Check(service.Broker().VixMntapi_MountVolume(set.Volume(i), 1), L"cannot mount volume " + number);
+        const VolumeLine line = Describe(service, set.Volume(i));
+        const std::wstring size = sizes.size() == set.Count() ? FormatBytes(sizes[i]) : L"size unknown";
+        OutLine(L"  " + number + L": " + line.type + L", " + size + L", " +
+                (line.mounted ? L"mounted at " + line.link : std::wstring(L"not mounted")));
+        if (!mount) continue;
+        service.Check(service.Broker().VixMntapi_DismountVolume(set.Volume(i), 0), L"cannot dismount volume " + number);
+        OutLine(L"  " + number + L": dismounted");
+    }
+}
+
 }  // namespace
 
 int RunMount(const Words &words) {
@@ -157,20 +175,7 @@ int RunMount(const Words &words) {
         DiskSet set(service, job.Link(), names);
         if (mountOne > set.Count()) throw UsageError(L"--mount " + std::to_wstring(mountOne) + L": the set has " +
                                                      std::to_wstring(set.Count()) + L" volume(s)");
-        OutLine(L"volumes: " + std::to_wstring(set.Count()));
-        for (size_t i = 0; i < set.Count(); ++i) {
-            const bool mount = mountAll || mountOne == i + 1;
-            if (mount) service.Check(service.Broker().VixMntapi_MountVolume(set.Volume(i), 1), L"cannot mount volume " + std::to_wstring(i + 1));
-            const VolumeLine line = Describe(service, set.Volume(i));
-            const std::wstring size = sizes.size() == set.Count() ? FormatBytes(sizes[i]) : L"size unknown";
-            OutLine(L"  " + std::to_wstring(i + 1) + L": " + line.type + L", " + size + L", " +
-                    (line.mounted ? L"mounted at " + line.link : std::wstring(L"not mounted")));
-            if (mount) {
-                service.Check(service.Broker().VixMntapi_DismountVolume(set.Volume(i), 0),
-                              L"cannot dismount volume " + std::to_wstring(i + 1));
-                OutLine(L"  " + std::to_wstring(i + 1) + L": dismounted");
-            }
-        }
+        ListVolumes(service, set, sizes, mountAll, mountOne);
     }
     service.Broker().VixMntapi_Exit();
     return kExitOk;

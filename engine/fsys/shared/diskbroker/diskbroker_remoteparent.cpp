@@ -90,38 +90,42 @@ bool diskBroker::MapRemoteParentDiskPathToLocal(const wcstring &childDisk) {
     });
 }
 
-bool diskBroker::RelinkToShareDrive(const wcstring &current, const wcstring &parent, DiskInfoList &links,
-                                    wcstring &localParent) {
-    const size_t img = parent.find(L"IMG");
-    const wcstring share = img == wcstring::npos ? parent : wcstring(parent.substr(0, img));
-    wcstring drive;
+bool diskBroker::AcquireShareDrive(const wcstring &share, wcstring &drive) {
     {
         skclass::CsLock hold(*shareDriveLetterLock);
         auto known = m_shareDriveLetterMap.find(share);
         if (known != m_shareDriveLetterMap.end()) {
             ++known->second.referenceCount;
             drive = known->second.drive;
+            return true;
         }
     }
+    // Connected outside the lock: the network may take its time.
+    drive = MapNetworkShareToLocalDrive(share);
     if (drive.empty()) {
-        // Connected outside the lock: the network may take its time.
-        drive = MapNetworkShareToLocalDrive(share);
-        if (drive.empty()) {
-            SK_Zprintf_2(SK_SOURCE_FILE, 0,
-                         L"diskBroker::MapRemoteParentDiskPathToLocal: MapNetworkSharetoLocalDrive failed for %s",
-                         share.c_str());
-            return false;
-        }
-        skclass::CsLock hold(*shareDriveLetterLock);
-        diskBrokerShareDrive entry;
-        entry.drive = drive;
-        if (!m_shareDriveLetterMap.emplace(share, entry).second) {
-            CancelNetworkShareConnection(drive);
-            SK_Zprintf_2(SK_SOURCE_FILE, 0, L"diskBroker::MapRemoteParentDiskPathToLocal:  m_shareDriveLetterMap.insert failed for %s!!",
-                         share.c_str());
-            return false;
-        }
+        SK_Zprintf_2(SK_SOURCE_FILE, 0,
+                     L"diskBroker::MapRemoteParentDiskPathToLocal: MapNetworkSharetoLocalDrive failed for %s",
+                     share.c_str());
+        return false;
     }
+    skclass::CsLock hold(*shareDriveLetterLock);
+    diskBrokerShareDrive entry;
+    entry.drive = drive;
+    if (!m_shareDriveLetterMap.emplace(share, entry).second) {
+        CancelNetworkShareConnection(drive);
+        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"diskBroker::MapRemoteParentDiskPathToLocal:  m_shareDriveLetterMap.insert failed for %s!!",
+                     share.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool diskBroker::RelinkToShareDrive(const wcstring &current, const wcstring &parent, DiskInfoList &links,
+                                    wcstring &localParent) {
+    const size_t img = parent.find(L"IMG");
+    const wcstring share = img == wcstring::npos ? parent : wcstring(parent.substr(0, img));
+    wcstring drive;
+    if (!AcquireShareDrive(share, drive)) return false;
     localParent = drive + LastTwoComponents(parent);
     if (!UpdateParentDiskLink(current, localParent)) {
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"diskBroker::MapRemoteParentDiskPathToLocal: UpdateParentDiskLink failed for %s",

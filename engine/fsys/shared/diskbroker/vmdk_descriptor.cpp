@@ -33,6 +33,10 @@ bool AreaInFile(const Area &area, uint64_t fileSize, uint64_t &offset, size_t &s
         error = "descriptor area is empty";
         return false;
     }
+    if (area.sizeSectors > kMaxAreaBytes / kSectorSize) {
+        error = "descriptor area larger than 64 MiB";
+        return false;
+    }
     offset = area.offsetSectors * kSectorSize;
     size = static_cast<size_t>(area.sizeSectors * kSectorSize);
     return true;

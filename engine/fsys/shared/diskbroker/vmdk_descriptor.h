@@ -19,6 +19,9 @@ constexpr uint64_t kSectorSize = 512;
 // A line is read as the product always has (a 1024-byte buffer): a line of
 // 1024 bytes or more is a read failure, not a truncation.
 constexpr size_t kLineLimit = 1024;
+// Descriptors are a few sectors; a header naming more than this is not a
+// disk we read whole into memory.
+constexpr uint64_t kMaxAreaBytes = 64ull << 20;
 // A parent without a valid CID, or a child without a parent.
 constexpr char kNoCid[] = "ffffffff";
 

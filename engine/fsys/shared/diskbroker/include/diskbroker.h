@@ -351,6 +351,8 @@ private:
     void ReleaseShareDrive(const wcstring &share);
     bool RelinkToShareDrive(const wcstring &current, const wcstring &parent, DiskInfoList &links,
                             wcstring &localParent);
+    // The share's connected drive: counted once more, or connected now.
+    bool AcquireShareDrive(const wcstring &share, wcstring &drive);
     // At the service's end: every mapping, link and connection still held.
     void ReleaseAllRemoteParentMappings();
     // Mount calls: model 0 on the worker, model 1 through the mount binding,
