@@ -63,7 +63,11 @@ protected:
         FakeNetwork::drive = Env(L"CHAINS_SHARE_DRIVE");
         if (local.empty() || unc.empty() || FakeNetwork::drive.empty())
             GTEST_SKIP() << "no Wine share: run through share_env.sh";
-        ASSERT_TRUE(DeviceTarget(L"1:").empty()) << "device 1: is in use by someone else";
+        // The mapping takes the first free device name; other programs in this
+        // Wine prefix may hold some for a moment.
+        for (wchar_t digit = L'1'; digit <= L'9' && name.empty(); ++digit)
+            if (DeviceTarget((std::wstring(1, digit) + L":").c_str()).empty()) name = std::wstring(1, digit) + L":";
+        ASSERT_FALSE(name.empty()) << "every device name is in use";
         FakeNetwork::connected.clear();
         FakeNetwork::cancelled.clear();
         service = Start();
@@ -78,7 +82,7 @@ protected:
         if (service) {
             if (connection) service->VixDiskLib_Disconnect(connection, &params);
             service.reset();
-            EXPECT_EQ(DeviceTarget(L"1:"), L"") << "the device name outlived the service";
+            EXPECT_EQ(DeviceTarget(name.c_str()), L"") << "the device name outlived the service";
         }
         ServiceTest::TearDown();
     }
@@ -92,7 +96,7 @@ protected:
     std::wstring parent() const { return unc + L"\\IMG0001\\disk.vmdk"; }
     std::wstring child() const { return unc + L"\\folder\\disk-000001.vmdk"; }
     std::wstring other() const { return unc + L"\\other\\disk-000001.vmdk"; }
-    std::wstring device(const std::wstring &disk) const { return L"1:" + disk.substr(unc.size()); }
+    std::wstring device(const std::wstring &disk) const { return name + disk.substr(unc.size()); }
 
     // Opens disk with VDDK's first answer scripted to 21, as a VDDK that cannot
     // reach the parent gives it.
@@ -117,6 +121,7 @@ protected:
 
     std::wstring local;
     std::wstring unc;
+    std::wstring name;  // the device name the share is expected to get
     std::unique_ptr<diskBroker> service;
     VixDiskLibConnectParams params{};
     VixDiskLibConnection connection = nullptr;
@@ -127,10 +132,10 @@ TEST_F(ShareTest, ChildWithParentOnShareIsMappedReadAndPutBackAtDisconnect) {
     ASSERT_NE(handle, nullptr);
     EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(21) + L"' Error: '21'"));
     EXPECT_EQ(LastArg("openPath"), Utf8(device(child()))) << "the retry opens the disk through the device";
-    EXPECT_EQ(DeviceTarget(L"1:"), L"\\Device\\LanmanRedirector\\dbchains\\share\\");
+    EXPECT_EQ(DeviceTarget(name.c_str()), L"\\Device\\LanmanRedirector\\dbchains\\share\\");
     ASSERT_EQ(service->DeviceMappings().size(), 1u);
     EXPECT_EQ(service->DeviceMappings().front().remoteShare, L"dbchains\\share\\");
-    EXPECT_EQ(service->DeviceMappings().front().localDevice, L"1:\\");
+    EXPECT_EQ(service->DeviceMappings().front().localDevice, name + L"\\");
     EXPECT_EQ(DeviceReferences(), 1u);
     EXPECT_EQ(FakeNetwork::connected, std::vector<std::wstring>{unc});
     EXPECT_EQ(service->GetParentDiskPath(child()), FakeNetwork::drive + L"\\IMG0001\\disk.vmdk");
@@ -138,11 +143,11 @@ TEST_F(ShareTest, ChildWithParentOnShareIsMappedReadAndPutBackAtDisconnect) {
     EXPECT_EQ(ReadAll(handle, 8 << 20), ReadBytes(local + L"\\expected.raw")) << "what qemu read from the chain";
     EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
     EXPECT_EQ(DeviceReferences(), 0u);
-    EXPECT_EQ(DeviceTarget(L"1:"), L"\\Device\\LanmanRedirector\\dbchains\\share\\") << "kept until Disconnect";
+    EXPECT_EQ(DeviceTarget(name.c_str()), L"\\Device\\LanmanRedirector\\dbchains\\share\\") << "kept until Disconnect";
 
     Disconnect();
     EXPECT_TRUE(service->DeviceMappings().empty());
-    EXPECT_EQ(DeviceTarget(L"1:"), L"");
+    EXPECT_EQ(DeviceTarget(name.c_str()), L"");
     EXPECT_EQ(service->GetParentDiskPath(child()), parent()) << "the descriptor names the remote parent again";
     EXPECT_TRUE(log.Contains(L"diskBroker: RevertLocalParentDiskPathToRemote: UpdateParentDiskLink successsful for " +
                              device(child()) + L"."));
@@ -164,13 +169,13 @@ TEST_F(ShareTest, ReferencesCountPerHandleOnOneShare) {
     EXPECT_EQ(service->VixDiskLib_Close(first), VixError(VIX_OK));
     EXPECT_EQ(DeviceReferences(), 1u);
     Disconnect();
-    EXPECT_EQ(DeviceTarget(L"1:"), L"\\Device\\LanmanRedirector\\dbchains\\share\\") << "still held by a handle";
+    EXPECT_EQ(DeviceTarget(name.c_str()), L"\\Device\\LanmanRedirector\\dbchains\\share\\") << "still held by a handle";
     EXPECT_EQ(service->GetParentDiskPath(child()), FakeNetwork::drive + L"\\IMG0001\\disk.vmdk");
 
     Connect();
     EXPECT_EQ(service->VixDiskLib_Close(second), VixError(VIX_OK));
     Disconnect();
-    EXPECT_EQ(DeviceTarget(L"1:"), L"");
+    EXPECT_EQ(DeviceTarget(name.c_str()), L"");
     EXPECT_EQ(service->GetParentDiskPath(child()), parent());
     EXPECT_EQ(service->GetParentDiskPath(other()), parent());
     EXPECT_EQ(FakeNetwork::cancelled.size(), 1u) << "the connection goes with its last link";
@@ -212,7 +217,7 @@ TEST_F(ShareTest, DiskSetOnTheShareIsRetriedThroughTheDeviceInEitherModel) {
         if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
         EXPECT_EQ(DeviceReferences(), 0u);
         Disconnect();
-        EXPECT_EQ(DeviceTarget(L"1:"), L"");
+        EXPECT_EQ(DeviceTarget(name.c_str()), L"");
         EXPECT_EQ(service->GetParentDiskPath(other()), parent());
         EXPECT_EQ(service->GetParentDiskPath(child()), parent());
         Connect();
@@ -225,7 +230,7 @@ TEST_F(ShareTest, ThousandOpenCloseCyclesLeaveNothingBehind) {
         ASSERT_NE(handle, nullptr) << "cycle " << cycle;
         ASSERT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
         Disconnect();
-        ASSERT_EQ(DeviceTarget(L"1:"), L"") << "cycle " << cycle;
+        ASSERT_EQ(DeviceTarget(name.c_str()), L"") << "cycle " << cycle;
         Connect();
     }
     EXPECT_TRUE(service->DeviceMappings().empty());

@@ -1,8 +1,10 @@
 #!/bin/sh
 # Runs a test program with a network share that Wine really serves:
 #   \\dbchains\share  -> a temporary folder (<prefix>/dosdevices/unc/dbchains/share)
-#   1:                -> the same folder, so that the device name the library
+#   1: ... 9:         -> the same folder, so that the device name the library
 #                        defines for the share opens files, as it does on Windows
+#                        (Wine opens them through these links, not through the
+#                        definition)
 #   r:                -> the same folder, the drive the test's network seam
 #                        answers for a connection to the share
 # On the share, made by qemu-img: IMG0001/disk.vmdk (base) and two children
@@ -20,6 +22,7 @@ share=$work/share
 made=""
 cleanup() {
     for link in $made; do rm -f "$link"; done
+    rmdir "$prefix/dosdevices/unc/dbchains" 2>/dev/null || true
     rm -rf "$work"
 }
 trap cleanup EXIT
@@ -37,7 +40,9 @@ qemu-img convert -f vmdk -O raw "$share/other/disk-000001.vmdk" "$share/other.ra
 
 mkdir -p "$prefix/dosdevices/unc/dbchains"
 ready=1
-for link in "$prefix/dosdevices/unc/dbchains/share" "$prefix/dosdevices/1:" "$prefix/dosdevices/r:"; do
+links="$prefix/dosdevices/unc/dbchains/share $prefix/dosdevices/r:"
+for digit in 1 2 3 4 5 6 7 8 9; do links="$links $prefix/dosdevices/$digit:"; done
+for link in $links; do
     if [ -e "$link" ] || [ -L "$link" ]; then ready=0; continue; fi
     ln -s "$share" "$link"
     made="$made $link"
