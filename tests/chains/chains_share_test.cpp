@@ -36,7 +36,7 @@ struct FakeNetwork {
                                  resource->dwUsage == RESOURCEUSAGE_CONNECTABLE && !resource->lpLocalName &&
                                  flags == CONNECT_REDIRECT && *accessNameChars == 32;
         if (!asSpecified) return ERROR_INVALID_PARAMETER;
-        wcscpy(accessName, drive.c_str());
+        accessName[drive.copy(accessName, *accessNameChars - 1)] = L'\0';
         *result = CONNECT_LOCALDRIVE;
         return NO_ERROR;
     }
