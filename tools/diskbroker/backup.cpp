@@ -67,7 +67,7 @@ void ClearOutputs(const std::wstring &image, bool overwrite) {
 TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &request) {
     // The list first: a mistake in it should not cost a disk open.
     const ExtentList listed = request.changeList.empty() ? ExtentList() : Normalized(LoadChangeList(request.changeList));
-    Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read);
+    Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read, request.ancestors);
     const DiskInfo info = disk.Info();
     const ExtentList extents = request.changeList.empty() ? ExtentList{{0, info.capacityBytes}} : listed;
     CheckWithinDisk(extents, info.capacityBytes, L"change list '" + request.changeList + L"'");

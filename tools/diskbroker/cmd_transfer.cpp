@@ -1,4 +1,5 @@
 // backup, restore and checksum: command lines and reports.
+#include "ancestors.h"
 #include "commands.h"
 #include "console.h"
 #include "errors.h"
@@ -21,7 +22,9 @@ const wchar_t kBackupHelp[] =
     L"  <disk>                  a .vmdk path, or memdisk://name?size=<bytes> on the stand-in\n"
     L"  --changes <list.xml>    back up only the extents of a DiskChangeInfo list\n"
     L"                          (an incremental backup); default: the whole disk\n"
-    L"  --force                 replace an existing image and its companion files\n";
+    L"  --force                 replace an existing image and its companion files\n"
+    L"  --ancestors <folder>... folders holding the disk's parents (nearest last); the\n"
+    L"                          disk is relinked to them before it is read\n";
 
 const wchar_t kRestoreHelp[] =
     L"usage: diskbroker restore <image> <target> [--changes <list.xml>] [--no-verify]\n"
@@ -36,7 +39,9 @@ const wchar_t kRestoreHelp[] =
     L"  --changes <list.xml>    write only these ranges (they must lie inside the image's\n"
     L"                          extents; the image is still checked in full)\n"
     L"  --no-verify             skip reading the target back\n"
-    L"  --no-metadata           do not write the metadata export back to the target\n";
+    L"  --no-metadata           do not write the metadata export back to the target\n"
+    L"  --ancestors <folder>... folders holding the target's parents (nearest last), for\n"
+    L"                          reading the target back\n";
 
 const wchar_t kChecksumHelp[] =
     L"usage: diskbroker checksum <disk> [options]\n"
@@ -56,7 +61,9 @@ void Report(Job &job, const TransferResult &result, const std::wstring &emptyVer
 
 }  // namespace
 
-int RunBackup(const Words &words) {
+int RunBackup(const Words &allWords) {
+    Words words = allWords;
+    const std::vector<std::wstring> ancestors = TakeAncestors(words);
     const Args args(words, WithCommonOptions({{L"changes", true}, {L"force", false}}, true), 2, 2);
     if (args.HelpRequested()) return Help(kBackupHelp, true);
     BackupRequest request;
@@ -64,6 +71,7 @@ int RunBackup(const Words &words) {
     request.image = FullPath(args.Positional(1));
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.overwrite = args.Has(L"force");
+    request.ancestors = ancestors;
     Job job(args, true);
     const TransferResult result = Backup(job, TuningFrom(args), request);
     OutLine(L"image: " + request.image + L" (" + std::to_wstring(result.extents) + L" extent" +
@@ -74,7 +82,9 @@ int RunBackup(const Words &words) {
     return kExitOk;
 }
 
-int RunRestore(const Words &words) {
+int RunRestore(const Words &allWords) {
+    Words words = allWords;
+    const std::vector<std::wstring> ancestors = TakeAncestors(words);
     const Args args(
         words, WithCommonOptions({{L"changes", true}, {L"no-verify", false}, {L"no-metadata", false}}, true), 2, 2);
     if (args.HelpRequested()) return Help(kRestoreHelp, true);
@@ -85,6 +95,7 @@ int RunRestore(const Words &words) {
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.verify = !args.Has(L"no-verify");
     request.metadata = !args.Has(L"no-metadata");
+    request.ancestors = ancestors;
     Job job(args, false);
     const TransferResult result = Restore(job, TuningFrom(args), request);
     OutLine(L"target: " + request.target + (result.createdTarget ? L" (created)" : L"") + L", " +

@@ -15,5 +15,6 @@ int RunInfo(const Words &words);
 int RunTransports(const Words &words);
 int RunLog(const Words &words);
 int RunDemo(const Words &words);
+int RunMount(const Words &words);
 
 }  // namespace dbtool

@@ -23,6 +23,7 @@ const Command kCommands[] = {
     {L"info", L"disk information and metadata", RunInfo},
     {L"transports", L"the transport modes VDDK offers", RunTransports},
     {L"log", L"the VDDK warnings the library cached", RunLog},
+    {L"mount", L"the volumes of a disk set: type, size, mounted path; mount on request", RunMount},
 };
 
 void PrintUsage() {

@@ -107,7 +107,7 @@ ExtentList Selection(const Manifest &manifest, const RestoreRequest &request) {
 
 void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request, const ExtentList &ranges,
               uint64_t capacity, const std::wstring &expectedSha) {
-    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Read);
+    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Read, request.ancestors);
     TempPath list(L".extents.xml"), metadata(L".meta");
     SaveChangeList(list.Path(), ranges, capacity);
     Progress progress(L"verify", TotalBytes(ranges), request.showProgress);
@@ -136,7 +136,7 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
         Disk::Create(job.Broker(), job.Link(), request.target, manifest.capacity);
         result.createdTarget = true;
     }
-    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Write);
+    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Write, request.ancestors);
     const uint64_t capacity = disk.Info().capacityBytes;
     CheckWithinDisk(selection, capacity, L"target '" + request.target + L"'");
     if (request.metadata) RestoreMetadata(disk, FolderOf(request.image) + manifest.metadataFile);
