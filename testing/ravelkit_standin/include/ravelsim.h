@@ -28,7 +28,11 @@
 //     "server"             the server name the inventory answers to
 // EmitLog: calls the logger installed with vmcSetLogger with format "%s" and text.
 // LoadInventory: replaces the inventory with an XML file's (0, or -1 with the old one kept).
-// Reset: the built-in inventory; forgets scripts, latencies, counts, the journal,
+// SetStateFile: the server's state lives in an inventory file across processes: an
+//   existing file is loaded (-1 if it cannot be), a missing one is written from the
+//   current inventory; afterwards every change is written back to it. Accounts are
+//   never written (no password in a file); a file without accounts has the built-in one.
+// Reset: the built-in inventory, no state file; forgets scripts, latencies, counts, the journal,
 //   the last error and the logger. Open sessions stay valid.
 //
 // Inventory file:
@@ -63,6 +67,7 @@ extern "C" {
     X(RavelSim_Query, size_t, (const char *key, char *buf, size_t bufLen))            \
     X(RavelSim_EmitLog, int, (const char *text))                                      \
     X(RavelSim_LoadInventory, int, (const wchar_t *path))                             \
+    X(RavelSim_SetStateFile, int, (const wchar_t *path))                              \
     X(RavelSim_Reset, void, (void))
 
 #define RAVELSIM_DECLARE_FN_TYPE(name, ret, params) typedef ret(*name##_fn) params;

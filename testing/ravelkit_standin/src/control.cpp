@@ -105,6 +105,18 @@ __declspec(dllexport) int RavelSim_LoadInventory(const wchar_t *path) {
     return 0;
 }
 
+__declspec(dllexport) int RavelSim_SetStateFile(const wchar_t *path) {
+    if (!path || !*path) return -1;
+    Inventory loaded;
+    const bool exists = GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
+    if (exists && !LoadInventoryFile(path, loaded)) return -1;
+    skclass::CsLock hold(Get().lock);
+    if (exists) Get().inventory = std::move(loaded);
+    else if (!SaveInventoryFile(Get().inventory, path)) return -1;
+    Get().stateFile = path;
+    return 0;
+}
+
 __declspec(dllexport) void RavelSim_Reset(void) {
     State &s = Get();
     skclass::CsLock hold(s.lock);
@@ -117,6 +129,7 @@ __declspec(dllexport) void RavelSim_Reset(void) {
     s.lastErrorText.clear();
     s.lastErrorCode = 0;
     s.logger = nullptr;
+    s.stateFile.clear();
 }
 
 }  // extern "C"

@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <skxml/xmlbuilder.h>
 #include <skxml/xmlreader.h>
 
 namespace ravelsim {
@@ -120,12 +121,88 @@ bool LoadInventoryFile(const wchar_t *path, Inventory &out) {
         do ReadChild(reader, inv);
         while (reader.SelectNextSibling());
     }
+    if (inv.accounts.empty()) inv.accounts = DefaultInventory().accounts;  // state files hold no passwords
     for (const Task &t : inv.tasks) {
         const int n = atoi(t.id.c_str() + (t.id.rfind('-') == std::string::npos ? 0 : t.id.rfind('-') + 1));
         if (n >= inv.nextTask) inv.nextTask = n + 1;
     }
     out = std::move(inv);
     return true;
+}
+
+namespace {
+
+std::wstring WideText(const std::string &utf8) {
+    if (utf8.empty()) return std::wstring();
+    const int n = MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), static_cast<int>(utf8.size()), nullptr, 0);
+    std::wstring out(static_cast<size_t>(n), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), static_cast<int>(utf8.size()), &out[0], n);
+    return out;
+}
+
+void Put(CXmlBuilder &xml, const wchar_t *name, const std::string &value) { xml.AddAttribute(name, WideText(value)); }
+
+void WriteVm(CXmlBuilder &xml, const Vm &vm) {
+    xml.StartElement(L"vm");
+    Put(xml, L"name", vm.name);
+    Put(xml, L"moRef", vm.moRef);
+    Put(xml, L"host", vm.hostMoRef);
+    Put(xml, L"powerState", vm.powerState);
+    Put(xml, L"guestHostName", vm.guestHostName);
+    Put(xml, L"diskMode", vm.diskMode);
+    Put(xml, L"hardwareVersion", vm.hardwareVersion);
+    Put(xml, L"ctSupported", vm.ctSupported ? "1" : "0");
+    Put(xml, L"ctEnabled", vm.ctEnabled ? "1" : "0");
+    if (!vm.hostText.empty()) Put(xml, L"hostText", vm.hostText);
+    for (const std::string &disk : vm.disks) {
+        xml.StartElement(L"disk");
+        Put(xml, L"path", disk);
+        xml.EndElement();
+    }
+    for (const std::string &snapshot : vm.snapshots) {
+        xml.StartElement(L"snapshot");
+        Put(xml, L"name", snapshot);
+        xml.EndElement();
+    }
+    xml.EndElement();
+}
+
+}  // namespace
+
+bool SaveInventoryFile(const Inventory &inv, const wchar_t *path) {
+    CXmlBuilder xml;
+    xml.StartElement(L"inventory");
+    Put(xml, L"server", inv.server);
+    Put(xml, L"type", inv.serverType);
+    for (const Host &host : inv.hosts) {
+        xml.StartElement(L"host");
+        Put(xml, L"name", host.name);
+        Put(xml, L"moRef", host.moRef);
+        Put(xml, L"major", std::to_string(host.major));
+        Put(xml, L"minor", std::to_string(host.minor));
+        xml.EndElement();
+    }
+    for (const Vm &vm : inv.vms) WriteVm(xml, vm);
+    for (const std::string &key : inv.extensions) {
+        xml.StartElement(L"extension");
+        Put(xml, L"key", key);
+        xml.EndElement();
+    }
+    for (const Task &task : inv.tasks) {
+        xml.StartElement(L"task");
+        Put(xml, L"id", task.id);
+        Put(xml, L"state", task.state);
+        Put(xml, L"progress", std::to_string(task.progress));
+        Put(xml, L"description", task.description);
+        xml.EndElement();
+    }
+    xml.EndElement();
+    return xml.SaveUtf8(path);
+}
+
+void Persist() {
+    State &s = Get();
+    if (!s.stateFile.empty()) SaveInventoryFile(s.inventory, s.stateFile.c_str());
 }
 
 bool EnterCall(const char *entry, const std::string &arguments, int *scripted) {

@@ -57,9 +57,11 @@ struct Settings {
     int logLevel = -1;
 };
 
+Inventory DefaultInventory();
+
 struct State {
     skclass::CriticalSection lock;  // guards everything below
-    Inventory inventory;
+    Inventory inventory = DefaultInventory();
     std::set<Session *> sessions;
     Settings settings;
     std::map<std::string, std::deque<int>> scripts;
@@ -69,12 +71,19 @@ struct State {
     std::string lastErrorText;
     int lastErrorCode = 0;
     vmcLoggerCallback logger = nullptr;
+    std::wstring stateFile;  // where every change is written back; empty: nowhere
 };
 
 State &Get();
-Inventory DefaultInventory();
 // Loads an inventory file; false when it cannot be read or has no <inventory>.
 bool LoadInventoryFile(const wchar_t *path, Inventory &out);
+
+// Writes the inventory as an inventory file (accounts left out: no password
+// goes to a file). False when it cannot be written.
+bool SaveInventoryFile(const Inventory &inventory, const wchar_t *path);
+// After a change of the inventory (caller holds the lock): writes it to the
+// state file, if one is set, so the next process finds the server as it was.
+void Persist();
 
 // Entry of every export: counts and journals the call, spends its latency, and
 // returns true with *scripted set when a scripted result replaces the call.

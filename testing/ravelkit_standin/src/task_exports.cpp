@@ -40,6 +40,7 @@ int vmcCreateTask(void *session, std::string &task, const char *objectRef, const
     created.objectType = Text(objectType);
     created.description = Text(t3);
     inv.tasks.push_back(created);
+    Persist();
     task = created.id;
     return 0;
 }
@@ -51,6 +52,7 @@ int vmcCancelTask(void *session, const char *id) {
     Task *task = TaskFor(session, id, &result);
     if (!task) return result;
     task->state = "cancelled";
+    Persist();
     return 0;
 }
 
@@ -61,6 +63,7 @@ int vmcSetTaskState(void *session, const char *id, const char *state) {
     Task *task = TaskFor(session, id, &result);
     if (!task) return result;
     task->state = Text(state);
+    Persist();
     return 0;
 }
 
@@ -72,6 +75,7 @@ int vmcUpdateTaskProgress(void *session, const char *id, int percent) {
     if (!task) return result;
     if (percent < 0 || percent > 100) return Fail(kBadArgument, "progress out of range", 0);
     task->progress = percent;
+    Persist();
     return 0;
 }
 
@@ -82,6 +86,7 @@ int vmcSetTaskDescription(void *session, const char *id, const char *message, co
     Task *task = TaskFor(session, id, &result);
     if (!task) return result;
     task->description = Text(message);
+    Persist();
     return 0;
 }
 
@@ -103,6 +108,7 @@ int vmcRegisterEventExtension(void *session, const char *key, const char *t2, co
     if (!key || !*key) return kBadArgument;
     if (!Get().inventory.extensions.insert(key).second)
         return Fail(kAlreadyExists, std::string("extension ") + key + " already registered", 0);
+    Persist();
     return 0;
 }
 
@@ -112,6 +118,7 @@ int vmcUnregisterEventExtension(void *session, const char *key) {
     if (!ValidSession(session)) return kBadSession;
     if (!key || Get().inventory.extensions.erase(key) == 0)
         return Fail(kNotFound, std::string("no extension ") + Text(key), 0);
+    Persist();
     return 0;
 }
 

@@ -110,10 +110,12 @@ int vmcSetVmPowerOrConfigState(void *session, const char *vmName, const char *st
     if (what == "enableChangeTracking") {
         if (!vm->ctSupported) return Fail(6, "Change tracking is not supported by this virtual machine", 0);
         vm->ctEnabled = true;
+        Persist();
         return 0;
     }
     if (what == "poweredOn" || what == "poweredOff" || what == "suspended") {
         vm->powerState = what;
+        Persist();
         return 0;
     }
     return Fail(kBadArgument, "unknown state " + what, 0);
@@ -140,6 +142,7 @@ int vmcCreateSnapshot(void *session, const char *name, const char *description, 
         if (!vm) return result;
         if (!name || !*name) return Fail(kBadArgument, "a snapshot needs a name", 0);
         vm->snapshots.push_back(name);
+        Persist();
     }
     Log(std::string("snapshot '") + name + "' of '" + vmName + "' created");
     return 0;
@@ -163,6 +166,7 @@ int vmcRemoveSnapshot(void *session, const char *name, const char *vmName, bool 
         auto it = std::find(list.begin(), list.end(), std::string(Text(name)));
         if (it == list.end()) return Fail(kSnapshotGone, std::string("no snapshot ") + Text(name), 0);
         list.erase(it);
+        Persist();
     }
     Log(std::string("snapshot '") + name + "' of '" + vmName + "' removed");
     return 0;
@@ -175,6 +179,7 @@ int vmcRemoveAllSnapshots(void *session, const char *vmName) {
     Vm *vm = VmFor(session, vmName, &result);
     if (!vm) return result;
     vm->snapshots.clear();
+    Persist();
     return 0;
 }
 
