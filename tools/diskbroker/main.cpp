@@ -23,6 +23,10 @@ const Command kCommands[] = {
     {L"info", L"disk information and metadata", RunInfo},
     {L"transports", L"the transport modes VDDK offers", RunTransports},
     {L"log", L"the VDDK warnings the library cached", RunLog},
+    {L"vm-backup", L"back up a VM's disks under a snapshot that locks the VM (vSphere)", RunVmBackup},
+    {L"vm-info", L"what the vSphere server knows of a VM", RunVmInfo},
+    {L"snapshots", L"a VM's snapshots (vSphere)", RunSnapshots},
+    {L"hosts", L"the vSphere server's hosts", RunHosts},
 };
 
 void PrintUsage() {
