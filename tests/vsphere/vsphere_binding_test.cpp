@@ -14,7 +14,9 @@ protected:
         soapVmToolsWrapper *w = nullptr;
         void *s = nullptr;
         const uint32_t result = vddkConnectToVMWareServer(kServer, kUser, kPassword, &w, &s);
-        if (w) vddkDisconnectFromVCServer(w, s);
+        if (w) {
+            EXPECT_EQ(vddkDisconnectFromVCServer(w, s), dbresult::kOk);
+        }
         return result;
     }
 };

@@ -36,7 +36,9 @@ void VsphereTest::SetUp() {
 }
 
 void VsphereTest::TearDown() {
-    if (wrapper) vddkDisconnectFromVCServer(wrapper, session);
+    if (wrapper) {
+        EXPECT_EQ(vddkDisconnectFromVCServer(wrapper, session), dbresult::kOk);
+    }
     wrapper = nullptr;
     diskBroker::ReleaseInstance();
     skclass::ReleaseSingleton("vmToolsLoader");  // the library is freed with the last wrapper

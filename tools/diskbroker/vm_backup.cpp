@@ -73,7 +73,7 @@ public:
         // A lock taken before a failed snapshot stays otherwise; releasing a VM
         // that was never locked does no harm.
         wcstring unused;
-        vddkSetupVMAccessControl(false, name_, request_.vm, v.server, v.user, session_.Password(), kHttpsPort,
+        (void)vddkSetupVMAccessControl(false, name_, request_.vm, v.server, v.user, session_.Password(), kHttpsPort,
                                  session_.Wrapper(), session_.Handle(), unused);
         std::wstring text = L"the snapshot of '" + request_.vm + L"' failed (" + Hex32(result) + L")";
         if (result == dbresult::kAccessPrepareFailed) text += L": the VM could not be locked";

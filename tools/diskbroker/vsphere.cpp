@@ -85,14 +85,14 @@ VsphereSession::VsphereSession(const VsphereOptions &options) {
     else if (result == dbresult::kConnectFailed) why = L"the server cannot be reached at https://" + options.server + L"/sdk";
     else if (result == dbresult::kRavelkitNotLoaded) why = L"the web-services library could not be loaded (see the log)";
     else why = L"the session could not be set up";
-    if (wrapper_) vddkDisconnectFromVCServer(wrapper_, session_);
+    if (wrapper_) (void)vddkDisconnectFromVCServer(wrapper_, session_);  // frees the wrapper
     wrapper_ = nullptr;
     SecureZeroMemory(&password_[0], password_.size() * sizeof(wchar_t));
     throw Failure(L"vSphere connect to " + options.server + L" failed (" + Hex32(result) + L"): " + why);
 }
 
 VsphereSession::~VsphereSession() {
-    if (wrapper_) vddkDisconnectFromVCServer(wrapper_, session_);
+    if (wrapper_) (void)vddkDisconnectFromVCServer(wrapper_, session_);  // a failed logout still disconnects
     if (!password_.empty()) SecureZeroMemory(&password_[0], password_.size() * sizeof(wchar_t));
 }
 

@@ -51,7 +51,7 @@ uint32_t FaultResult(int libraryResult, uint32_t fixedCode, const wchar_t *label
     if (libraryResult != kFaultResult1 && libraryResult != kFaultResult2) return fixedCode;
     wcstring text;
     int code = 0;
-    vddkGetLastVIErr(text, &code, wrapper, session);
+    (void)vddkGetLastVIErr(text, &code, wrapper, session);  // the pair was checked on entry
     const uint32_t result = code != 0 ? vddkConvertVIErrorToEngResult(code, fixedCode) : fixedCode;
     SK_Zprintf_2(SK_SOURCE_FILE, 0, reportFormat, label, text.c_str(), code);
     return result;
@@ -111,7 +111,7 @@ uint32_t Remove(const wcstring &snapshotName, const wcstring &vmName, const wcst
     if (!ownerKey.empty() && settings.autoOrphanRemoval != 0 && result == dbresult::kOk)
         ForgetListed(SnapshotListPath(serverName, vmName), snapshotName + kSeparator + ownerKey);
     wcstring unusedLog;
-    vddkSetupVMAccessControl(false, snapshotName, vmName, serverName, userName, password, port, wrapper, session,
+    (void)vddkSetupVMAccessControl(false, snapshotName, vmName, serverName, userName, password, port, wrapper, session,
                              unusedLog);  // released whatever the result
     return result;
 }

@@ -108,8 +108,9 @@ int soapVmToolsWrapper::vmcGetHostFolderHierarchy(void *session, const char *out
 // The library hands its va_list as a char pointer (what va_list is on Windows).
 static_assert(sizeof(va_list) == sizeof(char *), "va_list is a pointer on Windows");
 
-void vmcLogCallback(const char *format, char *arguments) {
-    if (!format) return;
+namespace {
+
+void LogLibraryLine(const char *format, char *arguments) {
     va_list measure;
     memcpy(&measure, &arguments, sizeof measure);
     const int length = vsnprintf(nullptr, 0, format, measure);
@@ -121,6 +122,18 @@ void vmcLogCallback(const char *format, char *arguments) {
     if (vsnprintf(text.get(), static_cast<size_t>(length) + 1, format, format2) <= 0) return;
     const wcstring wide = wcstring::FromUtf8(text.get());
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"RavelKit: %ls", wide.c_str());
+}
+
+}  // namespace
+
+// Runs inside the library's own calls, on any thread: nothing may escape into it.
+void vmcLogCallback(const char *format, char *arguments) {
+    if (!format) return;
+    try {
+        LogLibraryLine(format, arguments);
+    } catch (...) {
+        // A line that cannot be converted is dropped: the library's log is advisory.
+    }
 }
 
 namespace vmtools {
