@@ -53,11 +53,14 @@ TEST_F(BindingTest, MissingKeyLeavesTheBareNameToTheSystemSearch) {
     EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: ravelkit.dll"));
 }
 
-TEST_F(BindingTest, SiblingProductLoadsVyravelkitFromVaultryBin) {
+TEST_F(BindingTest, SiblingProductLoadsVyravelkitFromVaultryBinAndReadsItsOwnAgentKey) {
     ASSERT_EQ(registry.SetDword(dbtest::kProductKey, L"Product", 1), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetDword(dbtest::kSiblingAgentKey, L"VCB connect timeout", 7), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetDword(dbtest::kMainAgentKey, L"VCB connect timeout", 9), ERROR_SUCCESS);
     InstallRavelkit(1, RavelkitVariant::Normal);
     EXPECT_EQ(ConnectOnce(), dbresult::kOk);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcConnect"), 1u);
+    EXPECT_EQ(sim.Query("connectTimeout"), "7000");
 }
 
 TEST_F(BindingTest, ProductTwoReadsInstalldirButLoadsRavelkitBesideIt) {
