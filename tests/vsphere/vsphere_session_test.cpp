@@ -51,6 +51,11 @@ TEST_F(SessionTest, RegistryTuningWithTheDeliberatePowerAsymmetry) {
     EXPECT_EQ(vddkSetManagedTimeouts(wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("timeouts"), "20000,20000,20000,180000,180000,30000,15000,9000");
     EXPECT_TRUE(log.Contains(L"vddkSetManagedTimeouts(): OK, ravelkit LogLevel set to 5"));
+    SetAgentDword(L"VM browse datastore timeout", 0x7FFFFFFF);
+    SetAgentDword(L"VCB refresh timeout", 0xFFFFFFFF);
+    EXPECT_EQ(vddkSetManagedTimeouts(wrapper, session), dbresult::kOk);
+    EXPECT_EQ(sim.Query("timeouts"), "20000,20000,20000,180000,180000,2147483647,15000,4000")
+        << "too large for milliseconds: capped; negative: the default";
 }
 
 TEST_F(SessionTest, WrongPasswordFailsLoginAndDisconnects) {

@@ -1,5 +1,7 @@
 // Part of the vSphere layer: server sessions (connect, time-outs and
 // preferences, disconnect), the last vSphere error and its translation.
+#include <limits.h>
+
 #include <skclass_mini/configuration.h>
 
 #include "vmtools_internal.h"
@@ -43,10 +45,13 @@ SessionSettings ReadSessionSettings() {
     return s;
 }
 
-// Seconds stored as a DWORD are signed for the agent: 0 or "below" means the default.
+// Seconds stored as a DWORD are signed for the agent: 0 or "below" means the
+// default; a value too large for the library's int milliseconds is capped.
 int Milliseconds(unsigned long seconds, int fallbackMs) {
     const long value = static_cast<long>(seconds);
-    return value > 0 ? static_cast<int>(value * 1000) : fallbackMs;
+    if (value <= 0) return fallbackMs;
+    const long long ms = static_cast<long long>(value) * 1000;
+    return ms > INT_MAX ? INT_MAX : static_cast<int>(ms);
 }
 
 // Registry part of connect: certificate check and connect time-out (ms).

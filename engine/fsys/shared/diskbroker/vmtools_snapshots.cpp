@@ -1,6 +1,8 @@
 // Part of the vSphere layer: backup snapshots, created under the VM lock and
 // removed with a delay and retries, with the registry list through which a
 // snapshot left by an earlier run under the same owner key is found again.
+#include <limits.h>
+
 #include <vector>
 
 #include <skclass_mini/configuration.h>
@@ -105,7 +107,8 @@ uint32_t Remove(const wcstring &snapshotName, const wcstring &vmName, const wcst
     if (settings.delaySeconds != 0) {
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"%s: Waiting %d seconds before deleting the snapshot", kRemoveLabel,
                      static_cast<int>(settings.delaySeconds));
-        skclass::Dawdle(settings.delaySeconds * 1000);
+        const unsigned long cap = ULONG_MAX / 1000;  // a delay beyond 49 days is capped, not wrapped
+        skclass::Dawdle((settings.delaySeconds < cap ? settings.delaySeconds : cap) * 1000);
     }
     const uint32_t result = RemoveAttempts(snapshotName, vmName, removeChildren, settings.retryCount, wrapper, session);
     if (!ownerKey.empty() && settings.autoOrphanRemoval != 0 && result == dbresult::kOk)
