@@ -46,6 +46,9 @@ echo "backup, info, snapshots, hosts"
 DISKBROKER_PASSWORD=wrong check 1 'refused the user name or password' err vm-backup --server vcenter.example --vm web01 $inv x
 check 1 "does not know the VM 'nosuch'" err vm-backup --server vcenter.example --vm nosuch $inv x
 check 1 'cannot be reached at https://nowhere.example/sdk' err vm-backup --server nowhere.example --vm web01 $inv x
+echo "a file" > afile
+check 1 'is not a folder' err vm-backup --server vcenter.example --vm web01 $inv afile
+check 2 "option '--buffers' needs a whole number" err vm-backup --server vcenter.example --vm web01 $inv --buffers 0 x
 echo "not a document" > broken.xml
 check 1 'cannot use the inventory file' err hosts --server vcenter.example --inventory broken.xml
 check 0 '(no snapshots)' out snapshots --server vcenter.example --vm web01 $inv

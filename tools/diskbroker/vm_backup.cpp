@@ -104,6 +104,11 @@ private:
 
 VmBackupResult VmBackup(const VmBackupRequest &request) {
     const Args jobArgs(request.jobWords, WithCommonOptions({}, true), 0, 0);
+    const CacheTuning tuning = TuningFrom(jobArgs);  // a bad value stops us before anything is taken
+    CreateFolders(request.folder);
+    const DWORD attributes = GetFileAttributesW(request.folder.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY))
+        throw Failure(L"'" + request.folder + L"' is not a folder the images can go into");
     Job job(jobArgs, true);  // VDDK (and its install value) first: the vSphere library is found beside it
     VsphereLibrary library(request.vsphere);
     if (request.vsphere.standin) EnableOrphanListIfUnset();
@@ -112,7 +117,6 @@ VmBackupResult VmBackup(const VmBackupRequest &request) {
     OutLine(L"connected to " + request.vsphere.server + L" as " + request.vsphere.user);
     session.Check(vddkEnableChangeTracking(request.vm, session.Wrapper(), session.Handle()), L"change tracking");
     const std::vector<std::wstring> disks = VmDisks(session, request.vm);
-    CreateFolders(request.folder);
 
     VmBackupResult result;
     BackupSnapshot snapshot(session, request);
@@ -126,7 +130,7 @@ VmBackupResult VmBackup(const VmBackupRequest &request) {
         disk.image = request.folder + L"\\" + request.vm + L"-disk" + std::to_wstring(i) + L".img";
         disk.overwrite = true;
         disk.showProgress = request.showProgress;
-        const TransferResult done = Backup(job, TuningFrom(jobArgs), disk);
+        const TransferResult done = Backup(job, tuning, disk);
         OutLine(L"disk " + std::to_wstring(i + 1) + L"/" + std::to_wstring(disks.size()) + L": " + disks[i] + L" -> " +
                 disk.image + L" (" + FormatBytes(done.bytes) + L", SHA-256 " + done.sha256 + L")");
         result.images.push_back(disk.image);
