@@ -1,5 +1,7 @@
 // Finding and binding the web-services library, the wrapper's forwarding, and
 // the library's log lines reaching the product's log.
+#include <skclass_mini/singleton.h>
+
 #include "vsphere_fixture.h"
 
 namespace vspheretest {
@@ -37,6 +39,13 @@ TEST_F(BindingTest, TrailingBackslashesOfThePathBecomeOne) {
     InstallRavelkit(0, RavelkitVariant::Normal, &value);
     EXPECT_EQ(ConnectOnce(), dbresult::kOk);
     EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: loaded OK"));
+    // The name as tried shows in the failure: exactly one backslash before the file.
+    ASSERT_EQ(registry.SetString(dbtest::kMainInstallKey, L"Path", install.Path() + L"\\none\\\\"), ERROR_SUCCESS);
+    UnloadRavelkit();
+    EXPECT_EQ(ConnectOnce(), dbresult::kOk) << "the loader of the first connect is still alive";
+    skclass::ReleaseSingleton("vmToolsLoader");
+    EXPECT_EQ(ConnectOnce(), dbresult::kRavelkitNotLoaded);
+    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: " + install.Path() + L"\\none\\ravelkit.dll"));
 }
 
 TEST_F(BindingTest, EmptyPathValueGivesASingleBackslashAndFails) {
