@@ -1,6 +1,6 @@
 #include "vsphere_fixture.h"
 
-#include <stdio.h>
+#include <stdint.h>
 
 #include <fstream>
 
@@ -12,9 +12,13 @@
 namespace vspheretest {
 
 std::wstring Format(const wchar_t *format, const void *pointer) {
-    wchar_t text[256];
-    _snwprintf(text, 255, format, pointer);
-    text[255] = L'\0';
+    // The Windows runtime prints %p as 16 upper-case hex digits, without "0x".
+    wchar_t digits[17] = {};
+    uintptr_t value = reinterpret_cast<uintptr_t>(pointer);
+    for (int i = 15; i >= 0; --i, value >>= 4) digits[i] = L"0123456789ABCDEF"[value & 15];
+    std::wstring text = format;
+    const size_t at = text.find(L"%p");
+    if (at != std::wstring::npos) text.replace(at, 2, digits);
     return text;
 }
 

@@ -29,7 +29,7 @@ inline constexpr char kVmSpec[] = "moRef=vm-42";
 inline constexpr wchar_t kOffVm[] = L"db01";       // powered off, no change tracking
 inline constexpr uint32_t kPort = 443;
 
-// Printf of one value the way the product's log formats it (for %p lines).
+// A format with one %p filled in the way the product's log prints a pointer.
 std::wstring Format(const wchar_t *format, const void *pointer);
 
 class VsphereTest : public ::testing::Test {
