@@ -24,6 +24,10 @@ const Command kCommands[] = {
     {L"transports", L"the transport modes VDDK offers", RunTransports},
     {L"log", L"the VDDK warnings the library cached", RunLog},
     {L"mount", L"the volumes of a disk set: type, size, mounted path; mount on request", RunMount},
+    {L"vm-backup", L"back up a VM's disks under a snapshot that locks the VM (vSphere)", RunVmBackup},
+    {L"vm-info", L"what the vSphere server knows of a VM", RunVmInfo},
+    {L"snapshots", L"a VM's snapshots (vSphere)", RunSnapshots},
+    {L"hosts", L"the vSphere server's hosts", RunHosts},
 };
 
 void PrintUsage() {
