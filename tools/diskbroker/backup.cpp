@@ -1,10 +1,12 @@
 // Backup and checksum: streams through the read cache.
 #include <algorithm>
+#include <vector>
 
 #include "console.h"
 #include "errors.h"
 #include "extents.h"
 #include "files.h"
+#include "guard.h"
 #include "manifest.h"
 #include "progress.h"
 #include "sha256.h"
@@ -54,8 +56,20 @@ private:
 
 std::wstring FileName(const std::wstring &path) { return path.substr(path.find_last_of(L"\\/") + 1); }
 
+std::vector<std::wstring> Outputs(const std::wstring &image) {
+    return {image, MetadataPathFor(image), ManifestPathFor(image), ExtentListPathFor(image)};
+}
+
+// Before anything is deleted: --force over the source itself would lose it.
+void CheckOutputsAreNotInputs(const BackupRequest &request) {
+    ProtectedFiles inputs;
+    inputs.AddDisk(request.disk, L"a file of the source disk");
+    inputs.Add(request.changeList, L"the change list");
+    for (const std::wstring &path : Outputs(request.image)) inputs.CheckOutput(path);
+}
+
 void ClearOutputs(const std::wstring &image, bool overwrite) {
-    for (const std::wstring &path : {image, MetadataPathFor(image), ManifestPathFor(image), ExtentListPathFor(image)}) {
+    for (const std::wstring &path : Outputs(image)) {
         if (!PathExists(path)) continue;
         if (!overwrite) throw Failure(L"'" + path + L"' already exists (use --force to replace it)");
         DeleteIfExists(path);
@@ -65,6 +79,7 @@ void ClearOutputs(const std::wstring &image, bool overwrite) {
 }  // namespace
 
 TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &request) {
+    CheckOutputsAreNotInputs(request);
     // The list first: a mistake in it should not cost a disk open.
     const ExtentList listed = request.changeList.empty() ? ExtentList() : Normalized(LoadChangeList(request.changeList));
     Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read);

@@ -7,6 +7,7 @@
 #include "errors.h"
 #include "extents.h"
 #include "files.h"
+#include "guard.h"
 #include "manifest.h"
 #include "progress.h"
 #include "sha256.h"
@@ -125,10 +126,23 @@ void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request
                             L" instead of " + expectedSha);
 }
 
+// Before the target is created or opened: writing into the image or a file
+// beside it would destroy the backup being restored.
+void CheckTargetIsNotAnInput(const RestoreRequest &request, const Manifest &manifest) {
+    ProtectedFiles inputs;
+    inputs.Add(request.image, L"the image");
+    inputs.Add(ManifestPathFor(request.image), L"the image's manifest");
+    inputs.Add(FolderOf(request.image) + manifest.metadataFile, L"the image's metadata export");
+    inputs.Add(ExtentListPathFor(request.image), L"the image's extent list");
+    inputs.Add(request.changeList, L"the change list");
+    for (const std::wstring &file : DiskFiles(request.target)) inputs.CheckOutput(file);
+}
+
 }  // namespace
 
 TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest &request) {
     const Manifest manifest = Manifest::Load(ManifestPathFor(request.image));
+    CheckTargetIsNotAnInput(request, manifest);
     File image = File::OpenRead(request.image);
     const ExtentList selection = Selection(manifest, request);
     TransferResult result;
