@@ -8,6 +8,7 @@
 #include "extents.h"
 #include "files.h"
 #include "guard.h"
+#include "interrupt.h"
 #include "manifest.h"
 #include "progress.h"
 #include "sha256.h"
@@ -59,6 +60,7 @@ public:
     void Feed(const ManifestExtent &extent, size_t number) {
         Sha256 sha;
         for (uint64_t done = 0; done < extent.range.length;) {
+            ThrowIfInterrupted(L"the restore");
             const size_t length = static_cast<size_t>(std::min<uint64_t>(chunk_.size(), extent.range.length - done));
             const uint64_t offset = extent.range.offset + done;
             image_.ReadAt(offset, chunk_.data(), length);
