@@ -132,7 +132,7 @@ Manifest Manifest::Parse(const std::string &text, const std::wstring &origin) {
 void Manifest::Save(const std::wstring &path) const { WriteWholeFile(path, Serialize()); }
 
 Manifest Manifest::Load(const std::wstring &path) {
-    if (!PathExists(path)) throw Failure(L"manifest '" + path + L"' does not exist");
+    if (!PathExists(path)) throw Failure(L"manifest '" + path + L"' does not exist (a backup writes it last, so an interrupted one has none)");
     return Parse(ReadWholeFile(path), path);
 }
 

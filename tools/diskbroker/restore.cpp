@@ -8,10 +8,12 @@
 #include "extents.h"
 #include "files.h"
 #include "guard.h"
+#include "image_check.h"
 #include "interrupt.h"
 #include "manifest.h"
 #include "progress.h"
 #include "sha256.h"
+#include "target_mark.h"
 #include "transfer.h"
 
 namespace dbtool {
@@ -34,7 +36,7 @@ std::vector<std::pair<std::string, std::string>> ParseMetadata(const std::string
 void RestoreMetadata(Disk &disk, const std::wstring &metadataPath) {
     if (!PathExists(metadataPath)) throw Failure(L"the metadata export '" + metadataPath + L"' is missing (or use --no-metadata)");
     for (const auto &entry : ParseMetadata(ReadWholeFile(metadataPath)))
-        disk.WriteMetadata(entry.first, entry.second);
+        if (entry.first != kRestoreMarkKey) disk.WriteMetadata(entry.first, entry.second);
 }
 
 void AppendMerged(ExtentList &list, const Extent &range) {
@@ -65,6 +67,7 @@ public:
             const uint64_t offset = extent.range.offset + done;
             image_.ReadAt(offset, chunk_.data(), length);
             sha.Update(chunk_.data(), length);
+            stream_.Update(chunk_.data(), length);
             for (const Extent &part : Intersection({offset, length}, selection_)) {
                 const uint8_t *data = chunk_.data() + (part.offset - offset);
                 if (!skipZeros_ || std::any_of(data, data + part.length, [](uint8_t b) { return b != 0; }))
@@ -84,6 +87,7 @@ public:
                                 L". The target disk is incomplete and must not be used.");
     }
     std::wstring WrittenSha() { return written_.FinishHex(); }
+    std::wstring StreamSha() { return stream_.FinishHex(); }
     const ExtentList &WrittenRanges() const { return writtenRanges_; }
 
 private:
@@ -93,7 +97,7 @@ private:
     Progress &progress_;
     std::vector<uint8_t> chunk_;
     bool skipZeros_;
-    Sha256 written_;
+    Sha256 written_, stream_;
     ExtentList writtenRanges_;
 };
 
@@ -106,6 +110,34 @@ ExtentList Selection(const Manifest &manifest, const RestoreRequest &request) {
         throw Failure(L"the image holds no data for offset " + std::to_wstring(gap.offset) + L" (" +
                       std::to_wstring(gap.length) + L" bytes) that '" + request.changeList + L"' asks for");
     return wanted;
+}
+
+// Throws MismatchError when the image's bytes, as restored, are not the
+// stream the manifest recorded (an edited digest, an extent left out).
+void CheckStream(const Manifest &manifest, const std::wstring &actual, const std::wstring &image) {
+    if (actual != manifest.streamSha256)
+        throw MismatchError(L"the image '" + image + L"' streams " + actual + L", its manifest says " +
+                            manifest.streamSha256 + L". The target disk is incomplete and must not be used.");
+}
+
+// A target this restore created, or one an interrupted run of the same
+// image created, holds zeros wherever nothing was written: skipping zeros
+// keeps it sparse. Any other disk may hold data there, so zeros are written.
+bool TargetReadsZerosWhereUnwritten(const TargetMark &mark, const Manifest &manifest) {
+    return mark.state == TargetMark::State::Incomplete && mark.created && mark.streamSha256 == manifest.streamSha256;
+}
+
+void CheckTargetSize(uint64_t capacity, const Manifest &manifest, const std::wstring &target) {
+    if (capacity != manifest.capacity)
+        throw Failure(L"the target '" + target + L"' is " + std::to_wstring(capacity) + L" bytes, the backed-up disk was " +
+                      std::to_wstring(manifest.capacity) + L"; restore into a disk of the same size");
+}
+
+void MarkComplete(Job &job, const std::wstring &target, TargetMark mark) {
+    Disk disk(job.Broker(), job.Link(), target, Disk::Mode::Write);
+    mark.state = TargetMark::State::Complete;
+    mark.Write(disk);
+    disk.Close();
 }
 
 void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request, const ExtentList &ranges,
@@ -146,6 +178,7 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
     const Manifest manifest = Manifest::Load(ManifestPathFor(request.image));
     CheckTargetIsNotAnInput(request, manifest);
     File image = File::OpenRead(request.image);
+    CheckImageAgainstManifest(image, manifest);
     const ExtentList selection = Selection(manifest, request);
     TransferResult result;
     if (request.mayCreate && !IsUrlPath(request.target) && !PathExists(request.target)) {
@@ -154,19 +187,25 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
     }
     Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Write);
     const uint64_t capacity = disk.Info().capacityBytes;
+    CheckTargetSize(capacity, manifest, request.target);
     CheckWithinDisk(selection, capacity, L"target '" + request.target + L"'");
+    TargetMark mark;
+    mark.created = result.createdTarget || TargetReadsZerosWhereUnwritten(TargetMark::Read(disk), manifest);
+    mark.state = TargetMark::State::Incomplete;
+    mark.streamSha256 = manifest.streamSha256;
+    mark.Write(disk);  // before the first byte of data
     if (request.metadata) RestoreMetadata(disk, FolderOf(request.image) + manifest.metadataFile);
 
     Progress progress(L"restore", manifest.StreamBytes(), request.showProgress);
     WriteCache cache(job.Broker(), tuning);
     cache.Begin(disk);
-    ImageFeeder feeder(image, selection, cache, progress, static_cast<size_t>(tuning.bufferKB) * 1024,
-                       result.createdTarget);
+    ImageFeeder feeder(image, selection, cache, progress, static_cast<size_t>(tuning.bufferKB) * 1024, mark.created);
     for (size_t i = 0; i < manifest.extents.size(); ++i) feeder.Feed(manifest.extents[i], i + 1);
     result.depth = cache.End();
     progress.Finish();
     disk.Close();
     CheckNoProblems(job.Log(), L"the restore");
+    CheckStream(manifest, feeder.StreamSha(), request.image);
 
     result.bytes = TotalBytes(selection);
     result.extents = selection.size();
@@ -177,6 +216,7 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
         CheckNoProblems(job.Log(), L"the read-back");
         result.verified = true;
     }
+    MarkComplete(job, request.target, mark);
     return result;
 }
 
