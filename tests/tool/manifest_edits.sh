@@ -39,7 +39,12 @@ echo "deleted extent line: exit 3, nothing written"
 sed 's/^stream .*/stream 0000000000000000000000000000000000000000000000000000000000000000/' good.img.manifest > bad.img.manifest
 mismatch 'its manifest says 0000' t2.vmdk
 db info t2.vmdk | grep -q '^restore: *INCOMPLETE' || { echo "the target of a failed restore is not marked"; exit 1; }
-echo "edited stream digest: exit 3, target marked incomplete"
+db backup disk.vmdk whole.img > /dev/null
+for suffix in "" .meta .extents.xml; do cp "whole.img$suffix" "bad.img$suffix"; done
+sed 's/^stream .*/stream 1111111111111111111111111111111111111111111111111111111111111111/' whole.img.manifest > bad.img.manifest
+mismatch 'its manifest says 1111' t2b.vmdk
+for suffix in "" .meta .extents.xml; do cp "good.img$suffix" "bad.img$suffix"; done
+echo "edited stream digest: exit 3, target marked incomplete (one extent or several)"
 
 sed 's/^capacity .*/capacity 33554432/' good.img.manifest > bad.img.manifest
 mismatch 'is 16777216 bytes, its manifest says the disk had 33554432' t3.vmdk

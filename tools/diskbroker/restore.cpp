@@ -8,6 +8,7 @@
 #include "extents.h"
 #include "files.h"
 #include "guard.h"
+#include "hash_thread.h"
 #include "image_check.h"
 #include "interrupt.h"
 #include "manifest.h"
@@ -54,10 +55,12 @@ class ImageFeeder {
 public:
     // skipZeros: the target is new, so ranges of zeros read as zeros already
     // and are not written, which keeps the new disk sparse.
+    // oneExtent: the stream is that extent, so its digest is the stream's;
+    // everything: the selection is every extent, so what is written is the stream.
     ImageFeeder(File &image, const ExtentList &selection, WriteCache &cache, Progress &progress, size_t chunkBytes,
-                bool skipZeros)
+                bool skipZeros, bool oneExtent, bool everything)
         : image_(image), selection_(selection), cache_(cache), progress_(progress), chunk_(chunkBytes),
-          skipZeros_(skipZeros) {}
+          skipZeros_(skipZeros), oneExtent_(oneExtent), everything_(everything) {}
 
     void Feed(const ManifestExtent &extent, size_t number) {
         Sha256 sha;
@@ -67,18 +70,19 @@ public:
             const uint64_t offset = extent.range.offset + done;
             image_.ReadAt(offset, chunk_.data(), length);
             sha.Update(chunk_.data(), length);
-            stream_.Update(chunk_.data(), length);
+            if (!oneExtent_) stream_.Update(chunk_.data(), length);
             for (const Extent &part : Intersection({offset, length}, selection_)) {
                 const uint8_t *data = chunk_.data() + (part.offset - offset);
                 if (!skipZeros_ || std::any_of(data, data + part.length, [](uint8_t b) { return b != 0; }))
                     cache_.Put(data, part.offset / kSectorSize, part.length / kSectorSize);
-                written_.Update(data, static_cast<size_t>(part.length));
+                if (!everything_) written_.Update(data, static_cast<size_t>(part.length));
                 AppendMerged(writtenRanges_, part);
             }
             done += length;
             progress_.Advance(length);
         }
         const std::wstring actual = sha.FinishHex();
+        lastExtentSha_ = actual;
         if (actual != extent.sha256)
             throw MismatchError(L"checksum mismatch in extent " + std::to_wstring(number) + L" (offset " +
                                 std::to_wstring(extent.range.offset) + L", " + std::to_wstring(extent.range.length) +
@@ -86,8 +90,12 @@ public:
                                 L", the manifest says " + extent.sha256 +
                                 L". The target disk is incomplete and must not be used.");
     }
-    std::wstring WrittenSha() { return written_.FinishHex(); }
-    std::wstring StreamSha() { return stream_.FinishHex(); }
+    // Each once, after the last Feed.
+    std::wstring StreamSha() {
+        if (streamSha_.empty()) streamSha_ = oneExtent_ ? lastExtentSha_ : stream_.FinishHex();
+        return streamSha_;
+    }
+    std::wstring WrittenSha() { return everything_ ? StreamSha() : written_.FinishHex(); }
     const ExtentList &WrittenRanges() const { return writtenRanges_; }
 
 private:
@@ -96,8 +104,9 @@ private:
     WriteCache &cache_;
     Progress &progress_;
     std::vector<uint8_t> chunk_;
-    bool skipZeros_;
+    bool skipZeros_, oneExtent_, everything_;
     Sha256 written_, stream_;
+    std::wstring lastExtentSha_, streamSha_;
     ExtentList writtenRanges_;
 };
 
@@ -147,11 +156,14 @@ void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request
     SaveChangeList(list.Path(), ranges, capacity);
     Progress progress(L"verify", TotalBytes(ranges), request.showProgress);
     Sha256 sha;
+    HashThread hasher([&](const uint8_t *data, size_t length) { sha.Update(data, length); },
+                      static_cast<size_t>(tuning.bufferKB) * 1024);
     ReadCache cache(job.Broker(), tuning);
     cache.Stream(disk, list.Path(), metadata.Path(), TotalBytes(ranges), [&](const uint8_t *data, size_t length) {
-        sha.Update(data, length);
+        hasher.Put(data, length);
         progress.Advance(length);
     });
+    hasher.Finish();
     progress.Finish();
     disk.Close();
     const std::wstring actual = sha.FinishHex();
@@ -199,7 +211,8 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
     Progress progress(L"restore", manifest.StreamBytes(), request.showProgress);
     WriteCache cache(job.Broker(), tuning);
     cache.Begin(disk);
-    ImageFeeder feeder(image, selection, cache, progress, static_cast<size_t>(tuning.bufferKB) * 1024, mark.created);
+    ImageFeeder feeder(image, selection, cache, progress, static_cast<size_t>(tuning.bufferKB) * 1024, mark.created,
+                       manifest.extents.size() == 1, request.changeList.empty());
     for (size_t i = 0; i < manifest.extents.size(); ++i) feeder.Feed(manifest.extents[i], i + 1);
     result.depth = cache.End();
     progress.Finish();
