@@ -201,6 +201,17 @@ TEST(Files, PositionedWritesAndAShortImage) {
     EXPECT_THROW(File::OpenRead(dir.File(L"missing")), Failure);
 }
 
+TEST(Files, AllZeroSeesEveryByte) {
+    std::vector<uint8_t> bytes(4097, 0);
+    EXPECT_TRUE(AllZero(bytes.data(), bytes.size()));
+    EXPECT_TRUE(AllZero(bytes.data(), 0));
+    for (size_t at : {size_t(0), size_t(1), size_t(2048), size_t(4096)}) {
+        bytes[at] = 1;
+        EXPECT_FALSE(AllZero(bytes.data(), bytes.size())) << "non-zero byte at " << at;
+        bytes[at] = 0;
+    }
+}
+
 TEST(Files, TreesAndTemporaryPaths) {
     dbtest::TempDir dir;
     CreateFolders(dir.File(L"a\\b\\c"));

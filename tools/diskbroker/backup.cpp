@@ -64,7 +64,7 @@ public:
             const size_t take = static_cast<size_t>(std::min<uint64_t>(length, extent.length - done_));
             // The image was created at full size, so a range of zeros is
             // already there; skipping it keeps the file sparse.
-            if (std::any_of(data, data + take, [](uint8_t b) { return b != 0; }))
+            if (!AllZero(data, take))
                 image_.WriteAt(extent.offset + done_, data, take);
             done_ += take, data += take, length -= take;
             if (done_ == extent.length) ++index_, done_ = 0;

@@ -73,7 +73,7 @@ public:
             if (!oneExtent_) stream_.Update(chunk_.data(), length);
             for (const Extent &part : Intersection({offset, length}, selection_)) {
                 const uint8_t *data = chunk_.data() + (part.offset - offset);
-                if (!skipZeros_ || std::any_of(data, data + part.length, [](uint8_t b) { return b != 0; }))
+                if (!skipZeros_ || !AllZero(data, static_cast<size_t>(part.length)))
                     cache_.Put(data, part.offset / kSectorSize, part.length / kSectorSize);
                 if (!everything_) written_.Update(data, static_cast<size_t>(part.length));
                 AppendMerged(writtenRanges_, part);
