@@ -136,6 +136,16 @@ bool TargetReadsZerosWhereUnwritten(const TargetMark &mark, const Manifest &mani
     return mark.state == TargetMark::State::Incomplete && mark.created && mark.streamSha256 == manifest.streamSha256;
 }
 
+// Before the first byte of data, so a restore that stops anywhere says so.
+TargetMark MarkIncomplete(Disk &disk, const Manifest &manifest, bool created) {
+    TargetMark mark;
+    mark.created = created || TargetReadsZerosWhereUnwritten(TargetMark::Read(disk), manifest);
+    mark.state = TargetMark::State::Incomplete;
+    mark.streamSha256 = manifest.streamSha256;
+    mark.Write(disk);
+    return mark;
+}
+
 void CheckTargetSize(uint64_t capacity, const Manifest &manifest, const std::wstring &target) {
     if (capacity != manifest.capacity)
         throw Failure(L"the target '" + target + L"' is " + std::to_wstring(capacity) + L" bytes, the backed-up disk was " +
@@ -201,11 +211,7 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
     const uint64_t capacity = disk.Info().capacityBytes;
     CheckTargetSize(capacity, manifest, request.target);
     CheckWithinDisk(selection, capacity, L"target '" + request.target + L"'");
-    TargetMark mark;
-    mark.created = result.createdTarget || TargetReadsZerosWhereUnwritten(TargetMark::Read(disk), manifest);
-    mark.state = TargetMark::State::Incomplete;
-    mark.streamSha256 = manifest.streamSha256;
-    mark.Write(disk);  // before the first byte of data
+    const TargetMark mark = MarkIncomplete(disk, manifest, result.createdTarget);
     if (request.metadata) RestoreMetadata(disk, FolderOf(request.image) + manifest.metadataFile);
 
     Progress progress(L"restore", manifest.StreamBytes(), request.showProgress);
