@@ -85,7 +85,8 @@ size_t BufferBytes(const CacheTuning &tuning) { return static_cast<size_t>(tunin
 std::wstring FileName(const std::wstring &path) { return path.substr(path.find_last_of(L"\\/") + 1); }
 
 std::vector<std::wstring> Outputs(const std::wstring &image) {
-    return {image, MetadataPathFor(image), ManifestPathFor(image), ExtentListPathFor(image)};
+    return {image, MetadataPathFor(image), ManifestPathFor(image), ManifestPathFor(image) + L".partial",
+            ExtentListPathFor(image)};
 }
 
 // Before anything is deleted: --force over the source itself would lose it.

@@ -129,7 +129,14 @@ Manifest Manifest::Parse(const std::string &text, const std::wstring &origin) {
     return m;
 }
 
-void Manifest::Save(const std::wstring &path) const { WriteWholeFile(path, Serialize()); }
+void Manifest::Save(const std::wstring &path) const {
+    // Whole or not at all: a run killed while writing must not leave a
+    // manifest that a restore could take for a complete backup's.
+    const std::wstring partial = path + L".partial";
+    WriteWholeFile(partial, Serialize());
+    if (!MoveFileExW(partial.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        ThrowLastError(L"cannot put the manifest in place as '" + path + L"'");
+}
 
 Manifest Manifest::Load(const std::wstring &path) {
     if (!PathExists(path)) throw Failure(L"manifest '" + path + L"' does not exist (a backup writes it last, so an interrupted one has none)");
