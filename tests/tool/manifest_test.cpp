@@ -67,6 +67,11 @@ TEST(Manifest, RefusesDamage) {
     EXPECT_NE(ParseError(Replace(GoodText(), "extent 65536 512", "extent 65536 500")).find(L"whole sectors"),
               std::wstring::npos);
     EXPECT_NE(ParseError(Replace(GoodText(), "metadata", "metadate")).find(L"unknown key"), std::wstring::npos);
+    for (const char *name : {"..\\..\\secret.txt", "C:x.meta", "/etc/passwd", ".."})
+        EXPECT_NE(ParseError(Replace(GoodText(), "metadata x.img.meta", std::string("metadata ") + name))
+                      .find(L"must be a file name beside the image"),
+                  std::wstring::npos)
+            << name;
     EXPECT_NE(ParseError(Replace(GoodText(), "extent 0 4096", "extent 99999999999999999999 4096")).find(L"bad offset"),
               std::wstring::npos);
 }

@@ -107,6 +107,10 @@ Manifest Manifest::Parse(const std::string &text, const std::wstring &origin) {
             m.capacity = p.Number(number, rest, L"capacity");
             sawCapacity = true;
         } else if (key == "metadata") {
+            // A name beside the image, as backup writes it; a path would make
+            // restore copy any file's contents into the target's metadata.
+            if (rest.empty() || rest.find_first_of("\\/:") != std::string::npos || rest == "." || rest == "..")
+                p.Fail(number, L"the metadata export must be a file name beside the image, not '" + Wide(rest) + L"'");
             m.metadataFile = Wide(rest);
         } else if (key == "extent") {
             std::istringstream fields(rest);
