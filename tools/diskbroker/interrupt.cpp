@@ -1,6 +1,6 @@
 #include "interrupt.h"
 
-#include <windows.h>
+#include <skclass_mini/win.h>
 
 #include <atomic>
 

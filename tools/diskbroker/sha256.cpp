@@ -1,6 +1,6 @@
 #include "sha256.h"
 
-#include <windows.h>
+#include <skclass_mini/win.h>
 
 #include <bcrypt.h>
 
