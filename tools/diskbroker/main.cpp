@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "console.h"
 #include "errors.h"
+#include "interrupt.h"
 
 namespace dbtool {
 namespace {
@@ -63,6 +64,7 @@ int Dispatch(const Words &words) {
 int wmain(int argc, wchar_t **argv) {
     using namespace dbtool;
     try {
+        InstallInterruptHandler();
         return Dispatch(Words(argv + 1, argv + argc));
     } catch (const UsageError &e) {
         ErrLine(L"diskbroker: " + e.Message());
