@@ -140,6 +140,7 @@ TEST_F(ReadCacheFilesTest, AKeyListFailureFailsThePass) {
     ASSERT_EQ(sim.VddkSim_ScriptResult("VixDiskLib_GetMetadataKeys", 2, VIX_E_DISK_NOIO, nullptr,
                                        VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR),
               1);
+    ASSERT_EQ(sim.VddkSim_BlockNextCall("VixDiskLib_Read"), 1);
     CacheContext cache(*service);
     ASSERT_EQ(cache.Start(2, 64), 0);
     Prepare(cache.context, handle, WriteExtentList(L"nolist.xml", {{{0, 65536}}}));
@@ -151,6 +152,13 @@ TEST_F(ReadCacheFilesTest, AKeyListFailureFailsThePass) {
     unsigned length = 4096;
     EXPECT_EQ(service->GetDiskCacheBuffer(&cache.context, bytes.data(), &length), kMetadataKeysError);
     EXPECT_EQ(cache.context.errorText, L"VixDiskLib_GetMetadataKeys() reported the error: " + text);
+    // The pass goes on to the extents after the failed export, so the read
+    // thread may still be reading the disk when the consumer has the error:
+    // the cache is closed before the disk. (Closing the disk first freed the
+    // handle under a read; the heap it corrupted hung a later test.)
+    EXPECT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Read", kTimeoutMs), 1) << "the pass still reads after the error";
+    sim.VddkSim_Release("VixDiskLib_Read");
+    EXPECT_EQ(cache.Close(), 0);
     CloseDisk(handle);
 }
 
