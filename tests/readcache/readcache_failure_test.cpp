@@ -232,6 +232,33 @@ TEST_P(ReadCacheIdentityTest, WithoutImpersonationTheReadThreadReadsAsItself) {
 INSTANTIATE_TEST_SUITE_P(ReadThreadCallsVddk, ReadCacheIdentityTest,
                          ::testing::Values(Model{L"", 0}, Model{L"no threading", 0}), ModelName);
 
+// Buffers of 0 bytes would leave the read thread spinning on a pass that
+// never moves; a size that wraps or a count no memory holds is as bad.
+TEST_F(ReadCacheTest, SizesThatCannotWorkAreRefusedBeforeAnythingIsMade) {
+    StartService(Model{L"", 0});
+    const struct {
+        unsigned long count, sizeKB;
+        const wchar_t *line;
+    } refused[] = {
+        {2, 0, L"diskBroker::startReadCacheThread(): A buffer size of 0 KB holds no sector (2 buffers of 0 KB). "
+               L"Cannot start the read cache"},
+        {2, 4194304, L"diskBroker::startReadCacheThread(): The buffer size in bytes does not fit in 32 bits (2 "
+                     L"buffers of 4194304 KB). Cannot start the read cache"},
+        {0xFFFFFFFFul, 64, L"diskBroker::startReadCacheThread(): The buffer count is beyond what any cache uses "
+                           L"(4294967295 buffers of 64 KB). Cannot start the read cache"},
+    };
+    for (const auto &sizes : refused) {
+        diskReadContextStruct context;
+        EXPECT_EQ(service->startReadCacheThread(&context, sizes.count, sizes.sizeKB, 0),
+                  static_cast<long>(0xE0008442));
+        EXPECT_TRUE(log.Contains(sizes.line)) << ::testing::PrintToString(log.Lines());
+        EXPECT_EQ(context.allBuffers, nullptr);
+        EXPECT_EQ(context.threadHandle, nullptr);
+        EXPECT_EQ(context.startEvent, nullptr);
+        EXPECT_EQ(service->stopReadCacheThread(&context), 0);
+    }
+}
+
 TEST_F(ReadCacheTest, RaisePriorityBumpsTheReadThreadOnlyWhenAsked) {
     StartService(Model{L"", 0});
     for (unsigned long raise : {0ul, 1ul}) {

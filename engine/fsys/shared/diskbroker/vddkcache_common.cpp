@@ -50,10 +50,24 @@ diskCacheBuffer *NewBuffer(uint32_t index, uint32_t capacity, bool withRunTable,
 
 }  // namespace
 
+bool BufferSizesUsable(const wchar_t *sourceFile, const wchar_t *startName, const wchar_t *cacheName,
+                       unsigned long bufferCount, unsigned long bufferSizeKB) {
+    const wchar_t *problem = nullptr;
+    if (bufferSizeKB == 0)
+        problem = L"A buffer size of 0 KB holds no sector";
+    else if (bufferSizeKB > kMaxBufferSizeKB)
+        problem = L"The buffer size in bytes does not fit in 32 bits";
+    else if (bufferCount > kMaxBufferCount)
+        problem = L"The buffer count is beyond what any cache uses";
+    if (!problem) return true;
+    SK_Zprintf_2(sourceFile, 0, L"%s: %s (%lu buffers of %lu KB). Cannot start the %s cache", startName, problem,
+                 bufferCount, bufferSizeKB, cacheName);
+    return false;
+}
+
 bool AllocateBuffers(const wchar_t *sourceFile, const wchar_t *failureMessage, unsigned long bufferCount,
                      unsigned long bufferSizeKB, bool withRunTables, uint32_t runCapacity,
                      diskCacheBuffer *&allBuffers, diskCacheQueue &freeQueue) {
-    // The product computes the size in 32 bits; a size that wraps stays wrapped.
     const uint32_t capacity = static_cast<uint32_t>(bufferSizeKB) * 1024u;
     bool allAllocated = true;
     for (unsigned long index = 0; index < bufferCount; ++index) {

@@ -21,8 +21,21 @@ constexpr DWORD kQueueRoundMs = 1000;
 
 // --- Buffers ----------------------------------------------------------------
 
+// Most buffers one cache may ask for; beyond it a count is a fault, not a
+// setting (each failed buffer would cost a log line, and a pass no more speed).
+constexpr unsigned long kMaxBufferCount = 65536;
+// Largest size whose byte count still fits the 32 bits it is computed in.
+constexpr unsigned long kMaxBufferSizeKB = 0xFFFFFFFFu / 1024u;
+
+// Whether a cache can be built from these sizes: no buffer of 0 bytes (no
+// sector ever fits, so the pass never moves), no size that wraps in 32 bits,
+// no absurd count. When not, logs "<startName>: <what is wrong>. Cannot start
+// the <cacheName> cache" and returns false.
+bool BufferSizesUsable(const wchar_t *sourceFile, const wchar_t *startName, const wchar_t *cacheName,
+                       unsigned long bufferCount, unsigned long bufferSizeKB);
+
 // Allocates bufferCount buffers of bufferSizeKB x 1024 bytes (computed in 32
-// bits, as the product does) with index 0..bufferCount-1, pushes each onto
+// bits: BufferSizesUsable keeps that from wrapping) with index 0..bufferCount-1, pushes each onto
 // allBuffers (newest first) and appends it to freeQueue. With withRunTables,
 // each buffer also gets a zeroed run table with runCapacity set and room for
 // runCapacity + 1 runs. A buffer that cannot be allocated whole is freed,

@@ -60,6 +60,8 @@ long StartWriteCache(diskWriteContextStruct &context, unsigned long bufferCount,
                      kStartName);
         return vddkcache::kResourceError;
     }
+    if (!vddkcache::BufferSizesUsable(kSourceFile, kStartName, L"Write", bufferCount, bufferSizeKB))
+        return vddkcache::kResourceError;
     long result = 0;
     context.startEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (!context.startEvent) {
@@ -125,9 +127,10 @@ uint64_t PlaceRun(diskWriteContextStruct &context, diskCacheBuffer &buffer, cons
         startSector += taken;
         sectorCount = remainder;
     } else {
-        // Kept as the product has it: a refused run that would have fitted
-        // leaves no remainder and is not queued; one that would not have
-        // fitted goes whole into the next buffer.
+        // Kept on purpose: a refused run that would have fitted is not queued
+        // and the put still returns 0 (agents size minRunSizeKB so a table
+        // never fills first); one that would not have fitted goes whole into
+        // the next buffer.
         refused = true;
     }
     if (buffer.filled == buffer.capacity || refused) vddkcache::HandOn(context.fillBuffer, context.filledQueue);
@@ -208,7 +211,19 @@ long StopWriteCache(diskWriteContextStruct &context) {
     if (context.startEvent) SetEvent(context.startEvent);
     skclass::UniqueHandle thread(context.threadHandle);
     skclass::UniqueHandle startEvent(context.startEvent);
-    if (thread) WaitForSingleObject(thread.get(), kThreadExitWaitMs);
+    context.threadHandle = nullptr;
+    context.startEvent = nullptr;
+    if (thread && WaitForSingleObject(thread.get(), kThreadExitWaitMs) != WAIT_OBJECT_0) {
+        // Still inside a pass (a VMware write that does not return): what it
+        // may touch is left to it, a leak rather than memory freed in use.
+        SK_Zprintf_2(kSourceFile, 0,
+                     L"%s The write thread '%d' has not left after %d ms; its buffers and histogram are kept.",
+                     L"diskBroker::stopWriteCacheThread()", static_cast<int>(context.threadId),
+                     static_cast<int>(kThreadExitWaitMs));
+        (void)startEvent.release();
+        context.allBuffers = nullptr;
+        context.depthHistogram = nullptr;
+    }
     // The queues are the caller's and outlive the buffers.
     vddkcache::EmptyQueue(context.freeQueue);
     vddkcache::EmptyQueue(context.filledQueue);
@@ -216,8 +231,6 @@ long StopWriteCache(diskWriteContextStruct &context) {
     context.drainBuffer = nullptr;
     vddkcache::FreeBuffers(context.allBuffers);
     vddkcache::FreeHistogram(context.depthHistogram);
-    context.threadHandle = nullptr;
-    context.startEvent = nullptr;
     return 0;
 }
 
@@ -226,12 +239,14 @@ long StopWriteCache(diskWriteContextStruct &context) {
 long diskBroker::startWriteCacheThread(diskWriteContextStruct *context, unsigned long bufferCount,
                                        unsigned long bufferSizeKB, unsigned long raisePriority,
                                        unsigned long minRunSizeKB) {
+    if (!context) return vddkcache::kResourceError;
     return Guarded(L"startWriteCacheThread", vddkcache::kResourceError, [&] {
         return StartWriteCache(*context, bufferCount, bufferSizeKB, raisePriority, minRunSizeKB);
     });
 }
 
 long diskBroker::startDiskWriteBuffer(diskWriteContextStruct *context) {
+    if (!context) return vddkcache::kResourceError;
     return Guarded(L"startDiskWriteBuffer", vddkcache::kResourceError, [&] {
         SK_Zprintf_2(kSourceFile, 0, L"Main Thread: setting the event startDiskWrite");
         context->writeActive = 1;
@@ -245,14 +260,17 @@ long diskBroker::startDiskWriteBuffer(diskWriteContextStruct *context) {
 
 long diskBroker::PutDiskCacheBuffer(diskWriteContextStruct *context, unsigned char *data,
                                     unsigned long long startSector, unsigned long long sectorCount) {
+    if (!context || (!data && sectorCount != 0)) return kWriteFailed;
     return Guarded(L"PutDiskCacheBuffer", kWriteFailed,
                    [&] { return PutRun(*context, data, startSector, sectorCount); });
 }
 
 long diskBroker::closeWriteCacheThread(diskWriteContextStruct *context) {
+    if (!context) return 0;
     return Guarded(L"closeWriteCacheThread", 0L, [&] { return CloseWriteCache(*context); });
 }
 
 long diskBroker::stopWriteCacheThread(diskWriteContextStruct *context) {
+    if (!context) return 0;
     return Guarded(L"stopWriteCacheThread", 0L, [&] { return StopWriteCache(*context); });
 }
