@@ -105,8 +105,8 @@ void diskBroker::StartWorkerModel(const char *configFile) {
     // A worker whose thread did not start has no bindings: not usable.
     if (workerThread && !workerThread->IsRunning()) workerThread.reset();
     if (!workerThread) return;
-    // The name goes to the constructing thread, not to the worker: the
-    // product has always named it this way and debugger sessions rely on it.
+    // The name goes to the constructing thread, not to the worker: support's
+    // debugger scripts look the job thread up under this name.
     WorkerThread::SetThreadName(GetCurrentThreadId(), L"vixMainWorkerThread");
     const cstring libDir = LibraryDirectory(workerThread->diskLibGlue.get());
     KeepInitExFailure(workerThread->VixDiskLib_InitEx(kVddkMajorVersion, kVddkMinorVersion, &VddkLogCallback,

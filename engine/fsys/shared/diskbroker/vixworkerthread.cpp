@@ -48,10 +48,12 @@ vixWorkerThread::vixWorkerThread(bool impersonate) : WorkerThread(2, L"vixMainWo
 }
 
 vixWorkerThread::~vixWorkerThread() {
+    // The thread first: a call it is still running may be inside VDDK, which
+    // the bindings unload as they go.
+    StopThread();
     diskLibGlue.reset();
     mntapiGlue.reset();
     CloseToken();
-    StopThread();
 }
 
 skclass::shared_ptr<vixWorkerThread> vixWorkerThread::GetInstance() {
