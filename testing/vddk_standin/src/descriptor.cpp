@@ -34,9 +34,23 @@ bool ParseHex32(const std::string &s, uint32_t *out) {
     return true;
 }
 
+// Strict decimal up to kMaxDiskSectors: no sign, no wrap, nothing after it.
+bool ParseSectors(const std::string &text, uint64_t *out) {
+    if (text.empty() || text.size() > 20) return false;
+    uint64_t value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        value = value * 10 + uint64_t(c - '0');
+        if (value > kMaxDiskSectors) return false;
+    }
+    *out = value;
+    return true;
+}
+
 bool ParseExtent(const std::string &line, ExtentLine *e) {
     std::istringstream in(line);
-    if (!(in >> e->access >> e->sectors >> e->type)) return false;
+    std::string sectors;
+    if (!(in >> e->access >> sectors >> e->type) || !ParseSectors(sectors, &e->sectors)) return false;
     std::string rest;
     std::getline(in, rest);
     rest = Trim(rest);
@@ -47,9 +61,7 @@ bool ParseExtent(const std::string &line, ExtentLine *e) {
     e->file = rest.substr(1, close - 1);
     std::string tail = Trim(rest.substr(close + 1));
     if (!tail.empty()) {
-        char *end = nullptr;
-        e->offset = strtoull(tail.c_str(), &end, 10);
-        if (*end != '\0') return false;
+        if (!ParseSectors(tail, &e->offset)) return false;
     } else if (e->type == "FLAT") {
         return false;  // qemu: "Invalid extent line"
     }
@@ -107,6 +119,11 @@ bool ParseDescriptor(const std::string &text, Descriptor *out) {
         if (!ParseLine(Trim(line), &d, &sawVersion)) return false;
     }
     if (!sawVersion) return false;
+    uint64_t total = 0;
+    for (const ExtentLine &e : d.extents) {
+        total += e.sectors;  // each at most kMaxDiskSectors: no wrap
+        if (total > kMaxDiskSectors || e.offset > kMaxDiskSectors - e.sectors) return false;
+    }
     *out = d;
     return true;
 }
