@@ -130,10 +130,9 @@ void diskBroker::StartNoThreadingModel(const char *configFile) {
 
 void diskBroker::KeepInitExFailure(VixError result) {
     if (result == VIX_OK) return;
-    lastError = result;
-    GetErrorText(result, lastErrorText);
+    KeepLastError(result);
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"VixDiskLib_InitEx() failed. Error code %I64d. Error Msg: %s",
-                 static_cast<long long>(lastError), lastErrorText.c_str());
+                 static_cast<long long>(result), LastErrorText().c_str());
 }
 
 void diskBroker::DeleteIniFile(const wcstring &iniPath) const {
@@ -146,15 +145,15 @@ void diskBroker::DeleteIniFile(const wcstring &iniPath) const {
 
 void diskBroker::VixDiskLib_Exit() {
     GuardedVoid(L"VixDiskLib_Exit", [&] {
-        // VDDK's own Exit runs twice in a row: here, and again from the
-        // binding's destructor, which exits a complete library before it
-        // unloads it. VDDK tolerates this and the product has always done it.
+        // VDDK's exit runs once. Model 0: the worker runs it as its last
+        // call, is joined, then the libraries are unloaded (its destructor).
+        // Model 1: here, on the caller's thread, and the binding, which
+        // outlives the service when others hold it, must not exit it again.
         if (threadingModel == kWorkerThreadModel && workerThread) {
-            workerThread->VixDiskLib_Exit();
-            workerThread->StopThread();
             workerThread.reset();
         } else if (threadingModel == kNoThreadingModel && diskLibGlue) {
             diskLibGlue->VixDiskLib_Exit();
+            diskLibGlue->exitLibraryOnDestroy = false;
             diskLibGlue.reset();
         }
     });
