@@ -124,7 +124,7 @@ diskCacheBuffer *WaitAndRemoveOr(diskCacheQueue &queue, HANDLE wake, DWORD milli
 }
 
 diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &freeQueue, diskCacheBuffer *&slot,
-                                 const volatile unsigned char &cancelRequested, HANDLE cancelEvent,
+                                 const std::atomic<unsigned char> &cancelRequested, HANDLE cancelEvent,
                                  const wchar_t *cancelMessage) {
     if (slot) return slot;
     for (;;) {
@@ -226,16 +226,11 @@ long StartCacheThread(const wchar_t *sourceFile, ThreadEntry entry, void *argume
     return 0;
 }
 
-void PublishError(wcstring &errorText, const wcstring &text, volatile uint32_t &errorCode, uint32_t code) {
+void PublishError(wcstring &errorText, const wcstring &text, std::atomic<uint32_t> &errorCode, uint32_t code) {
     errorText = text;
-    std::atomic_thread_fence(std::memory_order_release);
-    errorCode = code;
+    errorCode.store(code, std::memory_order_release);
 }
 
-uint32_t ReadError(const volatile uint32_t &errorCode) {
-    const uint32_t code = errorCode;
-    std::atomic_thread_fence(std::memory_order_acquire);
-    return code;
-}
+uint32_t ReadError(const std::atomic<uint32_t> &errorCode) { return errorCode.load(std::memory_order_acquire); }
 
 }  // namespace vddkcache

@@ -6,6 +6,8 @@
 
 #include <stdint.h>
 
+#include <atomic>
+
 #include <skclass_mini/strings.h>
 #include <skclass_mini/win.h>
 #include <vddkcache.h>
@@ -67,7 +69,7 @@ diskCacheBuffer *WaitAndRemoveOr(diskCacheQueue &queue, HANDLE wake, DWORD milli
 // and returns null. cancelEvent (nullable), set together with the flag, ends a
 // round early.
 diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &freeQueue, diskCacheBuffer *&slot,
-                                 const volatile unsigned char &cancelRequested, HANDLE cancelEvent,
+                                 const std::atomic<unsigned char> &cancelRequested, HANDLE cancelEvent,
                                  const wchar_t *cancelMessage);
 
 // Forgets every queued buffer and takes the semaphore back to 0, so a queue
@@ -123,8 +125,8 @@ long StartCacheThread(const wchar_t *sourceFile, ThreadEntry entry, void *argume
 
 // Records a failure for the other side: the text first, then the code, so a
 // thread that sees the code also sees its text.
-void PublishError(wcstring &errorText, const wcstring &text, volatile uint32_t &errorCode, uint32_t code);
+void PublishError(wcstring &errorText, const wcstring &text, std::atomic<uint32_t> &errorCode, uint32_t code);
 // Reads a code written by PublishError; once non-zero, its text may be read.
-uint32_t ReadError(const volatile uint32_t &errorCode);
+uint32_t ReadError(const std::atomic<uint32_t> &errorCode);
 
 }  // namespace vddkcache

@@ -193,7 +193,7 @@ void FinishPass(diskWriteContextStruct &context) {
     if (context.cancelRequested) DiscardFilledBuffers(context, 0);
     if (context.errorCode == 0 && context.bytesWritten != context.diskSize)
         SK_Zprintf_2(kSourceFile, 0, L"Disk size: '%I64d' Data Written: '%I64d' ", context.diskSize,
-                     context.bytesWritten);
+                     context.bytesWritten.load());
 }
 
 long CloseWriteCache(diskWriteContextStruct &context) {

@@ -5,6 +5,7 @@
 #pragma once
 #include <stdint.h>
 
+#include <atomic>
 #include <memory>
 
 #include <skclass_mini/com.h>
@@ -99,6 +100,8 @@ struct bufferDepthHistogram {
     uint32_t counts[1];  // bucketCount + 1 entries
 };
 
+// The flags and counters the job thread and the cache thread both touch are
+// atomic: each is written by one side and polled by the other.
 struct diskReadContextStruct {
     // Frees nothing the library allocated: stopReadCacheThread does.
     diskReadContextStruct() = default;
@@ -109,9 +112,9 @@ struct diskReadContextStruct {
     uint32_t threadId = 0;
     HANDLE impersonationToken = nullptr;
     HANDLE startEvent = nullptr;  // auto-reset: one pass, or wake to stop
-    volatile unsigned char readActive = 0;
-    volatile unsigned char cancelRequested = 0;
-    volatile unsigned char endOfDisk = 0;
+    std::atomic<unsigned char> readActive{0};
+    std::atomic<unsigned char> cancelRequested{0};
+    std::atomic<unsigned char> endOfDisk{0};
     diskCacheBuffer *allBuffers = nullptr;  // every buffer ever allocated, newest first
     diskCacheQueue freeQueue;
     diskCacheQueue filledQueue;
@@ -125,13 +128,13 @@ struct diskReadContextStruct {
     uint64_t currentSector = 0;
     uint64_t extentSectors = 0;
     uint64_t extentSectorsDone = 0;
-    volatile uint32_t errorCode = 0;
+    std::atomic<uint32_t> errorCode{0};
     wcstring errorText;
     wcstring metadataFilePath;  // set by the caller
-    volatile unsigned char metadataDone = 0;
+    std::atomic<unsigned char> metadataDone{0};
     bufferDepthHistogram *depthHistogram = nullptr;
     std::unique_ptr<ComEnvironment> comEnvironment;
-    volatile unsigned char stopRequested = 0;
+    std::atomic<unsigned char> stopRequested{0};
     // Let bounded waits end as soon as what they wait for happens: set by the
     // read thread when a pass's metadata export is done, and when it leaves a
     // pass (manual-reset; the job thread resets them before a pass).
@@ -152,9 +155,9 @@ struct diskWriteContextStruct {
     uint32_t threadId = 0;
     HANDLE impersonationToken = nullptr;
     HANDLE startEvent = nullptr;
-    volatile unsigned char writeActive = 0;
-    volatile unsigned char cancelRequested = 0;
-    volatile unsigned char endOfData = 0;
+    std::atomic<unsigned char> writeActive{0};
+    std::atomic<unsigned char> cancelRequested{0};
+    std::atomic<unsigned char> endOfData{0};
     diskCacheBuffer *allBuffers = nullptr;
     diskCacheQueue freeQueue;
     diskCacheQueue filledQueue;
@@ -164,12 +167,12 @@ struct diskWriteContextStruct {
     _vixReadWriteHandle *diskHandle = nullptr;  // set by the caller
     uint64_t sectorSize = 512;
     uint64_t diskSize = 0;  // set by the caller: bytes expected, checked at close
-    volatile uint64_t bytesWritten = 0;
-    volatile uint32_t errorCode = 0;
+    std::atomic<uint64_t> bytesWritten{0};
+    std::atomic<uint32_t> errorCode{0};
     wcstring errorText;
     bufferDepthHistogram *depthHistogram = nullptr;
-    volatile unsigned char writerBusy = 0;
-    volatile unsigned char stopRequested = 0;
+    std::atomic<unsigned char> writerBusy{0};
+    std::atomic<unsigned char> stopRequested{0};
     // Set by the write thread when it leaves a pass (auto-reset), so closing
     // returns as soon as the writer is done with the queue.
     skclass::UniqueHandle writerLeftPassEvent{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
