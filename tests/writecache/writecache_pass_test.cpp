@@ -136,6 +136,20 @@ TEST_F(WriteCacheTest, SizesThatCannotWorkAreRefusedBeforeAnythingIsMade) {
     EXPECT_EQ(context.threadHandle, nullptr);
 }
 
+TEST_F(WriteCacheTest, NullContextsAndDataAreRefusedBeforeUse) {
+    unsigned char sector[512] = {};
+    EXPECT_EQ(service->startWriteCacheThread(nullptr, 2, 4, 0, 1), static_cast<long>(0xE0008442));
+    EXPECT_EQ(service->startDiskWriteBuffer(nullptr), static_cast<long>(0xE0008442));
+    EXPECT_EQ(service->PutDiskCacheBuffer(nullptr, sector, 0, 1), static_cast<long>(0xE0009579));
+    EXPECT_EQ(service->closeWriteCacheThread(nullptr), 0);
+    EXPECT_EQ(service->stopWriteCacheThread(nullptr), 0);
+    ASSERT_EQ(StartCache(2, 4), 0);
+    StartPass(0);
+    EXPECT_EQ(service->PutDiskCacheBuffer(&context, nullptr, 0, 1), static_cast<long>(0xE0009579));
+    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(WrittenSectors(), 0u);
+}
+
 TEST_F(WriteCacheTest, TheWriterRunsAboveNormalPriorityUnderTheJobsToken) {
     ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
     const long started = StartCache(2, 4, 1, 1);

@@ -68,7 +68,7 @@ long StartWriteCache(diskWriteContextStruct &context, unsigned long bufferCount,
         SK_Zprintf_2(kSourceFile, 0, L"%s Could not create the events. Cannot start the Write cache", kStartName);
         result = vddkcache::kResourceError;
     }
-    context.depthHistogram = nullptr;
+    vddkcache::FreeHistogram(context.depthHistogram);  // a restart's, not a leak
     ResetPass(context);
     const uint32_t runCapacity = bufferSizeKB / minRunSizeKB;
     SK_Zprintf_2(kSourceFile, 0, L"%s: Allocating %d buffers of size %d", kStartName, bufferCount, bufferSizeKB);
