@@ -188,7 +188,8 @@ TEST_F(StandinTest, HostileFilesGiveClearErrors) {
     const std::string lost = folder + "\\no such folder\\t.vmdk";
     EXPECT_EQ(CreateSparse(vddk_, conn_, lost, 64), VixError(VIX_E_FILE_NOT_FOUND));
     told = false;
-    for (const auto &line : LogLines()) told |= line.find("W:") == 0 && line.find("does not exist") != std::string::npos;
+    for (const auto &line : LogLines())
+        told |= line.find("W:") == 0 && line.find("does not exist") != std::string::npos;
     EXPECT_TRUE(told);
     EXPECT_EQ(CreateSparse(vddk_, conn_, folder + "\\huge.vmdk", 1ull << 40), VixError(VIX_E_FILE_TOO_BIG));
     EXPECT_EQ(sim_.VddkSim_OpenHandleCount(), 0u);
