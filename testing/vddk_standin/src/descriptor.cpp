@@ -1,3 +1,4 @@
+// Pure text handling, no Windows: it builds natively too, for fuzzing.
 #include "descriptor.h"
 
 #include <stdio.h>
@@ -5,8 +6,11 @@
 
 #include <sstream>
 
-#include <skclass_mini/win.h>
+// The adapter names map VDDK's adapter codes, whose header holds Windows
+// layouts; the native fuzzing build (VDDKSIM_TEXT_ONLY) leaves them out.
+#ifndef VDDKSIM_TEXT_ONLY
 #include <vmware/vddk_api.h>
+#endif
 
 namespace vddksim {
 namespace {
@@ -149,15 +153,7 @@ std::string SerializeDescriptor(const Descriptor &d) {
     return s;
 }
 
-uint32_t NewCid() {
-    LARGE_INTEGER now;
-    QueryPerformanceCounter(&now);
-    uint64_t x = uint64_t(now.QuadPart) * 0x9E3779B97F4A7C15ull ^ GetCurrentThreadId();
-    x ^= x >> 29;
-    uint32_t cid = uint32_t(x ^ (x >> 32));
-    return (cid == 0xffffffffu || cid == 0xfffffffeu) ? 0x12345678u : cid;
-}
-
+#ifndef VDDKSIM_TEXT_ONLY
 std::string AdapterName(int adapterType) {
     switch (adapterType) {
     case VIXDISKLIB_ADAPTER_SCSI_BUSLOGIC: return "buslogic";
@@ -172,6 +168,8 @@ int AdapterFromName(const std::string &name) {
     if (name == "lsilogic" || name == "legacyESX") return VIXDISKLIB_ADAPTER_SCSI_LSILOGIC;
     return VIXDISKLIB_ADAPTER_UNKNOWN;
 }
+
+#endif
 
 void SetDefaultDdb(Descriptor *d, uint64_t capacity, const std::string &adapter, int hwVersion) {
     const uint64_t heads = adapter == "ide" ? 16 : 255;

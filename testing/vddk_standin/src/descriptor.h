@@ -40,6 +40,8 @@ struct Descriptor {
 // extent sizes or offsets beyond kMaxDiskSectors, in sum too).
 bool ParseDescriptor(const std::string &text, Descriptor *out);
 std::string SerializeDescriptor(const Descriptor &d);
+// A fresh content ID (from the clock; defined with the file helpers, so that
+// the text handling here stays free of Windows).
 uint32_t NewCid();
 
 // The DDB qemu-img writes for a new disk of `capacity` sectors.
