@@ -4,7 +4,7 @@
 # (descriptors qemu-img writes; extent-list numbers), and runs it for a
 # bounded time. A crash fails the test; its input is printed by libFuzzer and
 # becomes a regression seed.
-# usage: run_fuzz.sh <source root> <seconds> descriptor|extent_numbers
+# usage: run_fuzz.sh <source root> <seconds> descriptor|extent_numbers|write_runs
 set -eu
 root=$1
 seconds=$2
@@ -35,6 +35,13 @@ extent_numbers)
         i=$((i + 1))
         printf '%s' "$seed" > "corpus/seed$i"
     done
+    ;;
+write_runs)
+    broker=$root/engine/fsys/shared/diskbroker
+    clang++ $flags -I"$broker" -I"$broker/include" "$root/tests/fuzz/fuzz_write_runs.cpp" -o "$work/fuzz"
+    cd "$work"
+    printf '\003\002\001\010\001\010\005\100\000\020' > corpus/adjacent
+    printf '\017\000\003\077\003\077\003\077' > corpus/jumps
     ;;
 *)
     echo "unknown target $target" >&2

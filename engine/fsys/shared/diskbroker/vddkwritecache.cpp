@@ -13,6 +13,7 @@
 #include "diskbroker_private.h"
 #include "vddkcache_common.h"
 #include "vddkwritecache_internal.h"
+#include "vddkwritecache_runs.h"
 
 using diskbroker_detail::Guarded;
 using namespace writecache_detail;
@@ -103,38 +104,13 @@ long StartWriteCache(diskWriteContextStruct &context, unsigned long bufferCount,
     return result;
 }
 
-// Copies what fits of the run into buffer: merged into the last run when
-// adjacent, else as a new run while the table has room. Hands the buffer on
-// when it is full or when its table refused the run. Returns the sectors
-// still to place; data, startSector and sectorCount then describe them.
+// Places what fits of the run in buffer and hands the buffer on when it is
+// full or refused the run. Returns the sectors still to place.
 uint64_t PlaceRun(diskWriteContextStruct &context, diskCacheBuffer &buffer, const unsigned char *&data,
                   uint64_t &startSector, uint64_t &sectorCount) {
-    const uint64_t freeSectors = (buffer.capacity - buffer.filled) / kSectorBytes;
-    const uint64_t taken = freeSectors <= sectorCount ? freeSectors : sectorCount;
-    const uint64_t remainder = sectorCount - taken;
-    diskCacheRunTable &table = *buffer.runTable;
-    diskCacheRun *last = table.runsUsed > 0 ? &table.runs[table.runsUsed - 1] : nullptr;
-    const bool continues = last && last->startSector + last->sectorCount == startSector;
-    bool refused = false;
-    if (continues || table.runsUsed <= table.runCapacity) {
-        if (taken) memcpy(buffer.data + buffer.filled, data, size_t(taken * kSectorBytes));
-        buffer.filled += taken * kSectorBytes;
-        if (continues)
-            last->sectorCount += taken;
-        else
-            table.runs[table.runsUsed++] = diskCacheRun{startSector, taken};
-        data += taken * kSectorBytes;
-        startSector += taken;
-        sectorCount = remainder;
-    } else {
-        // Kept on purpose: a refused run that would have fitted is not queued
-        // and the put still returns 0 (agents size minRunSizeKB so a table
-        // never fills first); one that would not have fitted goes whole into
-        // the next buffer.
-        refused = true;
-    }
-    if (buffer.filled == buffer.capacity || refused) vddkcache::HandOn(context.fillBuffer, context.filledQueue);
-    return remainder;
+    const RunPlacement placed = PlaceRunInBuffer(buffer, data, startSector, sectorCount);
+    if (placed.handOn) vddkcache::HandOn(context.fillBuffer, context.filledQueue);
+    return placed.remainder;
 }
 
 long PutRun(diskWriteContextStruct &context, const unsigned char *data, uint64_t startSector, uint64_t sectorCount) {
