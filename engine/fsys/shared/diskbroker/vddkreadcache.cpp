@@ -345,7 +345,6 @@ long diskBroker::stopReadCacheThread(diskReadContextStruct *context) {
                          L"diskBroker::stopReadCacheThread() The read thread '%d' has not left after %d ms; its "
                          L"buffers, histogram and extent reader are kept.",
                          static_cast<int>(context->threadId), static_cast<int>(kStopGraceMs));
-            (void)context->comEnvironment.release();  // it must end on the thread's own side
             context->allBuffers = nullptr;
             context->depthHistogram = nullptr;
             context->extentReader = nullptr;
@@ -359,11 +358,11 @@ long diskBroker::stopReadCacheThread(diskReadContextStruct *context) {
         vddkcache::FreeHistogram(context->depthHistogram);
         delete context->extentReader;
         context->extentReader = nullptr;
-        if (threadGone) {  // else the thread closes it as it leaves
+        if (threadGone) {  // else the thread closes both as it leaves: COM ends on its own thread
             if (context->impersonationToken) CloseHandle(context->impersonationToken);
             context->impersonationToken = nullptr;
+            context->comEnvironment.reset();
         }
-        context->comEnvironment.reset();
         if (context->startEvent) CloseHandle(context->startEvent);
         context->startEvent = nullptr;
         if (context->threadHandle) CloseHandle(context->threadHandle);
