@@ -3,7 +3,8 @@
 set -euo pipefail
 need=()
 have() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"; }
-for pkg in cmake ninja-build g++-mingw-w64-x86-64-posix wine64 qemu-utils googletest; do
+# clang (with libclang-rt-14-dev): the native fuzzing build of the pure parsers.
+for pkg in cmake ninja-build g++-mingw-w64-x86-64-posix wine64 qemu-utils googletest clang libclang-rt-14-dev; do
   have "$pkg" || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then

@@ -92,6 +92,26 @@ TEST_F(StatsTest, ReadLineIsPrintedWhenContiguityBreaksAndAtClose) {
         << "Close empties the record";
 }
 
+// A request size that changes on every read adds a run each time: past a
+// bound the runs are no longer spelled out, so an extent read in ever
+// different sizes cannot grow the text (and the line) without end.
+TEST_F(StatsTest, TheRunTextStopsGrowingAtItsBound) {
+    VixDiskLibHandle handle = Open("sizes");
+    _vixReadWriteStats stats;
+    stats.name = L"sizes";
+    stats.kind = _vixReadWriteStats::kRead;
+    uint64_t sector = 0;
+    std::vector<uint8> bytes(2 * 512);
+    for (int i = 0; i < 1000; ++i) {  // 1500 sectors, one contiguous extent
+        const uint64_t count = 1 + i % 2;
+        ASSERT_EQ(disk->VixDiskLib_Read(handle, sector, count, bytes.data(), &stats), VIX_OK);
+        sector += count;
+    }
+    EXPECT_LT(stats.chunkText.size(), 4200u);
+    EXPECT_EQ(stats.chunkText.substr(stats.chunkText.size() - 5), L", ...");
+    EXPECT_EQ(disk->VixDiskLib_Close(handle, &stats), VIX_OK);
+}
+
 // The write line has no blank before its extent bracket; a run that changes
 // size and comes back is a new run.
 TEST_F(StatsTest, WriteLineKeepsItsOwnSpacingAndRunsInOrder) {

@@ -232,6 +232,75 @@ TEST_P(ReadCacheIdentityTest, WithoutImpersonationTheReadThreadReadsAsItself) {
 INSTANTIATE_TEST_SUITE_P(ReadThreadCallsVddk, ReadCacheIdentityTest,
                          ::testing::Values(Model{L"", 0}, Model{L"no threading", 0}), ModelName);
 
+// 1. A pass whose read thread is held inside a VMware read; 2. stop gives it
+// its grace and returns; 3. what the thread may still touch (its buffer, the
+// histogram) was kept, not freed, and said so; 4. released, the thread leaves.
+TEST_F(ReadCacheTest, StopAfterItsGraceKeepsWhatTheThreadStillUses) {
+    StartService(Model{L"", 0});
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://stuck?size=1048576&seed=4");
+    ASSERT_NE(handle, nullptr);
+    diskReadContextStruct context;
+    ASSERT_EQ(service->startReadCacheThread(&context, 2, 64, 0), 0);
+    skclass::UniqueHandle thread;
+    ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), context.threadHandle, GetCurrentProcess(), thread.put(),
+                                SYNCHRONIZE, FALSE, 0));
+    ASSERT_TRUE(sim.VddkSim_BlockNextCall("VixDiskLib_Read"));
+    Prepare(context, handle, WriteExtentList(L"stuck.xml", {{{0, 1048576}}}));
+    ASSERT_EQ(service->startDiskReadBuffer(&context), 0);
+    ASSERT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Read", kTimeoutMs), 1);
+
+    EXPECT_EQ(service->stopReadCacheThread(&context), 0);
+    EXPECT_TRUE(log.Contains(L"diskBroker::stopReadCacheThread() The read thread '" +
+                             std::to_wstring(context.threadId) +
+                             L"' has not left after 5000 ms; its buffers, histogram and extent reader are kept."));
+    EXPECT_EQ(context.allBuffers, nullptr);
+    EXPECT_EQ(context.depthHistogram, nullptr);
+    sim.VddkSim_Release("VixDiskLib_Read");
+    EXPECT_EQ(WaitForSingleObject(thread.get(), kTimeoutMs), WAIT_OBJECT_0) << "the thread leaves once released";
+    CloseDisk(handle);
+}
+
+TEST_F(ReadCacheTest, NullContextsAndDestinationsAreRefusedBeforeUse) {
+    StartService(Model{L"", 0});
+    unsigned length = 100;
+    EXPECT_EQ(service->startReadCacheThread(nullptr, 2, 64, 0), static_cast<long>(0xE0008442));
+    EXPECT_EQ(service->startDiskReadBuffer(nullptr), kXmlError);
+    EXPECT_EQ(service->GetDiskCacheBuffer(nullptr, nullptr, &length), 0);
+    EXPECT_EQ(service->closeReadCacheThread(nullptr), 0);
+    EXPECT_EQ(service->stopReadCacheThread(nullptr), 0);
+    diskReadContextStruct context;
+    EXPECT_EQ(service->GetDiskCacheBuffer(&context, nullptr, &length), kReadError);
+    EXPECT_EQ(length, 100u);
+    EXPECT_EQ(service->VixDiskLib_Read(nullptr, 0, 1, nullptr), VixError(VIX_E_INVALID_ARG));
+}
+
+// Buffers of 0 bytes would leave the read thread spinning on a pass that
+// never moves; a size that wraps or a count no memory holds is as bad.
+TEST_F(ReadCacheTest, SizesThatCannotWorkAreRefusedBeforeAnythingIsMade) {
+    StartService(Model{L"", 0});
+    const struct {
+        unsigned long count, sizeKB;
+        const wchar_t *line;
+    } refused[] = {
+        {2, 0, L"diskBroker::startReadCacheThread(): A buffer size of 0 KB holds no sector (2 buffers of 0 KB). "
+               L"Cannot start the read cache"},
+        {2, 4194304, L"diskBroker::startReadCacheThread(): The buffer size in bytes does not fit in 32 bits (2 "
+                     L"buffers of 4194304 KB). Cannot start the read cache"},
+        {0xFFFFFFFFul, 64, L"diskBroker::startReadCacheThread(): The buffer count is beyond what any cache uses "
+                           L"(4294967295 buffers of 64 KB). Cannot start the read cache"},
+    };
+    for (const auto &sizes : refused) {
+        diskReadContextStruct context;
+        EXPECT_EQ(service->startReadCacheThread(&context, sizes.count, sizes.sizeKB, 0),
+                  static_cast<long>(0xE0008442));
+        EXPECT_TRUE(log.Contains(sizes.line)) << ::testing::PrintToString(log.Lines());
+        EXPECT_EQ(context.allBuffers, nullptr);
+        EXPECT_EQ(context.threadHandle, nullptr);
+        EXPECT_EQ(context.startEvent, nullptr);
+        EXPECT_EQ(service->stopReadCacheThread(&context), 0);
+    }
+}
+
 TEST_F(ReadCacheTest, RaisePriorityBumpsTheReadThreadOnlyWhenAsked) {
     StartService(Model{L"", 0});
     for (unsigned long raise : {0ul, 1ul}) {

@@ -1,5 +1,7 @@
 // The files around a read pass: the extent list that drives it (missing,
 // malformed, without DiskChangeInfo) and the metadata export that opens it.
+#include <algorithm>
+
 #include <vddksim.h>
 
 #include "readcache_fixture.h"
@@ -32,11 +34,12 @@ protected:
         std::string expected;
         for (size_t at = 0; at < keys.size() && keys[at] != '\0';) {
             const std::string key = keys.c_str() + at;
-            char value[1024];
             size_t valueLength = 0;
-            EXPECT_EQ(service->VixDiskLib_ReadMetadata(handle, key.c_str(), value, sizeof value, &valueLength),
+            service->VixDiskLib_ReadMetadata(handle, key.c_str(), nullptr, 0, &valueLength);
+            std::string value(valueLength, '\0');
+            EXPECT_EQ(service->VixDiskLib_ReadMetadata(handle, key.c_str(), &value[0], value.size(), &valueLength),
                       VixError(VIX_OK));
-            expected += key + '\0' + std::string(value, valueLength);
+            expected += key + '\0' + value;
             at += key.size() + 1;
         }
         return expected;
@@ -61,6 +64,13 @@ TEST_F(ReadCacheFilesTest, AnExtentListThatCannotBeReadStartsNoPass) {
     bool logged = false;
     for (const std::wstring &line : log.Lines()) logged = logged || line.rfind(loadFailed, 0) == 0;
     EXPECT_TRUE(logged) << ::testing::PrintToString(log.Lines());
+    // Lists that end before their root closes are truncated, not short.
+    for (const char *truncated : {"<DiskChangeInfo>", "<DiskChangeInfo><area><extent offset=\"0\" length=\"512\"/>",
+                                  "<DiskChangeInfo><area><extent offset=\"0\" length=\"512\"/></area>",
+                                  "<DiskChangeInfo><!-- unterminated"}) {
+        Prepare(cache.context, handle, WriteFileText(L"truncated.xml", truncated));
+        EXPECT_EQ(service->startDiskReadBuffer(&cache.context), kXmlError) << truncated;
+    }
     EXPECT_FALSE(cache.context.readActive);
     EXPECT_EQ(cache.context.extentReader, nullptr);
     EXPECT_EQ(log.Count(L"Main Thread: setting the event startDiskRead"), 0u);
@@ -184,6 +194,34 @@ TEST_F(ReadCacheFilesTest, AValueThatCannotBeReadIsAskedForAgain) {
     for (const std::wstring &line : log.Lines())
         retryLines += line.rfind(L"diskBroker::ReadVMDiskMetaData() Could not read the value of the key '", 0) == 0;
     EXPECT_EQ(retryLines, 1u) << "told once per key";
+    EXPECT_EQ(cache.Close(), 0);
+    CloseDisk(handle);
+}
+
+// A value longer than the 1024-byte buffer (VMware says how long) is read once
+// more at its own length and exported whole, instead of being asked for again
+// for ever.
+TEST_F(ReadCacheFilesTest, AValueLongerThanTheBufferIsReadAgainAtItsLength) {
+    const std::string path = CreateSparseDisk(L"long.vmdk", 2048, {{0, 8}}, 1);
+    _vixReadWriteHandle *handle = OpenDisk(path);
+    ASSERT_NE(handle, nullptr);
+    std::string uuid(1500, '\0');
+    for (size_t i = 0; i < uuid.size(); ++i) uuid[i] = "0123456789abcdef"[i % 16];
+    ASSERT_EQ(service->VixDiskLib_WriteMetadata(handle, "uuid", uuid.c_str()), VixError(VIX_OK));
+    const std::string expected = ExpectedMetadata(handle);
+    ASSERT_NE(expected.find(uuid), std::string::npos);
+    const uint64_t readsBefore = Calls("VixDiskLib_ReadMetadata");
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"long.xml", {{{0, 4096}}}));
+    const std::wstring metadataPath = cache.context.metadataFilePath;
+    Stream stream;
+    ASSERT_TRUE(StreamPass(cache.context, 4096, stream));
+    EXPECT_EQ(stream.lastResult, kEndOfData);
+    EXPECT_EQ(ReadWholeFile(metadataPath), expected);
+    // key, zero, value, zero: two zeros a key.
+    const size_t keys = static_cast<size_t>(std::count(expected.begin(), expected.end(), '\0')) / 2;
+    EXPECT_EQ(Calls("VixDiskLib_ReadMetadata") - readsBefore, keys + 1) << "one more read, for the long value only";
     EXPECT_EQ(cache.Close(), 0);
     CloseDisk(handle);
 }

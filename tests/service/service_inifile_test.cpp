@@ -119,6 +119,33 @@ TEST_F(ServiceTest, MissingMiscKeyMeansTheRootOfTheCurrentDrive) {
     SetCurrentDirectoryW(previous);
 }
 
+// A data folder that takes no file: the search for a name gives up, VDDK
+// starts without a configuration file, and the service still serves disks.
+TEST_F(ServiceTest, AFolderThatTakesNoFileStartsVddkWithoutOne) {
+    const std::wstring missing = data.File(L"no such folder");
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", missing), ERROR_SUCCESS);
+    auto service = Start();
+    EXPECT_EQ(Calls("VixDiskLib_InitEx"), 1u);
+    EXPECT_EQ(LastArg("configFile"), "");
+    EXPECT_EQ(log.Count(L"diskBroker::createVDDkIniFile() Could not create the vddk ini file '" + missing +
+                        L"\\vddk-0.ini' Error: 3"),
+              1u);
+    EXPECT_TRUE(log.Contains(L"diskBroker::createVDDkIniFile() No vddk ini file could be created in the folder '" +
+                             missing + L"' (8 names tried, last Windows error 3). Initializing VDDK without a "
+                                       L"configuration file."));
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+    ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+    _vixReadWriteHandle *handle = nullptr;
+    wcstring mode;
+    ASSERT_EQ(service->VixDiskLib_Open(connection, "memdisk://usable?size=4096", 0, L"Read", &handle, mode),
+              VixError(VIX_OK));
+    uint8 sector[512];
+    EXPECT_EQ(service->VixDiskLib_Read(handle, 0, 1, sector), VixError(VIX_OK));
+    EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
+    EXPECT_EQ(service->VixDiskLib_Disconnect(connection, &local), VixError(VIX_OK));
+}
+
 // Holds the config file open (no delete sharing) from the moment the service
 // names it, so the service's DeleteFileW fails.
 struct IniFileHolder {

@@ -1,4 +1,5 @@
 // CXmlReader: the extent-list walk, attributes, encodings, malformed input.
+#include <memory>
 #include <string>
 #include <vector>
 #include <gtest/gtest.h>
@@ -114,6 +115,48 @@ TEST(XmlReader, MalformedTextReportsWhereAndLeavesTheReaderEmpty) {
     }
     ASSERT_TRUE(reader.LoadXML(L"<ok/>"));
     EXPECT_TRUE(reader.ErrorText().empty());
+}
+
+// A load that does not end within the bound is a hang: reported, not waited out.
+::testing::AssertionResult LoadFailsWithin(const std::wstring &text, DWORD milliseconds) {
+    struct Load {
+        std::wstring text;
+        bool loaded = true;
+        std::wstring error;
+    };
+    auto *load = new Load{text, true, std::wstring()};  // the thread may outlive this call if it hangs
+    HANDLE thread = CreateThread(
+        nullptr, 0,
+        [](void *argument) -> DWORD {
+            auto *self = static_cast<Load *>(argument);
+            CXmlReader reader;
+            self->loaded = reader.LoadXML(self->text);
+            self->error = reader.ErrorText();
+            return 0;
+        },
+        load, 0, nullptr);
+    if (!thread) return ::testing::AssertionFailure() << "no thread";
+    const DWORD waited = WaitForSingleObject(thread, milliseconds);
+    CloseHandle(thread);
+    if (waited != WAIT_OBJECT_0) return ::testing::AssertionFailure() << "the load did not return (hang)";
+    std::unique_ptr<Load> done(load);
+    if (done->loaded) return ::testing::AssertionFailure() << "accepted as a complete document";
+    if (done->error.empty()) return ::testing::AssertionFailure() << "refused without an error text";
+    return ::testing::AssertionSuccess();
+}
+
+// A document that ends with an element still open is truncated, whatever
+// came before the end.
+TEST(XmlReader, AnyEndBeforeTheRootClosesIsAFailure) {
+    for (const wchar_t *truncated :
+         {L"<DiskChangeInfo>", L"<DiskChangeInfo><area startoffset=\"0\">",
+          L"<DiskChangeInfo><area><extent offset=\"0\" length=\"512\"/>", L"<DiskChangeInfo><!-- no end",
+          L"<DiskChangeInfo><area><extent offset=\"0\" length=\"512\"/></area>", L"<a><b></b><c/>"}) {
+        EXPECT_TRUE(LoadFailsWithin(truncated, 10000)) << ::testing::PrintToString(std::wstring(truncated));
+    }
+    CXmlReader reader;
+    EXPECT_TRUE(reader.LoadXML(L"<DiskChangeInfo><area><extent offset=\"0\" length=\"512\"/></area></DiskChangeInfo>"))
+        << reader.ErrorText().c_str();
 }
 
 TEST(XmlReader, RefusesADocumentTypeDeclaration) {

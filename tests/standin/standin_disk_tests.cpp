@@ -2,6 +2,7 @@
 // bad input, remote paths and error texts. qemu interop is qemu_interop.sh.
 #include <string.h>
 
+#include <utility>
 #include <vector>
 
 #include "standin_test_util.h"
@@ -127,6 +128,70 @@ TEST_F(StandinTest, BadInputGivesVddkCodes) {
     SetEndOfFile(file);
     CloseHandle(file);
     EXPECT_EQ(vddk_.VixDiskLib_Open(conn_, cut.c_str(), 0, &h), VixError(VIX_E_DISK_NEEDSREPAIR));
+    EXPECT_EQ(sim_.VddkSim_OpenHandleCount(), 0u);
+}
+
+// Every number a file carries is checked before it is used: sizes and offsets
+// that wrap or lie outside the file, directories past its end, a chain that
+// leads back to itself. Each is a VDDK error that says what is wrong.
+TEST_F(StandinTest, HostileFilesGiveClearErrors) {
+    const std::string folder = TempFolder();
+    VixDiskLibHandle h = nullptr;
+    auto writeText = [](const std::string &path, const std::string &text) {
+        FILE *f = fopen(path.c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        fputs(text.c_str(), f);
+        fclose(f);
+    };
+    const std::string flat = folder + "\\a.vmdk";
+    ASSERT_EQ(CreateSparse(vddk_, conn_, flat, 64, VIXDISKLIB_DISK_MONOLITHIC_FLAT), VIX_OK);
+    const std::string head = "version=1\nCID=1\nparentCID=ffffffff\ncreateType=\"monolithicFlat\"\n";
+    const struct {
+        const char *extents;
+        VixError expected;
+    } descriptors[] = {
+        {"RW -1 FLAT \"a-flat.vmdk\" 0\n", VIX_E_DISK_INVALIDDISK},
+        {"RW 64 FLAT \"a-flat.vmdk\" 18446744073709551615\n", VIX_E_DISK_INVALIDDISK},
+        {"RW 18446744073709551615 FLAT \"a-flat.vmdk\" 1\n", VIX_E_DISK_INVALIDDISK},
+        {"RW 137438953472 FLAT \"a-flat.vmdk\" 0\nRW 137438953472 FLAT \"a-flat.vmdk\" 0\n", VIX_E_DISK_INVALIDDISK},
+    };
+    for (const auto &d : descriptors) {
+        writeText(flat, head + d.extents);
+        EXPECT_EQ(vddk_.VixDiskLib_Open(conn_, flat.c_str(), 0, &h), d.expected) << d.extents;
+    }
+
+    // Sparse headers whose directory lies past the end, or whose capacity no disk has.
+    const std::string sparse = folder + "\\s.vmdk";
+    for (const auto &patch : {std::pair<long, uint64_t>{56, 0xFFFFFFFFFFFFull}, {48, 0x7FFFFFFFFFFFFFFFull},
+                              {12, 0x8000000000000000ull}}) {
+        DeleteFileA(sparse.c_str());
+        ASSERT_EQ(CreateSparse(vddk_, conn_, sparse, 4096), VIX_OK);
+        FILE *f = fopen(sparse.c_str(), "r+b");
+        ASSERT_NE(f, nullptr);
+        fseek(f, patch.first, SEEK_SET);
+        fwrite(&patch.second, 8, 1, f);
+        fclose(f);
+        const VixError opened = vddk_.VixDiskLib_Open(conn_, sparse.c_str(), 0, &h);
+        EXPECT_TRUE(opened == VIX_E_DISK_NEEDSREPAIR || opened == VIX_E_DISK_NOTSUPPORTED)
+            << "header field at " << patch.first << ": " << opened;
+    }
+
+    // A disk that names itself as its parent.
+    writeText(flat, "version=1\nCID=1\nparentCID=1\ncreateType=\"monolithicFlat\"\nparentFileNameHint=\"a.vmdk\"\n"
+                    "RW 64 FLAT \"a-flat.vmdk\" 0\n");
+    EXPECT_EQ(vddk_.VixDiskLib_Open(conn_, flat.c_str(), 0, &h), VixError(VIX_E_DISK_OPENPARENT));
+    bool told = false;
+    for (const auto &line : LogLines()) told |= line.find("W:") == 0 && line.find("loops back") != std::string::npos;
+    EXPECT_TRUE(told);
+
+    // A target in a folder that does not exist, and a size no disk has.
+    const std::string lost = folder + "\\no such folder\\t.vmdk";
+    EXPECT_EQ(CreateSparse(vddk_, conn_, lost, 64), VixError(VIX_E_FILE_NOT_FOUND));
+    told = false;
+    for (const auto &line : LogLines())
+        told |= line.find("W:") == 0 && line.find("does not exist") != std::string::npos;
+    EXPECT_TRUE(told);
+    EXPECT_EQ(CreateSparse(vddk_, conn_, folder + "\\huge.vmdk", 1ull << 40), VixError(VIX_E_FILE_TOO_BIG));
     EXPECT_EQ(sim_.VddkSim_OpenHandleCount(), 0u);
 }
 

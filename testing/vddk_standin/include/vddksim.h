@@ -56,6 +56,9 @@ enum VddkSimLogKind { VDDKSIM_LOG = 0, VDDKSIM_WARNING = 1, VDDKSIM_PANIC = 2 };
 // AccessState: PrepareForAccess/EndAccess record per vmxSpec; returns 1 if prepared now.
 // SetCleanupResult: what VixDiskLib_Cleanup reports next (default 0 and 0).
 // OpenHandleCount: disk handles currently open.
+// RecordCallers: with 0, Read and Write stop recording "user.<function>": asking Windows for
+//   the thread's token is a wineserver round trip under Wine, dearer than a memory-disk read,
+//   so benches that time reads switch it off. 1 (the default, also after Reset) records again.
 // Reset: forgets scripts, latencies, blocks (releasing held calls), counts, arguments,
 //   overlaps, memory-disk counters, access states and the remote root.
 #define VDDKSIM_CONTROL_ENTRY_POINTS(X)                                                         \
@@ -78,6 +81,7 @@ enum VddkSimLogKind { VDDKSIM_LOG = 0, VDDKSIM_WARNING = 1, VDDKSIM_PANIC = 2 };
       (const char *vmxSpec, uint32_t *prepareCount, uint32_t *endCount))                        \
     X(VddkSim_SetCleanupResult, int, (uint32_t numCleanedUp, uint32_t numRemaining))            \
     X(VddkSim_OpenHandleCount, uint32_t, (void))                                                \
+    X(VddkSim_RecordCallers, void, (int on))                                                    \
     X(VddkSim_Reset, void, (void))
 
 #define VDDKSIM_DECLARE_FN_TYPE(name, ret, params) typedef ret(*name##_fn) params;

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "file_io.h"
 #include "sim_control.h"
@@ -76,10 +77,20 @@ VixError OpenChain(const std::string &path, bool writable, bool singleLink, std:
     VixError err = OpenLinkFile(path, writable, &top);
     if (err != VIX_OK) return err;
     chain->links.push_back(std::move(top));
+    std::vector<std::string> seen{FullPath(path)};
     while (!singleLink && !chain->links.back()->desc.parentHint.empty()) {
-        if (chain->links.size() > 64) return VIX_E_DISK_INVALIDCHAIN;  // a loop of hints
         const Link &child = *chain->links.back();
         const std::string parentPath = ResolveParent(child);
+        // A hint that leads back into the chain: VDDK cannot open the parent,
+        // and says why rather than blaming the disks' style.
+        const std::string fullParent = FullPath(parentPath);
+        const bool loops = std::find(seen.begin(), seen.end(), fullParent) != seen.end();
+        if (loops || chain->links.size() > 64) {
+            LogWarning("DISKLIB-LINK  : The parent chain of '%s' %s at '%s'.\n", path.c_str(),
+                       loops ? "loops back" : "is deeper than 64 links", parentPath.c_str());
+            return VIX_E_DISK_OPENPARENT;
+        }
+        seen.push_back(fullParent);
         std::unique_ptr<Link> parent;
         err = OpenLinkFile(parentPath, false, &parent);
         if (err == VIX_E_FILE_NOT_FOUND) {

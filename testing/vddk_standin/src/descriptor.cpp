@@ -1,3 +1,4 @@
+// Pure text handling, no Windows: it builds natively too, for fuzzing.
 #include "descriptor.h"
 
 #include <stdio.h>
@@ -5,8 +6,11 @@
 
 #include <sstream>
 
-#include <skclass_mini/win.h>
+// The adapter names map VDDK's adapter codes, whose header holds Windows
+// layouts; the native fuzzing build (VDDKSIM_TEXT_ONLY) leaves them out.
+#ifndef VDDKSIM_TEXT_ONLY
 #include <vmware/vddk_api.h>
+#endif
 
 namespace vddksim {
 namespace {
@@ -34,9 +38,23 @@ bool ParseHex32(const std::string &s, uint32_t *out) {
     return true;
 }
 
+// Strict decimal up to kMaxDiskSectors: no sign, no wrap, nothing after it.
+bool ParseSectors(const std::string &text, uint64_t *out) {
+    if (text.empty() || text.size() > 20) return false;
+    uint64_t value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        value = value * 10 + uint64_t(c - '0');
+        if (value > kMaxDiskSectors) return false;
+    }
+    *out = value;
+    return true;
+}
+
 bool ParseExtent(const std::string &line, ExtentLine *e) {
     std::istringstream in(line);
-    if (!(in >> e->access >> e->sectors >> e->type)) return false;
+    std::string sectors;
+    if (!(in >> e->access >> sectors >> e->type) || !ParseSectors(sectors, &e->sectors)) return false;
     std::string rest;
     std::getline(in, rest);
     rest = Trim(rest);
@@ -47,9 +65,7 @@ bool ParseExtent(const std::string &line, ExtentLine *e) {
     e->file = rest.substr(1, close - 1);
     std::string tail = Trim(rest.substr(close + 1));
     if (!tail.empty()) {
-        char *end = nullptr;
-        e->offset = strtoull(tail.c_str(), &end, 10);
-        if (*end != '\0') return false;
+        if (!ParseSectors(tail, &e->offset)) return false;
     } else if (e->type == "FLAT") {
         return false;  // qemu: "Invalid extent line"
     }
@@ -107,6 +123,11 @@ bool ParseDescriptor(const std::string &text, Descriptor *out) {
         if (!ParseLine(Trim(line), &d, &sawVersion)) return false;
     }
     if (!sawVersion) return false;
+    uint64_t total = 0;
+    for (const ExtentLine &e : d.extents) {
+        total += e.sectors;  // each at most kMaxDiskSectors: no wrap
+        if (total > kMaxDiskSectors || e.offset > kMaxDiskSectors - e.sectors) return false;
+    }
     *out = d;
     return true;
 }
@@ -132,15 +153,7 @@ std::string SerializeDescriptor(const Descriptor &d) {
     return s;
 }
 
-uint32_t NewCid() {
-    LARGE_INTEGER now;
-    QueryPerformanceCounter(&now);
-    uint64_t x = uint64_t(now.QuadPart) * 0x9E3779B97F4A7C15ull ^ GetCurrentThreadId();
-    x ^= x >> 29;
-    uint32_t cid = uint32_t(x ^ (x >> 32));
-    return (cid == 0xffffffffu || cid == 0xfffffffeu) ? 0x12345678u : cid;
-}
-
+#ifndef VDDKSIM_TEXT_ONLY
 std::string AdapterName(int adapterType) {
     switch (adapterType) {
     case VIXDISKLIB_ADAPTER_SCSI_BUSLOGIC: return "buslogic";
@@ -155,6 +168,8 @@ int AdapterFromName(const std::string &name) {
     if (name == "lsilogic" || name == "legacyESX") return VIXDISKLIB_ADAPTER_SCSI_LSILOGIC;
     return VIXDISKLIB_ADAPTER_UNKNOWN;
 }
+
+#endif
 
 void SetDefaultDdb(Descriptor *d, uint64_t capacity, const std::string &adapter, int hwVersion) {
     const uint64_t heads = adapter == "ide" ? 16 : 255;

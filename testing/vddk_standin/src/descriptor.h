@@ -10,6 +10,11 @@
 
 namespace vddksim {
 
+// The largest disk the stand-in opens or makes (64 TiB, above VMware's own
+// limit): any size or offset beyond it in a file is damage, and sums of
+// numbers below it cannot wrap.
+constexpr uint64_t kMaxDiskSectors = uint64_t(1) << 37;
+
 struct ExtentLine {
     std::string access;  // RW, RDONLY, NOACCESS
     uint64_t sectors = 0;
@@ -31,9 +36,12 @@ struct Descriptor {
     uint64_t ExtentSectors() const;
 };
 
-// False on text that is not a VMDK descriptor (no version line, bad numbers).
+// False on text that is not a VMDK descriptor (no version line, bad numbers,
+// extent sizes or offsets beyond kMaxDiskSectors, in sum too).
 bool ParseDescriptor(const std::string &text, Descriptor *out);
 std::string SerializeDescriptor(const Descriptor &d);
+// A fresh content ID (from the clock; defined with the file helpers, so that
+// the text handling here stays free of Windows).
 uint32_t NewCid();
 
 // The DDB qemu-img writes for a new disk of `capacity` sectors.

@@ -222,7 +222,7 @@ const char *VixDiskLib_GetTransportMode(VixDiskLibHandle diskHandle) {
 VixError VixDiskLib_Read(VixDiskLibHandle diskHandle, VixDiskLibSectorType startSector,
                          VixDiskLibSectorType numSectors, uint8 *readBuffer) {
     VDDKSIM_GATE(DiskTarget(diskHandle, startSector, numSectors));
-    RecordImpersonation(__func__);
+    RecordDataCaller(__func__);
     if (!IsUsableDisk(diskHandle)) return VIX_E_INVALID_HANDLE;
     if (!readBuffer) return VIX_E_INVALID_ARG;
     Chain &chain = *diskHandle->chain;
@@ -233,7 +233,7 @@ VixError VixDiskLib_Read(VixDiskLibHandle diskHandle, VixDiskLibSectorType start
 VixError VixDiskLib_Write(VixDiskLibHandle diskHandle, VixDiskLibSectorType startSector,
                           VixDiskLibSectorType numSectors, const uint8 *writeBuffer) {
     VDDKSIM_GATE(DiskTarget(diskHandle, startSector, numSectors));
-    RecordImpersonation(__func__);
+    RecordDataCaller(__func__);
     if (!IsUsableDisk(diskHandle)) return VIX_E_INVALID_HANDLE;
     if (!writeBuffer) return VIX_E_INVALID_ARG;
     Chain &chain = *diskHandle->chain;

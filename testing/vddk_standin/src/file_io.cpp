@@ -1,5 +1,7 @@
 #include "file_io.h"
 
+#include "descriptor.h"
+
 #include <algorithm>
 #include <vector>
 
@@ -111,6 +113,15 @@ bool ReadTextFile(const std::string &path, std::string *text) {
     if (size && !f.ReadAt(0, buf.data(), size_t(size))) return false;
     text->assign(buf.data());  // descriptors end at the first NUL
     return true;
+}
+
+uint32_t NewCid() {
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    uint64_t x = uint64_t(now.QuadPart) * 0x9E3779B97F4A7C15ull ^ GetCurrentThreadId();
+    x ^= x >> 29;
+    uint32_t cid = uint32_t(x ^ (x >> 32));
+    return (cid == 0xffffffffu || cid == 0xfffffffeu) ? 0x12345678u : cid;
 }
 
 }  // namespace vddksim

@@ -7,6 +7,7 @@
 #include "file_io.h"
 #include "link.h"
 #include "sim_control.h"
+#include "sim_control.h"
 #include "vddksim.h"
 
 namespace vddksim {
@@ -208,6 +209,18 @@ VixError OpenMemDisk(const std::string &path, std::unique_ptr<Link> *out) {
     return VIX_OK;
 }
 
+VixError CreateRefused(const std::string &path) {
+    if (FileExists(path)) return VIX_E_FILE_ALREADY_EXISTS;
+    const std::string folder = FolderOf(path);
+    const DWORD attributes = folder.empty() ? FILE_ATTRIBUTE_DIRECTORY : GetFileAttributesW(Widen(folder).c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        LogWarning("DISKLIB-LIB   : Cannot create '%s': the folder '%s' does not exist.\n", path.c_str(),
+                   folder.c_str());
+        return VIX_E_FILE_NOT_FOUND;
+    }
+    return VIX_E_FILE_ACCESS_ERROR;
+}
+
 VixError CreateFlatFiles(const std::string &path, uint64_t capacity, Descriptor desc) {
     std::string name = FileNameOf(path);
     const size_t dot = name.find_last_of('.');
@@ -215,7 +228,8 @@ VixError CreateFlatFiles(const std::string &path, uint64_t capacity, Descriptor 
     const std::string flatPath = FolderOf(path) + flatName;
     File flat, text;
     if (FileExists(path)) return VIX_E_FILE_ALREADY_EXISTS;
-    if (!flat.Create(flatPath, false)) return FileExists(flatPath) ? VIX_E_FILE_ALREADY_EXISTS : VIX_E_FILE_ACCESS_ERROR;
+    if (capacity > kMaxDiskSectors) return VIX_E_FILE_TOO_BIG;
+    if (!flat.Create(flatPath, false)) return CreateRefused(flatPath);
     if (!flat.SetSize(capacity * 512)) return VIX_E_DISK_FULL;
     desc.extents = {ExtentLine{"RW", capacity, "FLAT", flatName, 0}};
     const std::string body = SerializeDescriptor(desc);

@@ -48,6 +48,10 @@ VixError OpenSparseExtent(const std::string &path, const std::string &descriptor
 bool IsMemDiskPath(const char *path);
 VixError OpenMemDisk(const std::string &path, std::unique_ptr<Link> *out);
 
+// Why a new file could not be created: it exists, its folder does not
+// (logged as a warning), or access was refused.
+VixError CreateRefused(const std::string &path);
+
 // New monolithicSparse file laid out as qemu-img does (all GTs preallocated).
 VixError CreateSparseFile(const std::string &path, uint64_t capacity, const Descriptor &desc);
 // New monolithicFlat pair: descriptor `path` and "<stem>-flat<ext>".

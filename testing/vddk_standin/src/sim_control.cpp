@@ -4,6 +4,7 @@
 #include <stdarg.h>
 #include <string.h>
 
+#include <atomic>
 #include <deque>
 #include <map>
 #include <memory>
@@ -64,6 +65,8 @@ struct State {
     skclass::UniqueHandle backgroundThread;
     skclass::UniqueHandle backgroundStop;
     DWORD backgroundThreadId = 0;
+    // Not guarded by lock: read on every Read and Write.
+    std::atomic<bool> recordDataCallers{true};
 };
 
 // Leaked on purpose: no static destructor runs Win32 teardown at process exit.
@@ -185,6 +188,10 @@ void RecordImpersonation(const char *function) {
         }
     }
     RecordArg(std::string("user.") + function, user);
+}
+
+void RecordDataCaller(const char *function) {
+    if (S().recordDataCallers.load(std::memory_order_relaxed)) RecordImpersonation(function);
 }
 
 void SetLogCallbacks(VixDiskLibGenericLogFunc *log, VixDiskLibGenericLogFunc *warn,
@@ -392,8 +399,11 @@ uint32_t VddkSim_OpenHandleCount(void) {
     return S().openHandles;
 }
 
+void VddkSim_RecordCallers(int on) { S().recordDataCallers.store(on != 0); }
+
 void VddkSim_Reset(void) {
     skclass::CsLock guard(S().lock);
+    S().recordDataCallers.store(true);
     for (auto &entry : S().functions) SetEvent(entry.second->release.get());
     // Held calls still reference their events: keep the states, clear their contents.
     for (auto &entry : S().functions) {

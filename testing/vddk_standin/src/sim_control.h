@@ -34,6 +34,8 @@ public:
 void RecordArg(const std::string &key, const std::string &value);
 // Records "user.<function>" from the calling thread's impersonation token.
 void RecordImpersonation(const char *function);
+// The same for the data calls (Read, Write), unless VddkSim_RecordCallers(0) turned it off.
+void RecordDataCaller(const char *function);
 
 void SetLogCallbacks(VixDiskLibGenericLogFunc *log, VixDiskLibGenericLogFunc *warn,
                      VixDiskLibGenericLogFunc *panic);

@@ -74,9 +74,12 @@ public:
     VixError Load() {
         const uint64_t gtCoverage = uint64_t(h_.numGTEsPerGT) * h_.grainSize;
         const uint64_t gdCount = CeilDiv(h_.capacity, gtCoverage);
-        if (gdCount > (32u << 20)) return VIX_E_DISK_INVALIDDISK;
         fileSectors_ = file_.Size() / 512;
         if (fileSectors_ < h_.overHead) return VIX_E_DISK_NEEDSREPAIR;  // truncated
+        // The directories must lie inside the file: their size then bounds
+        // what is allocated for them, whatever the header claims.
+        if (!InFile(h_.gdOffset, gdCount * 4) || ((h_.flags & 2) && !InFile(h_.rgdOffset, gdCount * 4)))
+            return VIX_E_DISK_NEEDSREPAIR;
         gd_.assign(size_t(gdCount), 0);
         rgd_.assign(size_t(gdCount), 0);
         if (gdCount && !file_.ReadAt(h_.gdOffset * 512, gd_.data(), gd_.size() * 4))
@@ -145,6 +148,11 @@ public:
     std::string extentPath_;
 
 private:
+    // Whether bytes at sector `at` lie inside the file (no wrap: both bounded first).
+    bool InFile(uint64_t at, uint64_t bytes) const {
+        return at <= fileSectors_ && bytes <= (fileSectors_ - at) * 512;
+    }
+
     VixError LoadGt(size_t gdIndex) {
         if (!gts_[gdIndex].empty() || gd_[gdIndex] == 0) return VIX_OK;
         if (uint64_t(gd_[gdIndex]) + CeilDiv(h_.numGTEsPerGT * 4ull, 512) > fileSectors_) return VIX_E_DISK_NEEDSREPAIR;
@@ -214,7 +222,7 @@ VixError OpenSparseExtent(const std::string &path, const std::string &descriptor
     SparseHeader h;
     if (!f.ReadAt(0, raw, sizeof raw) || !DecodeHeader(raw, &h)) return VIX_E_DISK_INVALIDDISK;
     if (h.version > 3 || h.grainSize == 0 || h.grainSize > 0x200000 || h.numGTEsPerGT == 0 ||
-        h.numGTEsPerGT > 512 || h.gdOffset == kGdAtEnd)
+        h.numGTEsPerGT > 512 || h.gdOffset == kGdAtEnd || h.capacity > kMaxDiskSectors)
         return VIX_E_DISK_NOTSUPPORTED;
     if (h.flags & 0x10000) return VIX_E_DISK_NOTSUPPORTED;  // compressed grains
     Descriptor desc;
@@ -233,6 +241,7 @@ VixError OpenSparseExtent(const std::string &path, const std::string &descriptor
 }
 
 VixError CreateSparseFile(const std::string &path, uint64_t capacity, const Descriptor &desc) {
+    if (capacity > kMaxDiskSectors) return VIX_E_FILE_TOO_BIG;
     SparseHeader h;
     h.capacity = capacity;
     const uint64_t grains = CeilDiv(capacity, h.grainSize);
@@ -245,7 +254,7 @@ VixError CreateSparseFile(const std::string &path, uint64_t capacity, const Desc
     std::string text = SerializeDescriptor(desc);
     if (text.size() >= kEmbeddedDescriptorBytes) return VIX_E_FILE_TOO_BIG;
     File f;
-    if (!f.Create(path, false)) return FileExists(path) ? VIX_E_FILE_ALREADY_EXISTS : VIX_E_FILE_ACCESS_ERROR;
+    if (!f.Create(path, false)) return CreateRefused(path);
     std::vector<uint8_t> meta(size_t(h.overHead * 512), 0);
     EncodeHeader(h, meta.data());
     memcpy(meta.data() + kEmbeddedDescriptorOffset, text.data(), text.size());

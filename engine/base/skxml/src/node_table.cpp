@@ -7,20 +7,35 @@
 namespace skxml {
 namespace {
 
+// Where the reader stands: line and column of the node it reports.
+struct Position {
+    UINT line = 0;
+    UINT column = 0;
+    bool operator==(const Position &other) const { return line == other.line && column == other.column; }
+};
+
 // Builds the table while XmlLite reads. Element and attribute names repeat
 // (a million "extent"s): a few recent names are kept and reused from the pool.
 class TableBuilder {
 public:
-    explicit TableBuilder(NodeTable &table) : table_(table) { open_.push_back({0, kNoNode}); }
-    HRESULT AddElement(IXmlReader *reader);
-    void EndElement() {
-        if (open_.size() > 1) open_.pop_back();
+    explicit TableBuilder(NodeTable &table) : table_(table) { open_.push_back({0, kNoNode, Position()}); }
+    HRESULT AddElement(IXmlReader *reader, Position at);
+    // False when the end tag was not in the text: Wine's reader makes one up,
+    // at the element's own start, for a root that input ended inside.
+    bool EndElement(Position at) {
+        if (open_.size() <= 1) return true;
+        if (open_.back().start == at) return false;
+        open_.pop_back();
+        return true;
     }
+    // Whether every element that was opened has been closed.
+    bool AllClosed() const { return open_.size() == 1; }
 
 private:
     struct OpenElement {
         uint32_t node;
         uint32_t lastChild;
+        Position start;
     };
     bool Append(const wchar_t *text, UINT length, TextRef &ref);
     bool AppendName(const wchar_t *text, UINT length, TextRef &ref);
@@ -77,7 +92,7 @@ HRESULT TableBuilder::AddAttributes(IXmlReader *reader, NodeEntry &node) {
     return FAILED(hr) ? hr : S_OK;
 }
 
-HRESULT TableBuilder::AddElement(IXmlReader *reader) {
+HRESULT TableBuilder::AddElement(IXmlReader *reader, Position at) {
     const bool isEmpty = reader->IsEmptyElement() != FALSE;  // before moving to attributes
     const wchar_t *name = nullptr;
     UINT nameLength = 0;
@@ -95,22 +110,41 @@ HRESULT TableBuilder::AddElement(IXmlReader *reader) {
     else
         table_.nodes[parent.lastChild].nextSibling = index;
     parent.lastChild = index;
-    if (!isEmpty) open_.push_back({index, kNoNode});
+    if (!isEmpty) open_.push_back({index, kNoNode, at});
     return S_OK;
 }
 
+Position PositionOf(IXmlReader *reader) {
+    Position at;
+    reader->GetLineNumber(&at.line);
+    reader->GetLinePosition(&at.column);
+    return at;
+}
+
+// Every failure of XmlLite ends the load, and so does an end of input with an
+// element still open. Wine's reader does not report that end: it hands out
+// the last node again, at the same place, for ever, or it makes up the root's
+// end tag; either would pass a truncated list off as complete, or never
+// return. Two nodes of one kind never start at one place in real text.
 HRESULT ReadAll(IXmlReader *reader, NodeTable &table) {
+    const HRESULT truncated = static_cast<HRESULT>(MX_E_INPUTEND);
     TableBuilder builder(table);
-    XmlNodeType type = XmlNodeType_None;
+    XmlNodeType type = XmlNodeType_None, previousType = XmlNodeType_None;
+    Position previous;
     HRESULT hr;
     while ((hr = reader->Read(&type)) == S_OK) {
+        const Position at = PositionOf(reader);
+        if (type == XmlNodeType_None || (type == previousType && at == previous)) return truncated;
+        previous = at;
+        previousType = type;
         if (type == XmlNodeType_Element) {
-            if (FAILED(hr = builder.AddElement(reader))) return hr;
+            if (FAILED(hr = builder.AddElement(reader, at))) return hr;
         } else if (type == XmlNodeType_EndElement) {
-            builder.EndElement();
+            if (!builder.EndElement(at)) return truncated;
         }
     }
-    return FAILED(hr) ? hr : S_OK;
+    if (FAILED(hr)) return hr;
+    return hr == S_FALSE && builder.AllClosed() ? S_OK : truncated;
 }
 
 std::wstring PositionedError(IXmlReader *reader, HRESULT hr) {

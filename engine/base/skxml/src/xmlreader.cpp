@@ -5,6 +5,7 @@
 #include <wchar.h>
 #include <skclass_mini/handles.h>
 #include "node_table.h"
+#include "number_text.h"
 
 struct CXmlReader::Document {
     skxml::NodeTable table;
@@ -34,28 +35,6 @@ const skxml::AttributeEntry *CXmlReader::Document::FindAttribute(const wchar_t *
 }
 
 namespace {
-
-bool IsXmlSpace(wchar_t c) { return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n'; }
-
-// Strict unsigned decimal, surrounding XML whitespace allowed. Unlike a bare
-// "%I64u" scan, "12abc", "-1", "" and values above 2^64-1 are refused, so a
-// damaged extent list cannot turn into plausible offsets.
-bool ParseUInt64(const wchar_t *text, size_t length, uint64_t &value) {
-    size_t i = 0;
-    while (i < length && IsXmlSpace(text[i])) ++i;
-    size_t end = length;
-    while (end > i && IsXmlSpace(text[end - 1])) --end;
-    if (i == end) return false;
-    uint64_t result = 0;
-    for (; i < end; ++i) {
-        if (text[i] < L'0' || text[i] > L'9') return false;
-        const uint64_t digit = static_cast<uint64_t>(text[i] - L'0');
-        if (result > (UINT64_MAX - digit) / 10) return false;
-        result = result * 10 + digit;
-    }
-    value = result;
-    return true;
-}
 
 // A document handed over as a wide string may start with a BOM: U+FEFF, or a
 // UTF-8 BOM whose bytes were widened one by one when the file was read into
@@ -155,5 +134,5 @@ bool CXmlReader::GetAttribute(const wchar_t *name, std::wstring &value) const {
 bool CXmlReader::GetAttributeUInt64(const wchar_t *name, uint64_t &value) const {
     const skxml::AttributeEntry *attribute = doc_->FindAttribute(name);
     if (attribute == nullptr) return false;
-    return ParseUInt64(doc_->table.pool.data() + attribute->value.offset, attribute->value.length, value);
+    return skxml::ParseUInt64(doc_->table.pool.data() + attribute->value.offset, attribute->value.length, value);
 }

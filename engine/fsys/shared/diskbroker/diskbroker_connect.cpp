@@ -95,7 +95,7 @@ VixError diskBroker::VixDiskLib_PrepareForAccess(const VixDiskLibConnectParams *
         if (result == VIX_OK) return VIX_OK;
         KeepLastError(result);
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"VixDiskLib_PrepareForAccess() failed. Error code %I64d. Error Msg: %s",
-                     static_cast<long long>(lastError), lastErrorText.c_str());
+                     static_cast<long long>(result), LastErrorText().c_str());
         if (!IsMaskableAccessCode(result)) return result;
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"Masking the last error from VixDiskLib_PrepareForAccess().");
         ClearLastError();
@@ -120,7 +120,7 @@ VixError diskBroker::VixDiskLib_EndAccess(const VixDiskLibConnectParams *params,
         } while (attempts < kMaxAccessAttempts);
         KeepLastError(result);
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"VixDiskLib_EndAccess() failed. Error code %I64d. Error Msg: %s",
-                     static_cast<long long>(lastError), lastErrorText.c_str());
+                     static_cast<long long>(result), LastErrorText().c_str());
         // Whatever went wrong, the backup itself is done: a failed release of
         // the machine must not fail it.
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"Masking the last error from VixDiskLib_EndAccess().");
@@ -135,14 +135,27 @@ VixError diskBroker::RouteEndAccess(const VixDiskLibConnectParams *params, const
 }
 
 void diskBroker::KeepLastError(VixError error) {
+    wcstring text;
+    GetErrorText(error, text);  // VDDK is asked outside the lock
+    skclass::CsLock hold(lastErrorLock);
     lastError = error;
-    lastErrorText.clear();
-    GetErrorText(error, lastErrorText);
+    lastErrorText = text;
 }
 
 void diskBroker::ClearLastError() {
+    skclass::CsLock hold(lastErrorLock);
     lastError = VIX_OK;
     lastErrorText.clear();
+}
+
+VixError diskBroker::LastError() const {
+    skclass::CsLock hold(lastErrorLock);
+    return lastError;
+}
+
+wcstring diskBroker::LastErrorText() const {
+    skclass::CsLock hold(lastErrorLock);
+    return lastErrorText;
 }
 
 void diskBroker::ReleaseUnusedDriveMappings() {

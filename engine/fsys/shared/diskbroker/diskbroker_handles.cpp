@@ -170,7 +170,8 @@ VixError diskBroker::VixDiskLib_Close(_vixReadWriteHandle *handle) {
             return CloseVixHandle(*record);
         }
         if (threadingModel == kNoThreadingModel) {
-            // The record stays the caller's in this model, as it always has.
+            // The record stays the caller's in this model: agents built for it
+            // free the record themselves after Close, and would free it twice.
             return diskLibGlue ? diskLibGlue->VixDiskLib_Close(handle->vixHandle, &handle->stats) : kNoBindingResult;
         }
         return VIX_OK;
@@ -190,72 +191,86 @@ VixError diskBroker::CloseVixHandle(_vixReadWriteHandle &record) {
 VixError diskBroker::VixDiskLib_Read(_vixReadWriteHandle *handle, VixDiskLibSectorType startSector,
                                      VixDiskLibSectorType numSectors, uint8 *readBuffer) {
     if (!handle) return RefuseNullHandle(L"VixDiskLib_Read");
-    return RouteHandleCall(
-        handle,
-        [&](vixWorkerThread &worker) {
-            return worker.VixDiskLib_Read(handle->vixHandle, startSector, numSectors, readBuffer, &handle->stats);
-        },
-        [&](vixDiskLibGlue &glue) {
-            return glue.VixDiskLib_Read(handle->vixHandle, startSector, numSectors, readBuffer, &handle->stats);
-        });
+    return Guarded(L"VixDiskLib_Read", kExceptionResult, [&]() -> VixError {
+        return RouteHandleCall(
+            handle,
+            [&](vixWorkerThread &worker) {
+                return worker.VixDiskLib_Read(handle->vixHandle, startSector, numSectors, readBuffer, &handle->stats);
+            },
+            [&](vixDiskLibGlue &glue) {
+                return glue.VixDiskLib_Read(handle->vixHandle, startSector, numSectors, readBuffer, &handle->stats);
+            });
+    });
 }
 
 VixError diskBroker::VixDiskLib_Write(_vixReadWriteHandle *handle, VixDiskLibSectorType startSector,
                                       VixDiskLibSectorType numSectors, const uint8 *writeBuffer) {
     if (!handle) return RefuseNullHandle(L"VixDiskLib_Write");
-    return RouteHandleCall(
-        handle,
-        [&](vixWorkerThread &worker) {
-            return worker.VixDiskLib_Write(handle->vixHandle, startSector, numSectors, writeBuffer, &handle->stats);
-        },
-        [&](vixDiskLibGlue &glue) {
-            return glue.VixDiskLib_Write(handle->vixHandle, startSector, numSectors, writeBuffer, &handle->stats);
-        });
+    return Guarded(L"VixDiskLib_Write", kExceptionResult, [&]() -> VixError {
+        return RouteHandleCall(
+            handle,
+            [&](vixWorkerThread &worker) {
+                return worker.VixDiskLib_Write(handle->vixHandle, startSector, numSectors, writeBuffer, &handle->stats);
+            },
+            [&](vixDiskLibGlue &glue) {
+                return glue.VixDiskLib_Write(handle->vixHandle, startSector, numSectors, writeBuffer, &handle->stats);
+            });
+    });
 }
 
 VixError diskBroker::VixDiskLib_ReadMetadata(_vixReadWriteHandle *handle, const char *key, char *buffer,
                                              size_t bufferLength, size_t *requiredLength) {
     if (!handle) return RefuseNullHandle(L"VixDiskLib_ReadMetadata");
-    auto call = [&](auto &binding) {
-        return binding.VixDiskLib_ReadMetadata(handle->vixHandle, key, buffer, bufferLength, requiredLength);
-    };
-    return RouteHandleCall(handle, call, call);
+    return Guarded(L"VixDiskLib_ReadMetadata", kExceptionResult, [&]() -> VixError {
+        auto call = [&](auto &binding) {
+            return binding.VixDiskLib_ReadMetadata(handle->vixHandle, key, buffer, bufferLength, requiredLength);
+        };
+        return RouteHandleCall(handle, call, call);
+    });
 }
 
 VixError diskBroker::VixDiskLib_WriteMetadata(_vixReadWriteHandle *handle, const char *key, const char *value) {
     if (!handle) return RefuseNullHandle(L"VixDiskLib_WriteMetadata");
-    auto call = [&](auto &binding) { return binding.VixDiskLib_WriteMetadata(handle->vixHandle, key, value); };
-    return RouteHandleCall(handle, call, call);
+    return Guarded(L"VixDiskLib_WriteMetadata", kExceptionResult, [&]() -> VixError {
+        auto call = [&](auto &binding) { return binding.VixDiskLib_WriteMetadata(handle->vixHandle, key, value); };
+        return RouteHandleCall(handle, call, call);
+    });
 }
 
 VixError diskBroker::VixDiskLib_GetMetadataKeys(_vixReadWriteHandle *handle, char *buffer, size_t bufferLength,
                                                 size_t *requiredLength) {
     if (!handle) return RefuseNullHandle(L"VixDiskLib_GetMetadataKeys");
-    auto call = [&](auto &binding) {
-        return binding.VixDiskLib_GetMetadataKeys(handle->vixHandle, buffer, bufferLength, requiredLength);
-    };
-    return RouteHandleCall(handle, call, call);
+    return Guarded(L"VixDiskLib_GetMetadataKeys", kExceptionResult, [&]() -> VixError {
+        auto call = [&](auto &binding) {
+            return binding.VixDiskLib_GetMetadataKeys(handle->vixHandle, buffer, bufferLength, requiredLength);
+        };
+        return RouteHandleCall(handle, call, call);
+    });
 }
 
 VixError diskBroker::VixDiskLib_GetInfo(_vixReadWriteHandle *handle, VixDiskLibInfo **info) {
     if (!handle) return RefuseNullHandle(L"VixDiskLib_GetInfo");
-    auto call = [&](auto &binding) { return binding.VixDiskLib_GetInfo(handle->vixHandle, info); };
-    return RouteHandleCall(handle, call, call);
+    return Guarded(L"VixDiskLib_GetInfo", kExceptionResult, [&]() -> VixError {
+        auto call = [&](auto &binding) { return binding.VixDiskLib_GetInfo(handle->vixHandle, info); };
+        return RouteHandleCall(handle, call, call);
+    });
 }
 
 const char *diskBroker::VixDiskLib_GetTransportMode(VixDiskLibHandle diskHandle) {
     auto call = [&](auto &binding) { return binding.VixDiskLib_GetTransportMode(diskHandle); };
-    return Route<const char *>(call, call);
+    return Guarded(L"VixDiskLib_GetTransportMode", static_cast<const char *>(nullptr),
+                   [&] { return Route<const char *>(call, call); });
 }
 
 const char *diskBroker::VixDiskLib_ListTransportModes() {
     auto call = [&](auto &binding) { return binding.VixDiskLib_ListTransportModes(); };
-    return Route<const char *>(call, call);
+    return Guarded(L"VixDiskLib_ListTransportModes", static_cast<const char *>(nullptr),
+                   [&] { return Route<const char *>(call, call); });
 }
 
 void diskBroker::VixDiskLib_FreeInfo(VixDiskLibInfo *info) {
     auto call = [&](auto &binding) { binding.VixDiskLib_FreeInfo(info); };
-    Route<void>(call, call);
+    diskbroker_detail::GuardedVoid(L"VixDiskLib_FreeInfo", [&] { Route<void>(call, call); });
 }
 
 VixError diskBroker::VixDiskLib_CreateChild(VixDiskLibHandle diskHandle, const char *childPath,
@@ -264,7 +279,7 @@ VixError diskBroker::VixDiskLib_CreateChild(VixDiskLibHandle diskHandle, const c
     auto call = [&](auto &binding) {
         return binding.VixDiskLib_CreateChild(diskHandle, childPath, diskType, progressFunc, progressCallbackData);
     };
-    return Route<VixError>(call, call);
+    return Guarded(L"VixDiskLib_CreateChild", kExceptionResult, [&] { return Route<VixError>(call, call); });
 }
 
 VixError diskBroker::VixDiskLib_Clone(VixDiskLibConnection dstConnection, const char *dstPath,
@@ -275,11 +290,11 @@ VixError diskBroker::VixDiskLib_Clone(VixDiskLibConnection dstConnection, const 
         return binding.VixDiskLib_Clone(dstConnection, dstPath, srcConnection, srcPath, createParams, progressFunc,
                                         progressCallbackData, overWrite);
     };
-    return Route<VixError>(call, call);
+    return Guarded(L"VixDiskLib_Clone", kExceptionResult, [&] { return Route<VixError>(call, call); });
 }
 
 VixError diskBroker::VixDiskLib_SpaceNeededForClone(VixDiskLibHandle diskHandle, VixDiskLibDiskType diskType,
                                                     uint64 *spaceNeeded) {
     auto call = [&](auto &binding) { return binding.VixDiskLib_SpaceNeededForClone(diskHandle, diskType, spaceNeeded); };
-    return Route<VixError>(call, call);
+    return Guarded(L"VixDiskLib_SpaceNeededForClone", kExceptionResult, [&] { return Route<VixError>(call, call); });
 }

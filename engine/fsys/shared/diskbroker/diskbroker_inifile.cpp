@@ -66,13 +66,21 @@ void WriteText(HANDLE file, const std::string &text) {
     WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
-// Creates the default file; false (logged) when it cannot be opened.
+// Bounds on the search for a free default name: a folder that refuses every
+// file (read-only, missing) must not keep the service's construction, and so
+// every job, waiting for ever.
+constexpr unsigned kMaxIniNames = 10000;       // names looked at, existing ones included
+constexpr unsigned kMaxIniCreateFailures = 8;  // names that could not be created
+
+// Creates the default file; false (logged, GetLastError kept) when it cannot be opened.
 bool WriteDefaultIniFile(const wcstring &path, const IniSettings &settings) {
     skclass::UniqueFile file(CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                          nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
+        const DWORD error = GetLastError();
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"diskBroker::createVDDkIniFile() Could not create the vddk ini file '%s' Error: %d",
-                     path.c_str(), static_cast<int>(GetLastError()));
+                     path.c_str(), static_cast<int>(error));
+        SetLastError(error);
         return false;
     }
     WriteText(file.get(), IniLine("vixDiskLib.nfcFssrvr.TimeoutMs", std::to_string(settings.timeoutMs)));
@@ -90,6 +98,8 @@ bool WriteDefaultIniFile(const wcstring &path, const IniSettings &settings) {
 bool diskBroker::createVDDkIniFile(wcstring &iniPath) {
     IniSettings settings = ReadIniSettings();
     preserveIniFile = settings.preserve != 0;
+    unsigned createFailures = 0;
+    DWORD lastError = 0;
     for (unsigned counter = 0;; ++counter) {
         if (!settings.userFile.empty()) {
             if (FileExists(settings.userFile)) {
@@ -103,12 +113,25 @@ bool diskBroker::createVDDkIniFile(wcstring &iniPath) {
             settings.userFile.clear();
             continue;
         }
+        if (counter >= kMaxIniNames || createFailures >= kMaxIniCreateFailures) {
+            SK_Zprintf_2(SK_SOURCE_FILE, 0,
+                         L"diskBroker::createVDDkIniFile() No vddk ini file could be created in the folder '%s' "
+                         L"(%u names tried, last Windows error %u). Initializing VDDK without a configuration file.",
+                         settings.dataDirectory.c_str(), counter, static_cast<unsigned>(lastError));
+            preserveIniFile = false;
+            return false;
+        }
         const wcstring candidate = settings.dataDirectory + L"\\vddk-" + std::to_wstring(counter) + L".ini";
-        if (FileExists(candidate)) continue;
+        if (FileExists(candidate)) {
+            lastError = ERROR_FILE_EXISTS;
+            continue;
+        }
         if (WriteDefaultIniFile(candidate, settings)) {
             iniPath = candidate;
             break;
         }
+        lastError = GetLastError();
+        ++createFailures;
     }
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"diskBroker::createVDDkIniFile() using the ini file %s for initialization",
                  iniPath.c_str());

@@ -107,8 +107,8 @@ void diskBroker::StartWorkerModel(const char *configFile) {
     // A worker whose thread did not start has no bindings: not usable.
     if (workerThread && !workerThread->IsRunning()) workerThread.reset();
     if (!workerThread) return;
-    // The name goes to the constructing thread, not to the worker: the
-    // product has always named it this way and debugger sessions rely on it.
+    // The name goes to the constructing thread, not to the worker: support's
+    // debugger scripts look the job thread up under this name.
     WorkerThread::SetThreadName(GetCurrentThreadId(), L"vixMainWorkerThread");
     const cstring libDir = LibraryDirectory(workerThread->diskLibGlue.get());
     KeepInitExFailure(workerThread->VixDiskLib_InitEx(kVddkMajorVersion, kVddkMinorVersion, &VddkLogCallback,
@@ -132,10 +132,9 @@ void diskBroker::StartNoThreadingModel(const char *configFile) {
 
 void diskBroker::KeepInitExFailure(VixError result) {
     if (result == VIX_OK) return;
-    lastError = result;
-    GetErrorText(result, lastErrorText);
+    KeepLastError(result);
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"VixDiskLib_InitEx() failed. Error code %I64d. Error Msg: %s",
-                 static_cast<long long>(lastError), lastErrorText.c_str());
+                 static_cast<long long>(result), LastErrorText().c_str());
 }
 
 void diskBroker::DeleteIniFile(const wcstring &iniPath) const {
@@ -148,15 +147,15 @@ void diskBroker::DeleteIniFile(const wcstring &iniPath) const {
 
 void diskBroker::VixDiskLib_Exit() {
     GuardedVoid(L"VixDiskLib_Exit", [&] {
-        // VDDK's own Exit runs twice in a row: here, and again from the
-        // binding's destructor, which exits a complete library before it
-        // unloads it. VDDK tolerates this and the product has always done it.
+        // VDDK's exit runs once. Model 0: the worker runs it as its last
+        // call, is joined, then the libraries are unloaded (its destructor).
+        // Model 1: here, on the caller's thread, and the binding, which
+        // outlives the service when others hold it, must not exit it again.
         if (threadingModel == kWorkerThreadModel && workerThread) {
-            workerThread->VixDiskLib_Exit();
-            workerThread->StopThread();
             workerThread.reset();
         } else if (threadingModel == kNoThreadingModel && diskLibGlue) {
             diskLibGlue->VixDiskLib_Exit();
+            diskLibGlue->exitLibraryOnDestroy = false;
             diskLibGlue.reset();
         }
     });

@@ -50,10 +50,24 @@ diskCacheBuffer *NewBuffer(uint32_t index, uint32_t capacity, bool withRunTable,
 
 }  // namespace
 
+bool BufferSizesUsable(const wchar_t *sourceFile, const wchar_t *startName, const wchar_t *cacheName,
+                       unsigned long bufferCount, unsigned long bufferSizeKB) {
+    const wchar_t *problem = nullptr;
+    if (bufferSizeKB == 0)
+        problem = L"A buffer size of 0 KB holds no sector";
+    else if (bufferSizeKB > kMaxBufferSizeKB)
+        problem = L"The buffer size in bytes does not fit in 32 bits";
+    else if (bufferCount > kMaxBufferCount)
+        problem = L"The buffer count is beyond what any cache uses";
+    if (!problem) return true;
+    SK_Zprintf_2(sourceFile, 0, L"%s: %s (%lu buffers of %lu KB). Cannot start the %s cache", startName, problem,
+                 bufferCount, bufferSizeKB, cacheName);
+    return false;
+}
+
 bool AllocateBuffers(const wchar_t *sourceFile, const wchar_t *failureMessage, unsigned long bufferCount,
                      unsigned long bufferSizeKB, bool withRunTables, uint32_t runCapacity,
                      diskCacheBuffer *&allBuffers, diskCacheQueue &freeQueue) {
-    // The product computes the size in 32 bits; a size that wraps stays wrapped.
     const uint32_t capacity = static_cast<uint32_t>(bufferSizeKB) * 1024u;
     bool allAllocated = true;
     for (unsigned long index = 0; index < bufferCount; ++index) {
@@ -110,7 +124,7 @@ diskCacheBuffer *WaitAndRemoveOr(diskCacheQueue &queue, HANDLE wake, DWORD milli
 }
 
 diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &freeQueue, diskCacheBuffer *&slot,
-                                 const volatile unsigned char &cancelRequested, HANDLE cancelEvent,
+                                 const std::atomic<unsigned char> &cancelRequested, HANDLE cancelEvent,
                                  const wchar_t *cancelMessage) {
     if (slot) return slot;
     for (;;) {
@@ -212,16 +226,11 @@ long StartCacheThread(const wchar_t *sourceFile, ThreadEntry entry, void *argume
     return 0;
 }
 
-void PublishError(wcstring &errorText, const wcstring &text, volatile uint32_t &errorCode, uint32_t code) {
+void PublishError(wcstring &errorText, const wcstring &text, std::atomic<uint32_t> &errorCode, uint32_t code) {
     errorText = text;
-    std::atomic_thread_fence(std::memory_order_release);
-    errorCode = code;
+    errorCode.store(code, std::memory_order_release);
 }
 
-uint32_t ReadError(const volatile uint32_t &errorCode) {
-    const uint32_t code = errorCode;
-    std::atomic_thread_fence(std::memory_order_acquire);
-    return code;
-}
+uint32_t ReadError(const std::atomic<uint32_t> &errorCode) { return errorCode.load(std::memory_order_acquire); }
 
 }  // namespace vddkcache

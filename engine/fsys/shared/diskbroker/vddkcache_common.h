@@ -6,6 +6,8 @@
 
 #include <stdint.h>
 
+#include <atomic>
+
 #include <skclass_mini/strings.h>
 #include <skclass_mini/win.h>
 #include <vddkcache.h>
@@ -21,8 +23,21 @@ constexpr DWORD kQueueRoundMs = 1000;
 
 // --- Buffers ----------------------------------------------------------------
 
+// Most buffers one cache may ask for; beyond it a count is a fault, not a
+// setting (each failed buffer would cost a log line, and a pass no more speed).
+constexpr unsigned long kMaxBufferCount = 65536;
+// Largest size whose byte count still fits the 32 bits it is computed in.
+constexpr unsigned long kMaxBufferSizeKB = 0xFFFFFFFFu / 1024u;
+
+// Whether a cache can be built from these sizes: no buffer of 0 bytes (no
+// sector ever fits, so the pass never moves), no size that wraps in 32 bits,
+// no absurd count. When not, logs "<startName>: <what is wrong>. Cannot start
+// the <cacheName> cache" and returns false.
+bool BufferSizesUsable(const wchar_t *sourceFile, const wchar_t *startName, const wchar_t *cacheName,
+                       unsigned long bufferCount, unsigned long bufferSizeKB);
+
 // Allocates bufferCount buffers of bufferSizeKB x 1024 bytes (computed in 32
-// bits, as the product does) with index 0..bufferCount-1, pushes each onto
+// bits: BufferSizesUsable keeps that from wrapping) with index 0..bufferCount-1, pushes each onto
 // allBuffers (newest first) and appends it to freeQueue. With withRunTables,
 // each buffer also gets a zeroed run table with runCapacity set and room for
 // runCapacity + 1 runs. A buffer that cannot be allocated whole is freed,
@@ -54,7 +69,7 @@ diskCacheBuffer *WaitAndRemoveOr(diskCacheQueue &queue, HANDLE wake, DWORD milli
 // and returns null. cancelEvent (nullable), set together with the flag, ends a
 // round early.
 diskCacheBuffer *TakeEmptyBuffer(const wchar_t *sourceFile, diskCacheQueue &freeQueue, diskCacheBuffer *&slot,
-                                 const volatile unsigned char &cancelRequested, HANDLE cancelEvent,
+                                 const std::atomic<unsigned char> &cancelRequested, HANDLE cancelEvent,
                                  const wchar_t *cancelMessage);
 
 // Forgets every queued buffer and takes the semaphore back to 0, so a queue
@@ -110,8 +125,8 @@ long StartCacheThread(const wchar_t *sourceFile, ThreadEntry entry, void *argume
 
 // Records a failure for the other side: the text first, then the code, so a
 // thread that sees the code also sees its text.
-void PublishError(wcstring &errorText, const wcstring &text, volatile uint32_t &errorCode, uint32_t code);
+void PublishError(wcstring &errorText, const wcstring &text, std::atomic<uint32_t> &errorCode, uint32_t code);
 // Reads a code written by PublishError; once non-zero, its text may be read.
-uint32_t ReadError(const volatile uint32_t &errorCode);
+uint32_t ReadError(const std::atomic<uint32_t> &errorCode);
 
 }  // namespace vddkcache

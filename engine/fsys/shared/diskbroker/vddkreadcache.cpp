@@ -3,10 +3,10 @@
 //
 // The ring: a buffer in circulation is in freeQueue, in filledQueue, in
 // fillBuffer (read thread) or in drainBuffer (job thread), and nowhere twice.
-// A close does not drain the queues, as the product does not: what a pass
-// closed early left in filledQueue opens the next pass's stream, and the two
-// buffers that were current at the close leave circulation until stop frees
-// them.
+// A close does not drain the queues, so that it never waits on a read thread
+// stuck in VMware: what a pass closed early left in filledQueue opens the
+// next pass's stream, and the two buffers that were current at the close
+// leave circulation until stop frees them.
 #include <string.h>
 
 #include <algorithm>
@@ -150,7 +150,8 @@ void RunPass(diskReadContextStruct *context) {
 }
 
 void InitializeCom(diskReadContextStruct *context) {
-    // Single-threaded apartment, as the product's read thread asks for.
+    // Single-threaded apartment: VDDK's transport plug-ins expect COM set up
+    // on the thread that calls them, in the apartment model they register.
     context->comEnvironment = ComEnvironmentFactory::Create(1);
     if (!context->comEnvironment)
         SK_Zprintf_2(kSourceFile, 0, L"%s Failed to get the Com Environment", L"initializeCom");
@@ -250,6 +251,9 @@ long diskBroker::startReadCacheThread(diskReadContextStruct *context, unsigned l
                                       unsigned long bufferSizeKB, unsigned long raisePriority) {
     if (!context) return vddkcache::kResourceError;
     return Guarded(L"startReadCacheThread", vddkcache::kResourceError, [&]() -> long {
+        if (!vddkcache::BufferSizesUsable(kSourceFile, L"diskBroker::startReadCacheThread()", L"read", bufferCount,
+                                          bufferSizeKB))
+            return vddkcache::kResourceError;
         long result = 0;
         context->startEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
         if (!context->startEvent) {
@@ -289,6 +293,7 @@ long diskBroker::startReadCacheThread(diskReadContextStruct *context, unsigned l
 
 long diskBroker::GetDiskCacheBuffer(diskReadContextStruct *context, unsigned char *destination, unsigned int *length) {
     if (!context || !length) return 0;
+    if (!destination && *length != 0) return kReadError;  // nowhere to copy to
     return Guarded(L"GetDiskCacheBuffer", kReadError, [&]() -> long {
         if (const uint32_t error = vddkcache::ReadError(context->errorCode)) return static_cast<long>(error);
         if (diskCacheBuffer *buffer = TakeFilledBuffer(context)) return CopyOut(context, buffer, destination, length);
@@ -333,21 +338,30 @@ long diskBroker::stopReadCacheThread(diskReadContextStruct *context) {
         // be a use after free, so give it a bounded moment to go.
         const bool threadGone =
             !context->threadHandle || WaitForSingleObject(context->threadHandle, kStopGraceMs) == WAIT_OBJECT_0;
+        if (!threadGone) {
+            // Still inside a pass (a VMware call that does not return): what it
+            // may touch is left to it, a leak rather than memory freed in use.
+            SK_Zprintf_2(kSourceFile, 0,
+                         L"diskBroker::stopReadCacheThread() The read thread '%d' has not left after %d ms; its "
+                         L"buffers, histogram and extent reader are kept.",
+                         static_cast<int>(context->threadId), static_cast<int>(kStopGraceMs));
+            context->allBuffers = nullptr;
+            context->depthHistogram = nullptr;
+            context->extentReader = nullptr;
+            context->startEvent = nullptr;
+        }
         vddkcache::EmptyQueue(context->freeQueue);
         vddkcache::EmptyQueue(context->filledQueue);
         context->fillBuffer = nullptr;
         context->drainBuffer = nullptr;
         vddkcache::FreeBuffers(context->allBuffers);
         vddkcache::FreeHistogram(context->depthHistogram);
-        if (threadGone) {
-            delete context->extentReader;
-            context->extentReader = nullptr;
+        delete context->extentReader;
+        context->extentReader = nullptr;
+        if (threadGone) {  // else the thread closes both as it leaves: COM ends on its own thread
             if (context->impersonationToken) CloseHandle(context->impersonationToken);
             context->impersonationToken = nullptr;
             context->comEnvironment.reset();
-        } else {
-            // Still running: its COM environment must end on its own thread.
-            (void)context->comEnvironment.release();
         }
         if (context->startEvent) CloseHandle(context->startEvent);
         context->startEvent = nullptr;

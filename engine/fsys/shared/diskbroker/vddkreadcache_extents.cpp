@@ -30,8 +30,9 @@ const wchar_t kReadMetadata[] = L"diskBroker::ReadVMDiskMetaData()";
 //
 // The cursor always rests on an extent: DiskChangeInfo / area / extent. The
 // reader keeps its cursor where it was after a failed move, so leaving an area
-// means going up to it explicitly. An area without extents ends the walk, as
-// it ends the product's.
+// means going up to it explicitly. An area without extents ends the walk:
+// change lists are written with every area holding extents, and a job that
+// met an empty one has always received the areas before it as the whole disk.
 
 // A missing or unreadable attribute counts as 0, so such an extent reads nothing.
 void TakeExtent(diskReadContextStruct *context, const CXmlReader &reader) {
@@ -87,15 +88,60 @@ bool WriteBytes(HANDLE file, const char *bytes, size_t count) {
     return WriteFile(file, bytes, static_cast<DWORD>(count), &written, nullptr) && written == count;
 }
 
-// Reads one key's value into value (kMetadataValueBytes). A value that cannot
-// be read is asked for again, as the product does, for as long as the cache
-// is neither cancelled nor stopped; false when it gave up.
-bool ReadMetadataValue(diskReadContextStruct *context, const PassTarget &target, const char *key, char *value,
-                       size_t &valueLength) {
+// A value VMware reports as longer than the buffer is read once more with the
+// length it asked for; no VDDK value comes near this bound, so a larger claim
+// is a fault, not a value.
+constexpr size_t kMetadataValueLimit = 16u << 20;
+
+// Where one key's value ended up: the fixed buffer, or one sized for a long value.
+struct MetadataValue {
+    char *fixed = nullptr;  // kMetadataValueBytes
+    std::unique_ptr<char[]> large;
+    const char *bytes = nullptr;
+    size_t length = 0;
+};
+
+// Reads a value that did not fit: once, with the length VMware asked for.
+VixError ReadLongValue(const PassTarget &target, const char *key, size_t required, MetadataValue &value) {
+    if (required > kMetadataValueLimit) return VIX_E_BUFFER_TOOSMALL;
+    value.large.reset(new (std::nothrow) char[required]());
+    if (!value.large) return VIX_E_OUT_OF_MEMORY;
+    size_t length = 0;
+    const VixError error =
+        target.broker->VixDiskLib_ReadMetadata(target.diskHandle, key, value.large.get(), required, &length);
+    if (error == VIX_OK) {
+        value.bytes = value.large.get();
+        value.length = std::min(length, required);
+    }
+    return error;
+}
+
+// Reads one key's value. A value longer than the fixed buffer is read again
+// once at its own length. Any other failure is asked for again for as long
+// as the cache is neither cancelled nor stopped: a passing failure then costs
+// nothing in the export, and a lasting one cannot keep the pass for ever.
+// False when it gave up.
+bool ReadMetadataValue(diskReadContextStruct *context, const PassTarget &target, const char *key,
+                       MetadataValue &value) {
     for (bool told = false;; told = true) {
-        const VixError error =
-            target.broker->VixDiskLib_ReadMetadata(target.diskHandle, key, value, kMetadataValueBytes, &valueLength);
-        if (error == VIX_OK) return true;
+        size_t length = 0;
+        VixError error =
+            target.broker->VixDiskLib_ReadMetadata(target.diskHandle, key, value.fixed, kMetadataValueBytes, &length);
+        if (error == VIX_OK) {
+            value.bytes = value.fixed;
+            value.length = std::min(length, kMetadataValueBytes);
+            return true;
+        }
+        if (VIX_ERROR_CODE(error) == VIX_E_BUFFER_TOOSMALL && length > kMetadataValueBytes) {
+            error = ReadLongValue(target, key, length, value);
+            if (error == VIX_OK) return true;
+            SK_Zprintf_2(kSourceFile, 0,
+                         L"%s Could not read the value of the key '%s' (%I64u bytes) Error: '%I64d'. Skipping the "
+                         L"rest of the metadata.",
+                         kReadMetadata, wcstring::FromUtf8(key).c_str(), static_cast<unsigned long long>(length),
+                         static_cast<long long>(error));
+            return false;
+        }
         if (!told)
             SK_Zprintf_2(kSourceFile, 0, L"%s Could not read the value of the key '%s' Error: '%I64d'. Retrying...",
                          kReadMetadata, wcstring::FromUtf8(key).c_str(), static_cast<long long>(error));
@@ -105,18 +151,20 @@ bool ReadMetadataValue(diskReadContextStruct *context, const PassTarget &target,
 }
 
 // Each key with its zero, then its value as VMware sized it. The list ends at
-// an empty key, and also at a one-character key (the product's rule).
+// an empty key, and also at a one-character key: exports already taken end
+// there, and a restore must find the same keys in them.
 void WriteKeysAndValues(diskReadContextStruct *context, const PassTarget &target, HANDLE file, const char *keys,
-                        size_t keysLength, char *value) {
+                        size_t keysLength, char *valueBuffer) {
     const char *key = keys;
     const char *const end = keys + keysLength;
     while (end - key >= 2 && key[0] != '\0' && key[1] != '\0') {
         const size_t keyLength = strnlen(key, static_cast<size_t>(end - key));
         if (key + keyLength == end) return;  // no terminating zero inside the list
-        size_t valueLength = 0;
-        if (!ReadMetadataValue(context, target, key, value, valueLength)) return;
+        MetadataValue value;
+        value.fixed = valueBuffer;
+        if (!ReadMetadataValue(context, target, key, value)) return;
         WriteBytes(file, key, keyLength + 1);
-        WriteBytes(file, value, std::min(valueLength, kMetadataValueBytes));
+        WriteBytes(file, value.bytes, value.length);
         key += keyLength + 1;
     }
 }

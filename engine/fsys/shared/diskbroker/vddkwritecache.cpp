@@ -13,6 +13,7 @@
 #include "diskbroker_private.h"
 #include "vddkcache_common.h"
 #include "vddkwritecache_internal.h"
+#include "vddkwritecache_runs.h"
 
 using diskbroker_detail::Guarded;
 using namespace writecache_detail;
@@ -60,13 +61,15 @@ long StartWriteCache(diskWriteContextStruct &context, unsigned long bufferCount,
                      kStartName);
         return vddkcache::kResourceError;
     }
+    if (!vddkcache::BufferSizesUsable(kSourceFile, kStartName, L"Write", bufferCount, bufferSizeKB))
+        return vddkcache::kResourceError;
     long result = 0;
     context.startEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (!context.startEvent) {
         SK_Zprintf_2(kSourceFile, 0, L"%s Could not create the events. Cannot start the Write cache", kStartName);
         result = vddkcache::kResourceError;
     }
-    context.depthHistogram = nullptr;
+    vddkcache::FreeHistogram(context.depthHistogram);  // a restart's, not a leak
     ResetPass(context);
     const uint32_t runCapacity = bufferSizeKB / minRunSizeKB;
     SK_Zprintf_2(kSourceFile, 0, L"%s: Allocating %d buffers of size %d", kStartName, bufferCount, bufferSizeKB);
@@ -101,37 +104,13 @@ long StartWriteCache(diskWriteContextStruct &context, unsigned long bufferCount,
     return result;
 }
 
-// Copies what fits of the run into buffer: merged into the last run when
-// adjacent, else as a new run while the table has room. Hands the buffer on
-// when it is full or when its table refused the run. Returns the sectors
-// still to place; data, startSector and sectorCount then describe them.
+// Places what fits of the run in buffer and hands the buffer on when it is
+// full or refused the run. Returns the sectors still to place.
 uint64_t PlaceRun(diskWriteContextStruct &context, diskCacheBuffer &buffer, const unsigned char *&data,
                   uint64_t &startSector, uint64_t &sectorCount) {
-    const uint64_t freeSectors = (buffer.capacity - buffer.filled) / kSectorBytes;
-    const uint64_t taken = freeSectors <= sectorCount ? freeSectors : sectorCount;
-    const uint64_t remainder = sectorCount - taken;
-    diskCacheRunTable &table = *buffer.runTable;
-    diskCacheRun *last = table.runsUsed > 0 ? &table.runs[table.runsUsed - 1] : nullptr;
-    const bool continues = last && last->startSector + last->sectorCount == startSector;
-    bool refused = false;
-    if (continues || table.runsUsed <= table.runCapacity) {
-        if (taken) memcpy(buffer.data + buffer.filled, data, size_t(taken * kSectorBytes));
-        buffer.filled += taken * kSectorBytes;
-        if (continues)
-            last->sectorCount += taken;
-        else
-            table.runs[table.runsUsed++] = diskCacheRun{startSector, taken};
-        data += taken * kSectorBytes;
-        startSector += taken;
-        sectorCount = remainder;
-    } else {
-        // Kept as the product has it: a refused run that would have fitted
-        // leaves no remainder and is not queued; one that would not have
-        // fitted goes whole into the next buffer.
-        refused = true;
-    }
-    if (buffer.filled == buffer.capacity || refused) vddkcache::HandOn(context.fillBuffer, context.filledQueue);
-    return remainder;
+    const RunPlacement placed = PlaceRunInBuffer(buffer, data, startSector, sectorCount);
+    if (placed.handOn) vddkcache::HandOn(context.fillBuffer, context.filledQueue);
+    return placed.remainder;
 }
 
 long PutRun(diskWriteContextStruct &context, const unsigned char *data, uint64_t startSector, uint64_t sectorCount) {
@@ -190,7 +169,7 @@ void FinishPass(diskWriteContextStruct &context) {
     if (context.cancelRequested) DiscardFilledBuffers(context, 0);
     if (context.errorCode == 0 && context.bytesWritten != context.diskSize)
         SK_Zprintf_2(kSourceFile, 0, L"Disk size: '%I64d' Data Written: '%I64d' ", context.diskSize,
-                     context.bytesWritten);
+                     context.bytesWritten.load());
 }
 
 long CloseWriteCache(diskWriteContextStruct &context) {
@@ -208,7 +187,19 @@ long StopWriteCache(diskWriteContextStruct &context) {
     if (context.startEvent) SetEvent(context.startEvent);
     skclass::UniqueHandle thread(context.threadHandle);
     skclass::UniqueHandle startEvent(context.startEvent);
-    if (thread) WaitForSingleObject(thread.get(), kThreadExitWaitMs);
+    context.threadHandle = nullptr;
+    context.startEvent = nullptr;
+    if (thread && WaitForSingleObject(thread.get(), kThreadExitWaitMs) != WAIT_OBJECT_0) {
+        // Still inside a pass (a VMware write that does not return): what it
+        // may touch is left to it, a leak rather than memory freed in use.
+        SK_Zprintf_2(kSourceFile, 0,
+                     L"%s The write thread '%d' has not left after %d ms; its buffers and histogram are kept.",
+                     L"diskBroker::stopWriteCacheThread()", static_cast<int>(context.threadId),
+                     static_cast<int>(kThreadExitWaitMs));
+        (void)startEvent.release();
+        context.allBuffers = nullptr;
+        context.depthHistogram = nullptr;
+    }
     // The queues are the caller's and outlive the buffers.
     vddkcache::EmptyQueue(context.freeQueue);
     vddkcache::EmptyQueue(context.filledQueue);
@@ -216,8 +207,6 @@ long StopWriteCache(diskWriteContextStruct &context) {
     context.drainBuffer = nullptr;
     vddkcache::FreeBuffers(context.allBuffers);
     vddkcache::FreeHistogram(context.depthHistogram);
-    context.threadHandle = nullptr;
-    context.startEvent = nullptr;
     return 0;
 }
 
@@ -226,12 +215,14 @@ long StopWriteCache(diskWriteContextStruct &context) {
 long diskBroker::startWriteCacheThread(diskWriteContextStruct *context, unsigned long bufferCount,
                                        unsigned long bufferSizeKB, unsigned long raisePriority,
                                        unsigned long minRunSizeKB) {
+    if (!context) return vddkcache::kResourceError;
     return Guarded(L"startWriteCacheThread", vddkcache::kResourceError, [&] {
         return StartWriteCache(*context, bufferCount, bufferSizeKB, raisePriority, minRunSizeKB);
     });
 }
 
 long diskBroker::startDiskWriteBuffer(diskWriteContextStruct *context) {
+    if (!context) return vddkcache::kResourceError;
     return Guarded(L"startDiskWriteBuffer", vddkcache::kResourceError, [&] {
         SK_Zprintf_2(kSourceFile, 0, L"Main Thread: setting the event startDiskWrite");
         context->writeActive = 1;
@@ -245,14 +236,17 @@ long diskBroker::startDiskWriteBuffer(diskWriteContextStruct *context) {
 
 long diskBroker::PutDiskCacheBuffer(diskWriteContextStruct *context, unsigned char *data,
                                     unsigned long long startSector, unsigned long long sectorCount) {
+    if (!context || (!data && sectorCount != 0)) return kWriteFailed;
     return Guarded(L"PutDiskCacheBuffer", kWriteFailed,
                    [&] { return PutRun(*context, data, startSector, sectorCount); });
 }
 
 long diskBroker::closeWriteCacheThread(diskWriteContextStruct *context) {
+    if (!context) return 0;
     return Guarded(L"closeWriteCacheThread", 0L, [&] { return CloseWriteCache(*context); });
 }
 
 long diskBroker::stopWriteCacheThread(diskWriteContextStruct *context) {
+    if (!context) return 0;
     return Guarded(L"stopWriteCacheThread", 0L, [&] { return StopWriteCache(*context); });
 }

@@ -13,7 +13,7 @@ const vixbinding::LibraryDescription kMntapi = {L"vixMntapiGlue", L"vixMntapi.dl
 const wchar_t kUnresolvedFormat[] = L"vixMntapiGlue: Uninitialized function pointer for: %s. ";
 
 // The name an unresolved entry point is reported under: its own, except two
-// that the product has always printed with an "m_" prefix.
+// printed with an "m_" prefix, which log watchers match on.
 const wchar_t *PrintedName(vixApi id) {
     switch (id) {
     case vixApi::VixMntapi_OpenDisks: return L"m_VixMntapi_OpenDisks";

@@ -10,13 +10,21 @@ namespace vixstats {
 namespace {
 
 constexpr unsigned kSectorShift = 9;
+// A disk read in ever-changing request sizes inside one extent would grow the
+// text by a run per request, without end: past this length the runs are
+// counted but no longer spelled out, and the text ends in ", ...".
+constexpr size_t kMaxChunkTextChars = 4096;
+const wchar_t kChunkTextCut[] = L", ...";
 
 // Appends "[count * size]" for the current run and starts a run of size
 // sectors (a run of size 0 counts nothing yet).
 void CloseRunAndStart(_vixReadWriteStats &stats, uint64_t size) {
-    if (!stats.chunkText.empty()) stats.chunkText += L", ";
-    stats.chunkText += L"[" + std::to_wstring(static_cast<int>(stats.chunkCount)) + L" * " +
-                       std::to_wstring(stats.chunkSectors) + L"]";
+    if (stats.chunkText.size() < kMaxChunkTextChars) {
+        if (!stats.chunkText.empty()) stats.chunkText += L", ";
+        stats.chunkText += L"[" + std::to_wstring(static_cast<int>(stats.chunkCount)) + L" * " +
+                           std::to_wstring(stats.chunkSectors) + L"]";
+        if (stats.chunkText.size() >= kMaxChunkTextChars) stats.chunkText += kChunkTextCut;
+    }
     stats.chunkSectors = size;
     stats.chunkCount = size == 0 ? 0 : 1;
 }

@@ -48,10 +48,21 @@ vixWorkerThread::vixWorkerThread(bool impersonate) : WorkerThread(2, L"vixMainWo
 }
 
 vixWorkerThread::~vixWorkerThread() {
+    // The thread that owns the libraries also ends them: their exits are its
+    // last calls, then it is joined, and only then do the bindings unload
+    // them, so no thread that may call into VDDK is alive when it goes.
+    if (IsRunning() && diskLibGlue && diskLibGlue->exitLibraryOnDestroy && diskLibGlue->OK()) {
+        VixDiskLib_Exit();
+        diskLibGlue->exitLibraryOnDestroy = false;
+    }
+    if (IsRunning() && mntapiGlue && mntapiGlue->exitLibraryOnDestroy && mntapiGlue->OK()) {
+        VixMntapi_Exit();
+        mntapiGlue->exitLibraryOnDestroy = false;
+    }
+    StopThread();
     diskLibGlue.reset();
     mntapiGlue.reset();
     CloseToken();
-    StopThread();
 }
 
 skclass::shared_ptr<vixWorkerThread> vixWorkerThread::GetInstance() {

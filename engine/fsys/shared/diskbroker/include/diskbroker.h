@@ -281,9 +281,10 @@ public:
     bool UsesWorkerForReadWrite() const { return useWorkerForReadWrite; }
     bool PreservesIniFile() const { return preserveIniFile; }
     // The last failure kept by InitEx, PrepareForAccess or EndAccess (0 and
-    // empty when none, or when it was masked). Not locked: last writer wins.
-    VixError LastError() const { return lastError; }
-    wcstring LastErrorText() const { return lastErrorText; }
+    // empty when none, or when it was masked). Last writer wins; the two
+    // always belong to the same failure.
+    VixError LastError() const;
+    wcstring LastErrorText() const;
 
 private:
     // Writes the VDDK configuration file (or picks the user's) and returns its
@@ -397,8 +398,10 @@ private:
     std::unique_ptr<vixWorkerThread> workerThread;  // model 0 only
     std::unique_ptr<vixDiskLibGlue> diskLibGlue;    // model 1 only
     std::unique_ptr<vixMntapiGlue> mntapiGlue;      // model 1 only
+    // Written by whichever job thread failed last: both under lastErrorLock.
     VixError lastError = 0;
     wcstring lastErrorText;
+    mutable skclass::CriticalSection lastErrorLock;
     bool preserveIniFile = false;
 
     // Remote parent bookkeeping, each container under the lock named with it.

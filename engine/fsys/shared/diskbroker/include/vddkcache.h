@@ -5,41 +5,18 @@
 #pragma once
 #include <stdint.h>
 
+#include <atomic>
 #include <memory>
 
 #include <skclass_mini/com.h>
 #include <skclass_mini/handles.h>
 #include <skclass_mini/singleton.h>
 #include <skclass_mini/strings.h>
+#include <vddkcache_buffer.h>
 #include <vixreadwritehandle.h>
 
 class CXmlReader;
 class diskBroker;
-
-// Write cache only: the sector runs whose bytes lie, in this order, in a
-// buffer's data. Allocated with room for runCapacity + 1 runs, because a table
-// accepts a new run while runsUsed <= runCapacity.
-struct diskCacheRun {
-    uint64_t startSector;
-    uint64_t sectorCount;
-};
-struct diskCacheRunTable {
-    uint32_t runCapacity;
-    uint32_t runsUsed;
-    diskCacheRun runs[1];  // runCapacity + 1 entries
-};
-
-struct diskCacheBuffer {
-    diskCacheBuffer *next = nullptr;        // in whichever queue holds it
-    diskCacheBuffer *nextAllocated = nullptr;  // the context's allBuffers list
-    uint32_t index = 0;                     // allocation order, 0-based
-    unsigned char *data = nullptr;
-    uint64_t capacity = 0;                  // bytes of data
-    uint64_t filled = 0;                    // valid bytes from the start of data
-    uint64_t consumed = 0;                  // bytes already taken out
-    diskCacheRunTable *runTable = nullptr;  // write cache only
-    unsigned char isLast = 0;               // write cache only: final buffer of the pass
-};
 
 // A FIFO of buffers: the lock guards head, tail and count for one append or
 // removal; the semaphore's count equals the number of queued buffers.
@@ -99,6 +76,8 @@ struct bufferDepthHistogram {
     uint32_t counts[1];  // bucketCount + 1 entries
 };
 
+// The flags and counters the job thread and the cache thread both touch are
+// atomic: each is written by one side and polled by the other.
 struct diskReadContextStruct {
     // Frees nothing the library allocated: stopReadCacheThread does.
     diskReadContextStruct() = default;
@@ -109,9 +88,9 @@ struct diskReadContextStruct {
     uint32_t threadId = 0;
     HANDLE impersonationToken = nullptr;
     HANDLE startEvent = nullptr;  // auto-reset: one pass, or wake to stop
-    volatile unsigned char readActive = 0;
-    volatile unsigned char cancelRequested = 0;
-    volatile unsigned char endOfDisk = 0;
+    std::atomic<unsigned char> readActive{0};
+    std::atomic<unsigned char> cancelRequested{0};
+    std::atomic<unsigned char> endOfDisk{0};
     diskCacheBuffer *allBuffers = nullptr;  // every buffer ever allocated, newest first
     diskCacheQueue freeQueue;
     diskCacheQueue filledQueue;
@@ -125,13 +104,13 @@ struct diskReadContextStruct {
     uint64_t currentSector = 0;
     uint64_t extentSectors = 0;
     uint64_t extentSectorsDone = 0;
-    volatile uint32_t errorCode = 0;
+    std::atomic<uint32_t> errorCode{0};
     wcstring errorText;
     wcstring metadataFilePath;  // set by the caller
-    volatile unsigned char metadataDone = 0;
+    std::atomic<unsigned char> metadataDone{0};
     bufferDepthHistogram *depthHistogram = nullptr;
     std::unique_ptr<ComEnvironment> comEnvironment;
-    volatile unsigned char stopRequested = 0;
+    std::atomic<unsigned char> stopRequested{0};
     // Let bounded waits end as soon as what they wait for happens: set by the
     // read thread when a pass's metadata export is done, and when it leaves a
     // pass (manual-reset; the job thread resets them before a pass).
@@ -152,9 +131,9 @@ struct diskWriteContextStruct {
     uint32_t threadId = 0;
     HANDLE impersonationToken = nullptr;
     HANDLE startEvent = nullptr;
-    volatile unsigned char writeActive = 0;
-    volatile unsigned char cancelRequested = 0;
-    volatile unsigned char endOfData = 0;
+    std::atomic<unsigned char> writeActive{0};
+    std::atomic<unsigned char> cancelRequested{0};
+    std::atomic<unsigned char> endOfData{0};
     diskCacheBuffer *allBuffers = nullptr;
     diskCacheQueue freeQueue;
     diskCacheQueue filledQueue;
@@ -164,12 +143,12 @@ struct diskWriteContextStruct {
     _vixReadWriteHandle *diskHandle = nullptr;  // set by the caller
     uint64_t sectorSize = 512;
     uint64_t diskSize = 0;  // set by the caller: bytes expected, checked at close
-    volatile uint64_t bytesWritten = 0;
-    volatile uint32_t errorCode = 0;
+    std::atomic<uint64_t> bytesWritten{0};
+    std::atomic<uint32_t> errorCode{0};
     wcstring errorText;
     bufferDepthHistogram *depthHistogram = nullptr;
-    volatile unsigned char writerBusy = 0;
-    volatile unsigned char stopRequested = 0;
+    std::atomic<unsigned char> writerBusy{0};
+    std::atomic<unsigned char> stopRequested{0};
     // Set by the write thread when it leaves a pass (auto-reset), so closing
     // returns as soon as the writer is done with the queue.
     skclass::UniqueHandle writerLeftPassEvent{CreateEventW(nullptr, FALSE, FALSE, nullptr)};

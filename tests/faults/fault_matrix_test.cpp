@@ -1,0 +1,161 @@
+// The fault matrix: each VDDK entry point a cache pass calls x {fails once,
+// fails always, takes 200 ms}, in every threading model. Each combination
+// ends with the result the caches promise for it, within the bounded waits
+// of the test, and a write pass writes nothing it was not given.
+#include <string.h>
+
+#include <vddksim.h>
+
+#include "readcache_fixture.h"
+
+namespace faulttest {
+namespace {
+
+using readcachetest::AllModels;
+using readcachetest::Area;
+using readcachetest::CacheContext;
+using readcachetest::kEndOfData;
+using readcachetest::kMetadataKeysError;
+using readcachetest::kReadError;
+using readcachetest::Model;
+using readcachetest::ModelName;
+using readcachetest::Stream;
+
+constexpr long kWriteFailed = static_cast<long>(0xE0009579u);
+constexpr uint32_t kAlways = 1000000;
+constexpr uint32_t kSlowMicroseconds = 200000;
+constexpr uint64_t kDiskBytes = 131072;  // two 64 KB buffers
+
+enum class Fault { Once, Always, Slow };
+const Fault kFaults[] = {Fault::Once, Fault::Always, Fault::Slow};
+const char *FaultName(Fault fault) {
+    return fault == Fault::Once ? "once" : fault == Fault::Always ? "always" : "slow";
+}
+
+class FaultMatrixTest : public readcachetest::ReadCacheTest, public ::testing::WithParamInterface<Model> {
+protected:
+    void SetUp() override {
+        ReadCacheTest::SetUp();
+        StartService(GetParam());
+    }
+    void Inject(const char *function, Fault fault) {
+        sim.VddkSim_Reset();
+        if (fault == Fault::Slow)
+            ASSERT_EQ(sim.VddkSim_SetLatency(function, kSlowMicroseconds), 1);
+        else
+            ASSERT_EQ(sim.VddkSim_ScriptResult(function, fault == Fault::Once ? 1 : kAlways, VIX_E_DISK_NOIO, nullptr,
+                                               VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR),
+                      1);
+    }
+    // One read pass over the first kDiskBytes of path; the stream's result.
+    long ReadPass(const std::string &path, Stream &stream) {
+        _vixReadWriteHandle *handle = OpenDisk(path);
+        if (!handle) return -1;
+        long result = -1;
+        {
+            CacheContext cache(*service);
+            if (cache.Start(2, 64) == 0) {
+                Prepare(cache.context, handle, WriteExtentList(L"pass.xml", {{{0, kDiskBytes}}}));
+                if (StreamPass(cache.context, 65536, stream)) result = stream.lastResult;
+            }
+        }
+        sim.VddkSim_Reset();
+        CloseDisk(handle);
+        return result;
+    }
+};
+
+// Metadata keys: the length probe's result is not looked at, so a failure of
+// either call fails the pass with the key-list result; slow is only slow.
+// Reads: a failure fails the pass with the read result; slow is only slow.
+TEST_P(FaultMatrixTest, ReadPassEndsWithThePromisedResult) {
+    const std::string sparse = CreateSparseDisk(L"faults.vmdk", kDiskBytes / 512, {{0, kDiskBytes / 512}}, 3);
+    _vixReadWriteHandle *reference = OpenDisk(sparse);
+    ASSERT_NE(reference, nullptr);
+    const std::vector<uint8_t> expected = DirectRead(reference, {{{0, kDiskBytes}}});
+    CloseDisk(reference);
+    const struct {
+        const char *function;
+        long failed;
+    } entryPoints[] = {{"VixDiskLib_GetMetadataKeys", kMetadataKeysError}, {"VixDiskLib_Read", kReadError}};
+    for (const auto &entry : entryPoints) {
+        for (Fault fault : kFaults) {
+            SCOPED_TRACE(std::string(entry.function) + " " + FaultName(fault));
+            Inject(entry.function, fault);
+            Stream stream;
+            const long result = ReadPass(sparse, stream);
+            if (fault == Fault::Slow) {
+                EXPECT_EQ(result, kEndOfData);
+                EXPECT_EQ(stream.bytes, expected);
+            } else {
+                EXPECT_EQ(result, entry.failed);
+                EXPECT_LE(stream.bytes.size(), expected.size());
+            }
+        }
+    }
+}
+
+// A metadata value that fails once is asked for again: the pass is whole.
+// (Failing always, it is asked for until the pass is cancelled: the
+// behaviour the read-cache tests cover with their own close.)
+TEST_P(FaultMatrixTest, AMetadataValueThatFailsOnceOrIsSlowCostsNothing) {
+    const std::string sparse = CreateSparseDisk(L"values.vmdk", kDiskBytes / 512, {{0, 8}}, 3);
+    for (Fault fault : {Fault::Once, Fault::Slow}) {
+        SCOPED_TRACE(FaultName(fault));
+        Inject("VixDiskLib_ReadMetadata", fault);
+        Stream stream;
+        EXPECT_EQ(ReadPass(sparse, stream), kEndOfData);
+        EXPECT_EQ(stream.bytes.size(), kDiskBytes);
+    }
+}
+
+// Writes: a failure fails the pass (a later put or the close sees it) and
+// nothing beyond what was put reaches the disk; slow is only slow.
+TEST_P(FaultMatrixTest, WritePassEndsWithThePromisedResult) {
+    for (Fault fault : kFaults) {
+        SCOPED_TRACE(FaultName(fault));
+        const std::string name = std::string("w") + FaultName(fault);
+        _vixReadWriteHandle *handle = nullptr;
+        wcstring mode;
+        ASSERT_EQ(service->VixDiskLib_Open(connection, ("memdisk://" + name + "?size=1048576&seed=5&verify=1").c_str(),
+                                           0, L"Write", &handle, mode),
+                  VixError(VIX_OK));
+        Inject("VixDiskLib_Write", fault);
+        diskWriteContextStruct context;
+        ASSERT_EQ(service->startWriteCacheThread(&context, 2, 64, 0, 1), 0);
+        context.broker = skclass::shared_ptr<diskBroker>(service.get(), [](diskBroker *) {});
+        context.diskHandle = handle;
+        context.diskSize = kDiskBytes * 2;
+        ASSERT_EQ(service->startDiskWriteBuffer(&context), 0);
+        std::vector<uint8_t> bytes(kDiskBytes);
+        for (size_t word = 0; word < bytes.size() / 8; ++word) {
+            const uint64_t value = VddkSimPatternWord(5, word);
+            memcpy(&bytes[word * 8], &value, 8);
+        }
+        long result = service->PutDiskCacheBuffer(&context, bytes.data(), 0, kDiskBytes / 512);
+        EXPECT_EQ(service->closeWriteCacheThread(&context), 0);
+        EXPECT_EQ(service->stopWriteCacheThread(&context), 0);
+        const uint64_t written = sim.VddkSim_MemDiskWrittenSectors(name.c_str());
+        EXPECT_EQ(sim.VddkSim_MemDiskMismatches(name.c_str()), 0u);
+        EXPECT_LE(written, kDiskBytes / 512) << "nothing beyond what was put";
+        if (fault == Fault::Slow) {
+            EXPECT_EQ(result, 0);
+            EXPECT_EQ(written, kDiskBytes / 512);
+        } else {
+            EXPECT_TRUE(result == 0 || result == kWriteFailed) << result;
+            EXPECT_LT(written, kDiskBytes / 512) << "a failed write is not counted as written";
+            bool told = false;
+            for (const std::wstring &line : log.Lines())
+                told = told || line.rfind(L"diskBroker::WriteDiskExtents() Could not write to the disk.", 0) == 0;
+            EXPECT_TRUE(told);
+        }
+        sim.VddkSim_Reset();
+        EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
+        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, FaultMatrixTest, ::testing::ValuesIn(AllModels()), ModelName);
+
+}  // namespace
+}  // namespace faulttest

@@ -1,0 +1,51 @@
+#!/bin/sh
+# Builds a libFuzzer target natively (clang, AddressSanitizer and
+# UndefinedBehaviorSanitizer) from the parsers that need no Windows, seeds it
+# (descriptors qemu-img writes; extent-list numbers), and runs it for a
+# bounded time. A crash fails the test; its input is printed by libFuzzer and
+# becomes a regression seed.
+# usage: run_fuzz.sh <source root> <seconds> descriptor|extent_numbers|write_runs
+set -eu
+root=$1
+seconds=$2
+target=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir "$work/corpus"
+flags="-std=c++17 -g -O1 -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all"
+case $target in
+descriptor)
+    standin=$root/testing/vddk_standin/src
+    clang++ $flags -DVDDKSIM_TEXT_ONLY -I"$standin" "$standin/descriptor.cpp" \
+        "$root/tests/fuzz/fuzz_descriptor.cpp" -o "$work/fuzz"
+    cd "$work"
+    for format in monolithicFlat twoGbMaxExtentFlat twoGbMaxExtentSparse; do
+        qemu-img create -q -f vmdk -o subformat=$format "seed-$format.vmdk" 3G
+        head -c 4096 "seed-$format.vmdk" | tr -d '\000' > "corpus/$format.txt"
+    done
+    qemu-img create -q -f vmdk -b seed-monolithicFlat.vmdk -F vmdk child.vmdk
+    # The sparse child keeps its descriptor at sector 1.
+    dd if=child.vmdk bs=512 skip=1 count=20 2>/dev/null | tr -d '\000' > corpus/child.txt
+    ;;
+extent_numbers)
+    clang++ $flags -I"$root/engine/base/skxml/src" "$root/tests/fuzz/fuzz_extent_numbers.cpp" -o "$work/fuzz"
+    cd "$work"
+    i=0
+    for seed in 0 512 " 1536 " 18446744073709551615 18446744073709551616 -1 12abc; do
+        i=$((i + 1))
+        printf '%s' "$seed" > "corpus/seed$i"
+    done
+    ;;
+write_runs)
+    broker=$root/engine/fsys/shared/diskbroker
+    clang++ $flags -I"$broker" -I"$broker/include" "$root/tests/fuzz/fuzz_write_runs.cpp" -o "$work/fuzz"
+    cd "$work"
+    printf '\003\002\001\010\001\010\005\100\000\020' > corpus/adjacent
+    printf '\017\000\003\077\003\077\003\077' > corpus/jumps
+    ;;
+*)
+    echo "unknown target $target" >&2
+    exit 2
+    ;;
+esac
+./fuzz -max_total_time="$seconds" -max_len=4096 -print_final_stats=1 corpus
