@@ -1,0 +1,108 @@
+// Sector run sets: gathered additions, merged by one sort and one pass.
+#include "sector_runs.h"
+
+#include <stdint.h>
+
+#include <algorithm>
+
+namespace sectormgr {
+
+namespace {
+
+// Past this many unmerged additions a merge runs anyway, so a long job that
+// commits without querying keeps memory near the merged size.
+constexpr size_t kPendingFloor = 4096;
+
+bool ByFirst(const SectorRun &a, const SectorRun &b) { return a.first < b.first; }
+
+// Merges a sorted sequence in place; every overlap or touch joins two runs.
+void Coalesce(SectorRuns &runs) {
+    size_t kept = 0;
+    for (const SectorRun &run : runs) {
+        if (kept > 0) {
+            SectorRun &previous = runs[kept - 1];
+            // previous.last + 1 would wrap at the top sector; test it first.
+            if (previous.last == UINT64_MAX || run.first <= previous.last + 1) {
+                previous.last = std::max(previous.last, run.last);
+                continue;
+            }
+        }
+        runs[kept++] = run;
+    }
+    runs.resize(kept);
+}
+
+}  // namespace
+
+uint64_t CountSectors(const SectorRuns &runs) {
+    uint64_t total = 0;
+    for (const SectorRun &run : runs) {
+        const uint64_t span = run.last - run.first;  // sectors - 1, never wraps
+        if (span == UINT64_MAX || total > UINT64_MAX - span - 1) return UINT64_MAX;
+        total += span + 1;
+    }
+    return total;
+}
+
+bool MakeRun(uint64_t start, uint64_t count, SectorRun &run) {
+    if (count == 0 || count - 1 > UINT64_MAX - start) return false;
+    run.first = start;
+    run.last = start + (count - 1);
+    return true;
+}
+
+void SectorRunSet::Add(const SectorRun &run) {
+    pending_.push_back(run);
+    if (pending_.size() > std::max(kPendingFloor, runs_.size())) Merge();
+}
+
+void SectorRunSet::Add(const SectorRuns &runs) {
+    pending_.insert(pending_.end(), runs.begin(), runs.end());
+    if (pending_.size() > std::max(kPendingFloor, runs_.size())) Merge();
+}
+
+const SectorRuns &SectorRunSet::Runs() {
+    if (!pending_.empty()) Merge();
+    return runs_;
+}
+
+void SectorRunSet::Clear() {
+    SectorRuns().swap(runs_);
+    SectorRuns().swap(pending_);
+}
+
+void SectorRunSet::Merge() {
+    std::sort(pending_.begin(), pending_.end(), ByFirst);
+    if (runs_.empty()) {
+        runs_.swap(pending_);
+    } else {
+        SectorRuns all;
+        all.reserve(runs_.size() + pending_.size());
+        std::merge(runs_.begin(), runs_.end(), pending_.begin(), pending_.end(), std::back_inserter(all), ByFirst);
+        runs_.swap(all);
+    }
+    pending_.clear();
+    Coalesce(runs_);
+}
+
+SectorRuns Subtract(const SectorRuns &wanted, const SectorRuns &have) {
+    SectorRuns left;
+    size_t next = 0;  // first run of have that may still meet a wanted run
+    for (const SectorRun &want : wanted) {
+        while (next < have.size() && have[next].last < want.first) ++next;
+        uint64_t from = want.first;
+        bool covered = false;
+        for (size_t h = next; h < have.size() && have[h].first <= want.last; ++h) {
+            if (have[h].first > from) left.push_back({from, have[h].first - 1});
+            if (have[h].last >= want.last) {
+                covered = true;
+                break;
+            }
+            from = have[h].last + 1;  // below want.last, so no wrap
+        }
+        if (!covered) left.push_back({from, want.last});
+    }
+    return left;
+}
+
+}  // namespace sectormgr
