@@ -21,7 +21,12 @@ const wchar_t kBackupHelp[] =
     L"  <disk>                  a .vmdk path, or memdisk://name?size=<bytes> on the stand-in\n"
     L"  --changes <list.xml>    back up only the extents of a DiskChangeInfo list\n"
     L"                          (an incremental backup); default: the whole disk\n"
-    L"  --force                 replace an existing image and its companion files\n";
+    L"  --force                 replace an existing image and its companion files\n"
+    L"  --resume <state folder> keep sector bookkeeping there: a backup killed part-way\n"
+    L"                          and run again with the same folder reads only what is\n"
+    L"                          not yet in the image (the folder belongs to this job)\n"
+    L"  --stop-after <bytes>    with --resume, a test switch: stop hard (exit code 9, no\n"
+    L"                          clean-up, as a crash) once this much data is streamed\n";
 
 const wchar_t kRestoreHelp[] =
     L"usage: diskbroker restore <image> <target> [--changes <list.xml>] [--no-verify]\n"
@@ -36,13 +41,29 @@ const wchar_t kRestoreHelp[] =
     L"  --changes <list.xml>    write only these ranges (they must lie inside the image's\n"
     L"                          extents; the image is still checked in full)\n"
     L"  --no-verify             skip reading the target back\n"
-    L"  --no-metadata           do not write the metadata export back to the target\n";
+    L"  --no-metadata           do not write the metadata export back to the target\n"
+    L"  --resume <state folder> keep sector bookkeeping there: a restore killed part-way\n"
+    L"                          and run again with the same folder writes only what is\n"
+    L"                          not yet in the target (the image is still checked whole)\n"
+    L"  --stop-after <bytes>    with --resume, a test switch: stop hard (exit code 9)\n"
+    L"                          once this much data is written\n";
 
 const wchar_t kChecksumHelp[] =
     L"usage: diskbroker checksum <disk> [options]\n"
     L"\n"
     L"Prints the SHA-256 of the whole disk, read through the library's read cache\n"
     L"(the same value sha256sum gives for the disk converted to raw).\n";
+
+const OptionSpec kResumeOptions[] = {{L"resume", true}, {L"stop-after", true}};
+
+// --resume and --stop-after into the request's two fields.
+template <typename Request>
+void TakeResumeOptions(const Args &args, Request &request) {
+    if (args.Has(L"resume")) request.resumeFolder = FullPath(args.Value(L"resume"));
+    request.stopAfterBytes = args.Number(L"stop-after", 0, 1, UINT64_MAX / 2);
+    if (request.stopAfterBytes && request.resumeFolder.empty())
+        throw UsageError(L"--stop-after needs --resume (a stopped run without bookkeeping could not be resumed)");
+}
 
 int Help(const wchar_t *text, bool cache) {
     Out(std::wstring(text) + L"\noptions:\n" + (cache ? kCacheHelp : L"") + kCommonHelp);
@@ -57,13 +78,14 @@ void Report(Job &job, const TransferResult &result, const std::wstring &emptyVer
 }  // namespace
 
 int RunBackup(const Words &words) {
-    const Args args(words, WithCommonOptions({{L"changes", true}, {L"force", false}}, true), 2, 2);
+    const Args args(words, WithCommonOptions({{L"changes", true}, {L"force", false}, kResumeOptions[0], kResumeOptions[1]}, true), 2, 2);
     if (args.HelpRequested()) return Help(kBackupHelp, true);
     BackupRequest request;
     request.disk = DiskPathFrom(args, args.Positional(0));
     request.image = FullPath(args.Positional(1));
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.overwrite = args.Has(L"force");
+    TakeResumeOptions(args, request);
     Job job(args, true);
     const TransferResult result = Backup(job, TuningFrom(args), request);
     OutLine(L"image: " + request.image + L" (" + std::to_wstring(result.extents) + L" extent" +
@@ -76,7 +98,7 @@ int RunBackup(const Words &words) {
 
 int RunRestore(const Words &words) {
     const Args args(
-        words, WithCommonOptions({{L"changes", true}, {L"no-verify", false}, {L"no-metadata", false}}, true), 2, 2);
+        words, WithCommonOptions({{L"changes", true}, {L"no-verify", false}, {L"no-metadata", false}, kResumeOptions[0], kResumeOptions[1]}, true), 2, 2);
     if (args.HelpRequested()) return Help(kRestoreHelp, true);
     RestoreRequest request;
     request.image = FullPath(args.Positional(0));
@@ -85,6 +107,7 @@ int RunRestore(const Words &words) {
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.verify = !args.Has(L"no-verify");
     request.metadata = !args.Has(L"no-metadata");
+    TakeResumeOptions(args, request);
     Job job(args, false);
     const TransferResult result = Restore(job, TuningFrom(args), request);
     OutLine(L"target: " + request.target + (result.createdTarget ? L" (created)" : L"") + L", " +

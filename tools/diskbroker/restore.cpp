@@ -9,6 +9,7 @@
 #include "files.h"
 #include "manifest.h"
 #include "progress.h"
+#include "resume.h"
 #include "sha256.h"
 #include "transfer.h"
 
@@ -128,6 +129,7 @@ void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request
 }  // namespace
 
 TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest &request) {
+    if (!request.resumeFolder.empty()) return ResumableRestore(job, tuning, request);
     const Manifest manifest = Manifest::Load(ManifestPathFor(request.image));
     File image = File::OpenRead(request.image);
     const ExtentList selection = Selection(manifest, request);
