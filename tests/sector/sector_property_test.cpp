@@ -28,7 +28,7 @@ public:
         const uint64_t last = start + (count - 1);
         for (size_t cell = CellOf(start); cell <= CellOf(last); ++cell) committed_[cell] = true;
     }
-    // Sectors [first, first + count) of the low window not committed, as byte extents.
+    // The asked sectors of the low window not committed, as merged byte extents.
     ByteExtents Left(const std::vector<bool> &asked) const {
         ByteExtents left;
         for (uint64_t s = 0; s < kLow; ++s) {
