@@ -24,7 +24,7 @@ constexpr unsigned kAnswerNames = 10000;
 int StartQuery(const ObjectFiles &files, ObjectState &state, const std::wstring &set) {
     std::wstring path;
     if (!files.SetFile(set, path)) return 1;
-    if (state.held.count(set)) return 0;
+    if (state.m_heldSets.count(set)) return 0;
     SectorRunSet runs;
     if (!LoadRunFile(path, runs)) return 1;
     if (!state.masterLoaded) {
@@ -34,7 +34,7 @@ int StartQuery(const ObjectFiles &files, ObjectState &state, const std::wstring 
     const SectorRuns &merged = runs.Runs();
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: started '%s' set '%s': %I64u runs, %I64u sectors committed",
                  files.object.c_str(), set.c_str(), static_cast<uint64_t>(merged.size()), CountSectors(merged));
-    state.held.emplace(set, std::move(runs));
+    state.m_heldSets.emplace(set, std::move(runs));
     return 0;
 }
 
@@ -42,18 +42,18 @@ int StartQuery(const ObjectFiles &files, ObjectState &state, const std::wstring 
 bool QuerySets(const ObjectFiles &files, ObjectState &state, const std::vector<wcstring> &names,
                std::vector<SectorRunSet *> &sets) {
     if (names.empty()) {
-        if (state.held.size() != 1) {
+        if (state.m_heldSets.size() != 1) {
             SK_Zprintf_2(SK_SOURCE_FILE, 0,
                          L"DataSetSectorManager: query on '%s': %u data sets started; start one, or name those to count",
-                         files.object.c_str(), static_cast<unsigned>(state.held.size()));
+                         files.object.c_str(), static_cast<unsigned>(state.m_heldSets.size()));
             return false;
         }
-        sets.push_back(&state.held.begin()->second);
+        sets.push_back(&state.m_heldSets.begin()->second);
         return true;
     }
     for (const wcstring &name : names) {
-        auto found = state.held.find(name);
-        if (found == state.held.end()) {
+        auto found = state.m_heldSets.find(name);
+        if (found == state.m_heldSets.end()) {
             SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: query on '%s': data set '%s' is not started",
                          files.object.c_str(), name.c_str());
             return false;
@@ -110,25 +110,25 @@ int CommitSectors(const ObjectFiles &files, ObjectState &state, const std::wstri
     if (!files.SetFile(set, path) || !ParseRunList(files, set, list, runs)) return 1;
     if (runs.empty()) return 0;
     if (!files.MakeFolder() || !AppendRuns(path, runs)) return 1;
-    auto held = state.held.find(set);
-    if (held != state.held.end()) held->second.Add(runs);
+    auto held = state.m_heldSets.find(set);
+    if (held != state.m_heldSets.end()) held->second.Add(runs);
     return 0;
 }
 
 int EndQuery(const ObjectFiles &files, ObjectState &state, const std::wstring &set) {
     std::wstring path;
     if (!files.SetFile(set, path)) return 1;
-    auto held = state.held.find(set);
+    auto held = state.m_heldSets.find(set);
     SectorRunSet loaded;
-    if (held == state.held.end() && !LoadRunFile(path, loaded)) return 1;
-    SectorRunSet &runs = held != state.held.end() ? held->second : loaded;
+    if (held == state.m_heldSets.end() && !LoadRunFile(path, loaded)) return 1;
+    SectorRunSet &runs = held != state.m_heldSets.end() ? held->second : loaded;
     const bool nothing = runs.Empty() && GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES;
     if (!nothing && (!files.MakeFolder() || !RewriteRuns(path, runs.Runs()))) return 1;
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: ended '%s' set '%s': %I64u runs, %I64u sectors committed",
                  files.object.c_str(), set.c_str(), static_cast<uint64_t>(runs.Runs().size()),
                  CountSectors(runs.Runs()));
-    if (held != state.held.end()) state.held.erase(held);
-    if (state.held.empty()) {  // nobody queries: the master is read afresh next time
+    if (held != state.m_heldSets.end()) state.m_heldSets.erase(held);
+    if (state.m_heldSets.empty()) {  // nobody queries: the master is read afresh next time
         state.master.Clear();
         state.masterLoaded = false;
     }

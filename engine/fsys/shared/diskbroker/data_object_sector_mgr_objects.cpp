@@ -18,7 +18,7 @@ constexpr int kQuotedChars = 64;
 
 struct ObjectTable {
     skclass::CriticalSection lock;  // held only to find or add an entry
-    std::map<std::wstring, std::shared_ptr<ObjectState>> objects;  // by folder; guarded by lock
+    std::map<std::wstring, std::shared_ptr<ObjectState>> m_objects;  // by folder; guarded by lock
 };
 
 ObjectTable &Table() {
@@ -100,7 +100,7 @@ void DumpFile(const ObjectFiles &files, const std::wstring &set, const std::wstr
 std::shared_ptr<ObjectState> FindObject(const std::wstring &folder) {
     ObjectTable &table = Table();
     skclass::CsLock hold(table.lock);
-    std::shared_ptr<ObjectState> &state = table.objects[folder];
+    std::shared_ptr<ObjectState> &state = table.m_objects[folder];
     if (!state) state = std::make_shared<ObjectState>();
     return state;
 }
@@ -151,7 +151,7 @@ bool ParseRunList(const ObjectFiles &files, const std::wstring &set, const std::
 }
 
 int DestroyAll(const ObjectFiles &files, ObjectState &state) {
-    state.held.clear();
+    state.m_heldSets.clear();
     state.master.Clear();
     state.masterLoaded = false;
     if (IsFolder(files.folder) && !RemoveTree(files.folder)) return 1;

@@ -14,11 +14,11 @@ namespace sectormgr {
 // extents counts the extents read. False (logged) when the file cannot be
 // read or parsed, has no DiskChangeInfo element, or has an extent without a
 // decimal offset and length or one that ends past 2^64 bytes.
-bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents);
+[[nodiscard]] bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents);
 
 // Writes runs (merged, sorted) as a DiskChangeInfo file of one area over
 // them, each run an extent in bytes. No area when runs is empty, so the read
 // cache reads nothing. Logged on failure.
-bool WriteChangeList(const std::wstring &path, const SectorRuns &runs);
+[[nodiscard]] bool WriteChangeList(const std::wstring &path, const SectorRuns &runs);
 
 }  // namespace sectormgr

@@ -14,9 +14,9 @@ constexpr size_t kMaxEscapedName = 120;
 // two names differ in it even to a case-blind file system. A result that is a
 // device name (con, nul, com1...) or "master" has its first character escaped
 // too. False for an empty name or one whose form is longer than kMaxEscapedName.
-bool EscapeName(const std::wstring &name, std::wstring &escaped);
+[[nodiscard]] bool EscapeName(const std::wstring &name, std::wstring &escaped);
 // The inverse; false for a text EscapeName never produces.
-bool UnescapeName(const std::wstring &escaped, std::wstring &name);
+[[nodiscard]] bool UnescapeName(const std::wstring &escaped, std::wstring &name);
 
 // The data directory without trailing backslashes: the process's override, or
 // the registry's "Data Path" ("C:" when it is not set).

@@ -16,7 +16,7 @@ namespace sectormgr {
 // no other lock is taken while it is held except the table's brief lookup.
 struct ObjectState {
     skclass::CriticalSection lock;
-    std::map<std::wstring, SectorRunSet> held;  // started sets by name; guarded by lock
+    std::map<std::wstring, SectorRunSet> m_heldSets;  // started sets by name; guarded by lock
     SectorRunSet master;                        // master.dat once loaded; guarded by lock
     bool masterLoaded = false;                  // guarded by lock
 };
@@ -33,18 +33,18 @@ struct ObjectFiles {
     std::wstring folder;  // root\<escaped object>
 
     // folder\<escaped set>.dat; false (logged) when set cannot be a file name.
-    bool SetFile(const std::wstring &set, std::wstring &path) const;
+    [[nodiscard]] bool SetFile(const std::wstring &set, std::wstring &path) const;
     std::wstring MasterFile() const { return folder + L"\\master.dat"; }
     // Creates root and folder as needed; false (logged) when it cannot.
-    bool MakeFolder() const;
+    [[nodiscard]] bool MakeFolder() const;
 };
 
 // False (logged) when the object name cannot be a file name.
-bool ResolveObject(const std::wstring &dataObject, int op, ObjectFiles &files);
+[[nodiscard]] bool ResolveObject(const std::wstring &dataObject, int op, ObjectFiles &files);
 
 // Each text of list parsed as a run; false (logged, naming the item) at the
 // first that is not one.
-bool ParseRunList(const ObjectFiles &files, const std::wstring &set, const std::vector<wcstring> &list,
+[[nodiscard]] bool ParseRunList(const ObjectFiles &files, const std::wstring &set, const std::vector<wcstring> &list,
                   SectorRuns &runs);
 
 // Operations 5, 6 and 7, called under the object's lock.

@@ -32,7 +32,7 @@ uint64_t CountSectors(const SectorRuns &runs);
 
 // The run "start count" names, or false when count is 0 or the run would
 // pass sector 2^64 - 1.
-bool MakeRun(uint64_t start, uint64_t count, SectorRun &run);
+[[nodiscard]] bool MakeRun(uint64_t start, uint64_t count, SectorRun &run);
 
 // Runs added in any order, overlapping or touching; read back sorted, with
 // overlaps and neighbours merged. Additions are gathered and merged in bulk,
