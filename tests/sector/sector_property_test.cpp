@@ -5,6 +5,7 @@
 // at sector 2^64 - 1. No generated run starts or ends inside the gap, so each
 // run covers all of it or none, and the merged runs the oracle expects are
 // exact over the whole 64-bit range: huge counts near 2^64 included.
+#include <algorithm>
 #include <random>
 
 #include "sector_fixture.h"
@@ -142,6 +143,45 @@ TEST_F(SectorPropertyTest, RandomCommitsAndQueriesMatchABitmapOracle) {
         if (HasFatalFailure()) return;
     }
     EXPECT_EQ(log.Count(L"DataSetSectorManager: Unknown operation type provided"), 0u);
+}
+
+}  // namespace
+}  // namespace sectortest
+
+namespace sectortest {
+namespace {
+
+// Thousands of runs, the size at which loading sorts by radix: random 64-bit
+// starts (every byte varies), clusters that overlap and touch, in any order.
+// The compacted file must be their union, computed here the plain way.
+TEST_F(SectorTest, AFileOfThousandsOfShuffledRunsCompactsToTheirUnion) {
+    std::mt19937_64 random(99);
+    std::vector<std::pair<uint64_t, uint64_t>> runs;  // first, last
+    std::string text;
+    for (int i = 0; i < 3000; ++i) {
+        const uint64_t base = random() & ~uint64_t(0xFFFF);
+        for (int j = 0; j < 3; ++j) {
+            const uint64_t first = base + (random() & 0xFF), count = 1 + (random() & 0x7F);
+            runs.push_back({first, first + count - 1});
+            text += std::to_string(first) + " " + std::to_string(count) + "\n";
+        }
+    }
+    runs.push_back({UINT64_MAX - 3, UINT64_MAX});
+    text += std::to_string(UINT64_MAX - 3) + " 4\n";
+    std::sort(runs.begin(), runs.end());
+    std::string expected;
+    for (size_t i = 0; i < runs.size();) {
+        uint64_t first = runs[i].first, last = runs[i].second;
+        for (++i; i < runs.size() && last != UINT64_MAX && runs[i].first <= last + 1; ++i)
+            last = std::max(last, runs[i].second);
+        expected += std::to_string(first) + " " + std::to_string(last - first + 1) + "\r\n";
+    }
+    ASSERT_EQ(Commit(L"big", L"s", {{0, 1}}), 0);  // makes the folders
+    const std::wstring file = ObjectFolder(L"big") + L"\\s.dat";
+    WriteBytes(file, text);
+    ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_START_QUERY), 0);
+    ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_END_QUERY), 0);
+    EXPECT_EQ(ReadBytes(file), expected);
 }
 
 }  // namespace

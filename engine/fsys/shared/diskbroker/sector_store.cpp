@@ -33,7 +33,7 @@ bool ParseNumber(const Char *&p, const Char *end, uint64_t &value) {
     value = 0;
     for (; p < end && *p >= '0' && *p <= '9'; ++p) {
         const uint64_t digit = static_cast<uint64_t>(*p - '0');
-        if (value > (UINT64_MAX - digit) / 10) return false;
+        if (value >= UINT64_MAX / 10 && (value > UINT64_MAX / 10 || digit > UINT64_MAX % 10)) return false;
         value = value * 10 + digit;
     }
     return p != start;
