@@ -196,6 +196,15 @@ TEST_F(SectorTest, QueriesWithoutAHeldSetOrAUsableListFail) {
     EXPECT_EQ(DataSetSectorManager(L"vm", scratch.File(L"none.xml"), out1, out2, {L"a"},
                                    SECTOR_MANAGER_QUERY_SECTORS),
               1);
+    // An answer written over a commit list would lose what it records.
+    const std::string committed = ReadBytes(ObjectFolder(L"vm") + L"\\a.dat");
+    WriteChangeList(list, {{0, 512}});
+    wcstring own = ObjectFolder(L"vm") + L"\\..\\vm\\A.DAT";
+    log.Clear();
+    EXPECT_EQ(DataSetSectorManager(L"vm", list, own, out2, {L"a"}, SECTOR_MANAGER_QUERY_SECTORS), 1);
+    EXPECT_EQ(log.Lines(), std::vector<std::wstring>{L"DataSetSectorManager: query on 'vm': the answer path '" + own +
+                                                     L"' is a commit list"});
+    EXPECT_EQ(ReadBytes(ObjectFolder(L"vm") + L"\\a.dat"), committed);
 }
 
 TEST_F(SectorTest, AnEmptyAnswerHasNoAreaAndTheOverrideMovesTheFolder) {

@@ -80,16 +80,33 @@ bool NewAnswerPath(const ObjectFiles &files, std::wstring &path) {
     return false;
 }
 
+// An answer written over a commit list would lose what it records.
+bool IsOwnFile(const ObjectFiles &files, const std::wstring &path) {
+    wchar_t full[MAX_PATH], root[MAX_PATH];
+    if (!GetFullPathNameW(path.c_str(), MAX_PATH, full, nullptr) ||
+        !GetFullPathNameW((files.root + L"\\").c_str(), MAX_PATH, root, nullptr))
+        return false;
+    const std::wstring answer = full, tree = root;
+    const std::wstring extension = answer.size() > 4 ? answer.substr(answer.size() - 4) : std::wstring();
+    return comparei(answer.substr(0, tree.size()), tree) == 0 &&
+           (comparei(extension, L".dat") == 0 || comparei(extension, L".tmp") == 0);
+}
+
 int QuerySectors(const ObjectFiles &files, ObjectState &state, const std::wstring &changeList, wcstring &answer,
                  wcstring &summary, const std::vector<wcstring> &names) {
     std::vector<SectorRunSet *> sets;
     if (!QuerySets(files, state, names, sets)) return 1;
+    std::wstring path = answer;
+    if (!path.empty() && IsOwnFile(files, path)) {
+        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: query on '%s': the answer path '%s' is a commit list",
+                     files.object.c_str(), path.c_str());
+        return 1;
+    }
     SectorRunSet asked;
     uint64_t extents = 0;
     if (!ReadChangeList(changeList, asked, extents)) return 1;
     SectorRuns left = Subtract(asked.Runs(), state.master.Runs());
     for (SectorRunSet *set : sets) left = Subtract(left, set->Runs());
-    std::wstring path = answer;
     if (path.empty() && !NewAnswerPath(files, path)) return 1;
     if (!WriteChangeList(path, left)) return 1;
     const uint64_t askedSectors = CountSectors(asked.Runs()), leftSectors = CountSectors(left);
