@@ -47,6 +47,14 @@ expect_exit 1 db backup disk.vmdk other.raw --resume state
 grep -q 'belongs to another job' last.out
 echo "backup: a finished job reads nothing again; another job's folder is refused"
 
+expect_exit 9 db backup disk.vmdk gone.raw --resume gstate --stop-after 10000000
+rm gone.raw
+db backup disk.vmdk gone.raw --resume gstate > gone.out
+grep -q "is not there; its bookkeeping is dropped and the backup starts over" gone.out
+grep -q '^resume: extents 1, sectors asked 65536, already committed 0, left 65536$' gone.out
+cmp disk.raw gone.raw
+echo "backup: an image deleted between attempts is made again, whole"
+
 expect_exit 9 db restore img.raw target.vmdk --resume rstate --stop-after 8000000
 db restore img.raw target.vmdk --resume rstate > restored.out
 grep -q '^resume: extents 1, sectors asked 65536, already committed [1-9][0-9]*, left [1-9][0-9]*$' restored.out

@@ -47,8 +47,8 @@ void TellResumedBackup(Job &job, const CacheTuning &tuning, const std::wstring &
                        uint64_t diskBytes, const std::wstring &sourceSha, const std::wstring &vddk) {
     const std::wstring image = dir + L"\\resumed.img", state = dir + L"\\resume-state";
     const uint64_t stopAfter = diskBytes / 3;
-    OutLine(L"7. backup of child.vmdk -> resumed.img with --resume, stopped hard after " + FormatBytes(stopAfter) +
-            L" by --stop-after (a second diskbroker process):");
+    OutLine(L"7. backup of child.vmdk -> resumed.img with --resume, in a second diskbroker process that --stop-after " +
+            FormatBytes(stopAfter) + L" stops hard once that much is streamed:");
     const DWORD code = RunAndWait(L"\"" + ThisProgram() + L"\" backup \"" + disk + L"\" \"" + image + L"\" --resume \"" +
                                   state + L"\" --stop-after " + std::to_wstring(stopAfter) + L" --vddk " + vddk);
     if (code != static_cast<DWORD>(kExitStopped))

@@ -68,6 +68,14 @@ void SectorBook::End() {
     started_ = false;
 }
 
+void SectorBook::Forget() {
+    Call(DataSetSectorManager(object_, SECTOR_MANAGER_DESTROY_ALL), L"drop the commit list");
+    started_ = false;
+    Call(DataSetSectorManager(object_, kSet, SECTOR_MANAGER_START_QUERY), L"load the commit list");
+    started_ = true;
+    fresh_ = true;
+}
+
 void StopSwitch::Advance(uint64_t bytes) {
     done_ += bytes;
     if (limit_ == 0 || done_ < limit_) return;

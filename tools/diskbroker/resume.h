@@ -36,6 +36,8 @@ public:
     void Commit(const ExtentList &ranges);
     // Compacts the commit list.
     void End();
+    // Drops every commit (what they describe is gone) and starts afresh.
+    void Forget();
 
 private:
     void Call(int result, const std::wstring &what) const;

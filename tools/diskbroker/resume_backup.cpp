@@ -93,16 +93,19 @@ Manifest ManifestFromImage(File &image, const BackupRequest &request, const Exte
     return manifest;
 }
 
-// A fresh job starts from a new image; a resumed one keeps what is there.
-File OpenImage(const BackupRequest &request, bool fresh, uint64_t capacity) {
-    if (!fresh) {
-        if (!PathExists(request.image))
-            throw Failure(L"'" + request.image + L"' is gone, but the state folder records data in it; use a new state folder");
-        return File::OpenReadWrite(request.image);
+// A fresh job starts from a new image; a resumed one keeps what is there. An
+// image that is gone (or never got made before a crash) takes its commits with it.
+File OpenImage(const BackupRequest &request, SectorBook &book, uint64_t capacity) {
+    bool ours = false;
+    if (!book.Fresh()) {
+        if (PathExists(request.image)) return File::OpenReadWrite(request.image);
+        OutLine(L"resume: '" + request.image + L"' is not there; its bookkeeping is dropped and the backup starts over");
+        book.Forget();
+        ours = true;  // the companion files left are this job's own
     }
     for (const std::wstring &path : {request.image, MetadataPathFor(request.image), ExtentListPathFor(request.image)}) {
         if (!PathExists(path)) continue;
-        if (!request.overwrite) throw Failure(L"'" + path + L"' already exists (use --force to replace it)");
+        if (!request.overwrite && !ours) throw Failure(L"'" + path + L"' already exists (use --force to replace it)");
         DeleteIfExists(path);
     }
     File image = File::Create(request.image, false);
@@ -121,7 +124,7 @@ TransferResult ResumableBackup(Job &job, const CacheTuning &tuning, const Backup
     CheckWithinDisk(extents, info.capacityBytes, L"change list '" + request.changeList + L"'");
     SectorBook book(request.resumeFolder, L"backup",
                     L"disk " + request.disk + L"\nimage " + request.image + L"\nchanges " + request.changeList);
-    File image = OpenImage(request, book.Fresh(), info.capacityBytes);
+    File image = OpenImage(request, book, info.capacityBytes);
     DeleteIfExists(ManifestPathFor(request.image));  // written again last, once the image is whole
     SaveChangeList(ExtentListPathFor(request.image), extents, info.capacityBytes);
 

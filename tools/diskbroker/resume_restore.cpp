@@ -142,6 +142,10 @@ TransferResult ResumableRestore(Job &job, const CacheTuning &tuning, const Resto
     SectorBook book(request.resumeFolder, L"restore",
                     L"image " + request.image + L"\ntarget " + request.target + L"\nchanges " + request.changeList);
     TransferResult result;
+    if (!book.Fresh() && !IsUrlPath(request.target) && !PathExists(request.target)) {
+        OutLine(L"resume: '" + request.target + L"' is not there; its bookkeeping is dropped and the restore starts over");
+        book.Forget();
+    }
     if (book.Fresh() && request.mayCreate && !IsUrlPath(request.target) && !PathExists(request.target)) {
         Disk::Create(job.Broker(), job.Link(), request.target, manifest.capacity);
         result.createdTarget = true;
