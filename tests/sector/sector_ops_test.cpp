@@ -224,5 +224,18 @@ TEST_F(SectorTest, AnEmptyAnswerHasNoAreaAndTheOverrideMovesTheFolder) {
     EXPECT_EQ(GetFileAttributesW((data.Path() + L"\\SectorManager").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
+TEST_F(SectorTest, ADataPathSpeltInOtherCaseIsTheSameObject) {
+    ASSERT_EQ(DataSetSectorManager(L"vm", L"s", SECTOR_MANAGER_START_QUERY), 0);
+    std::wstring upper = data.Path();
+    CharUpperBuffW(&upper[0], DWORD(upper.size()));
+    DataSetSectorManagerSetDataPath(upper.c_str());
+    ASSERT_EQ(Commit(L"vm", L"s", {{0, 4}}), 0);  // the held set must see it
+    DataSetSectorManagerSetDataPath(nullptr);
+    ByteExtents answer;
+    std::wstring summary;
+    ASSERT_EQ(Query(L"vm", {{0, 8 * 512}}, answer, summary), 0);
+    EXPECT_EQ(answer, (ByteExtents{{4 * 512, 4 * 512}}));
+}
+
 }  // namespace
 }  // namespace sectortest
