@@ -16,9 +16,15 @@ namespace {
 // Longest list item quoted in a log line.
 constexpr int kQuotedChars = 64;
 
+// Folders are names in a case-blind file system: "C:\Data" and "c:\data" are
+// one object, with one lock.
+struct FolderLess {
+    bool operator()(const std::wstring &a, const std::wstring &b) const { return comparei(a, b) < 0; }
+};
+
 struct ObjectTable {
     skclass::CriticalSection lock;  // held only to find or add an entry
-    std::map<std::wstring, std::shared_ptr<ObjectState>> m_objects;  // by folder; guarded by lock
+    std::map<std::wstring, std::shared_ptr<ObjectState>, FolderLess> m_objects;  // by folder; guarded by lock
 };
 
 ObjectTable &Table() {

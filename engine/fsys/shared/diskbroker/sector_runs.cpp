@@ -19,10 +19,10 @@ constexpr size_t kRadixFloor = 2048;
 
 bool ByFirst(const SectorRun &a, const SectorRun &b) { return a.first < b.first; }
 
-// Least-significant-digit radix sort by first sector, 16 bits a digit: a
-// million runs loaded from a file sort in a few linear passes, and a digit
-// that every run shares (the high bits of any real disk's sectors) costs one
-// counting pass only.
+// Least-significant-byte radix sort by first sector: a million runs loaded
+// from a file sort in a few linear passes. All eight byte counts come from one
+// pass, and a byte that every run shares (the high bytes of any real disk's
+// sectors) costs nothing more.
 void SortByFirst(SectorRuns &runs) {
     // A compacted file, and commits of a pass that streams in order, come sorted.
     if (std::is_sorted(runs.begin(), runs.end(), ByFirst)) return;
@@ -30,15 +30,17 @@ void SortByFirst(SectorRuns &runs) {
         std::sort(runs.begin(), runs.end(), ByFirst);
         return;
     }
+    std::vector<size_t> counts(8 * 256);
+    for (const SectorRun &run : runs)
+        for (unsigned byte = 0; byte < 8; ++byte) ++counts[byte * 256 + ((run.first >> (8 * byte)) & 0xFF)];
     SectorRuns scratch(runs.size());
-    std::vector<size_t> start(size_t(1) << 16);
-    for (unsigned shift = 0; shift < 64; shift += 16) {
-        std::fill(start.begin(), start.end(), 0);
-        for (const SectorRun &run : runs) ++start[(run.first >> shift) & 0xFFFF];
-        if (start[(runs.front().first >> shift) & 0xFFFF] == runs.size()) continue;
+    for (unsigned byte = 0; byte < 8; ++byte) {
+        size_t *start = &counts[byte * 256];
+        const unsigned shift = 8 * byte;
+        if (start[(runs.front().first >> shift) & 0xFF] == runs.size()) continue;
         size_t total = 0;
-        for (size_t &bucket : start) total += std::exchange(bucket, total);
-        for (const SectorRun &run : runs) scratch[start[(run.first >> shift) & 0xFFFF]++] = run;
+        for (unsigned b = 0; b < 256; ++b) total += std::exchange(start[b], total);
+        for (const SectorRun &run : runs) scratch[start[(run.first >> shift) & 0xFF]++] = run;
         runs.swap(scratch);
     }
 }
