@@ -28,7 +28,7 @@ std::wstring CurrentPath() {
 
 void BindingTest::SetUp() {
     SK_SetLogFilePath(L"");  // no log file: it would stay open inside our folders
-    ASSERT_TRUE(registry.Ok());
+    ASSERT_TRUE(registry.Ok()) << registry.Error();
     ASSERT_FALSE(install.Path().empty());
     savedPath_ = CurrentPath();
 }

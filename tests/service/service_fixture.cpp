@@ -10,7 +10,7 @@ std::wstring Wide(const std::string &utf8) { return wcstring::FromUtf8(utf8.c_st
 
 void ServiceTest::SetUpFor(int product) {
     SK_SetLogFilePath(L"");  // no log file: it would stay open inside our folders
-    ASSERT_TRUE(registry.Ok());
+    ASSERT_TRUE(registry.Ok()) << registry.Error();
     ASSERT_FALSE(install.Path().empty());
     ASSERT_FALSE(data.Path().empty());
     if (product != 0) {

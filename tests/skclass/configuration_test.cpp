@@ -11,7 +11,7 @@ const wchar_t kKey[] = L"SOFTWARE\\Halvorn\\Test";
 class ConfigurationTest : public testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(sandbox.Ok());
+        ASSERT_TRUE(sandbox.Ok()) << sandbox.Error();
         ASSERT_EQ(sandbox.SetString(kKey, L"Text", L"hello"), ERROR_SUCCESS);
         ASSERT_EQ(sandbox.SetDword(kKey, L"Number", 0x80000000u), ERROR_SUCCESS);
         ASSERT_EQ(sandbox.SetMultiString(kKey, L"List", {L"one", L"two words"}), ERROR_SUCCESS);
@@ -133,7 +133,7 @@ TEST(RegistrySandbox, KeepsWritesAwayFromTheRealMachineKey) {
     const wchar_t path[] = L"SOFTWARE\\diskBrokerSandboxProbe";
     {
         dbtest::RegistrySandbox sandbox;
-        ASSERT_TRUE(sandbox.Ok());
+        ASSERT_TRUE(sandbox.Ok()) << sandbox.Error();
         ASSERT_EQ(sandbox.SetDword(path, L"x", 1), ERROR_SUCCESS);
     }
     HKEY key = nullptr;
@@ -143,7 +143,7 @@ TEST(RegistrySandbox, KeepsWritesAwayFromTheRealMachineKey) {
 
 TEST(Product, ReadsTheProductValueOnEveryCall) {
     dbtest::RegistrySandbox sandbox;
-    ASSERT_TRUE(sandbox.Ok());
+    ASSERT_TRUE(sandbox.Ok()) << sandbox.Error();
     const wchar_t common[] = L"SOFTWARE\\Halvorn\\Common";
     EXPECT_EQ(CMS_GetProd(), 0);
     ASSERT_EQ(sandbox.SetDword(common, L"Product", 1), ERROR_SUCCESS);

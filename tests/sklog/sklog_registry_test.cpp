@@ -21,7 +21,7 @@ std::wstring CurrentLogPath() {
 class SklogRegistry : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(registry.Ok());
+        ASSERT_TRUE(registry.Ok()) << registry.Error();
         ASSERT_FALSE(folder.Path().empty());
         SK_SetLogFilePath(nullptr);  // forget any resolved path: read the sandbox
     }

@@ -15,7 +15,7 @@ std::wstring ReadInstallValue(const wchar_t *key, const wchar_t *value) {
 
 TEST(StandinInstall, WritesEachProductLayoutAndItsInstallValue) {
     dbtest::RegistrySandbox sandbox;
-    ASSERT_TRUE(sandbox.Ok());
+    ASSERT_TRUE(sandbox.Ok()) << sandbox.Error();
     wchar_t temp[MAX_PATH];
     GetTempPathW(MAX_PATH, temp);
     const std::wstring root = std::wstring(temp) + L"standin-install-" + std::to_wstring(GetCurrentProcessId());

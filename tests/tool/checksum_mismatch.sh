@@ -33,6 +33,7 @@ db backup --changes list.xml disk.vmdk good.img > /dev/null
 cp good.img bad.img
 cp good.img.manifest bad.img.manifest
 cp good.img.meta bad.img.meta
+cp good.img.extents.xml bad.img.extents.xml
 # One byte inside the second extent.
 printf '\001' | dd of=bad.img bs=1 seek=9437700 conv=notrunc 2>/dev/null
 expect_failure 3 'checksum mismatch in extent 2' restore bad.img target.vmdk

@@ -67,6 +67,11 @@ TEST(Manifest, RefusesDamage) {
     EXPECT_NE(ParseError(Replace(GoodText(), "extent 65536 512", "extent 65536 500")).find(L"whole sectors"),
               std::wstring::npos);
     EXPECT_NE(ParseError(Replace(GoodText(), "metadata", "metadate")).find(L"unknown key"), std::wstring::npos);
+    for (const char *name : {"..\\..\\secret.txt", "C:x.meta", "/etc/passwd", ".."})
+        EXPECT_NE(ParseError(Replace(GoodText(), "metadata x.img.meta", std::string("metadata ") + name))
+                      .find(L"must be a file name beside the image"),
+                  std::wstring::npos)
+            << name;
     EXPECT_NE(ParseError(Replace(GoodText(), "extent 0 4096", "extent 99999999999999999999 4096")).find(L"bad offset"),
               std::wstring::npos);
 }
@@ -96,14 +101,24 @@ protected:
     dbtest::TempDir dir;
 };
 
-TEST_F(ChangeListTest, ReadsEveryAreaInDocumentOrderCutToSectors) {
+TEST_F(ChangeListTest, ReadsEveryAreaInDocumentOrderWidenedToWholeSectors) {
     const std::wstring path = Write(
         "<?xml version=\"1.0\"?>\n<DiskChangeInfo>\n <area startoffset=\"0\" startlength=\"10\">\n"
         "  <extent offset=\"1536\" length=\"1000\"/>\n  <extent offset=\"0\" length=\"0\"/>\n </area>\n"
         " <area startoffset=\"0\" startlength=\"10\"/>\n <area startoffset=\"0\" startlength=\"10\">\n"
         "  <extent offset=\"1000\" length=\"1024\"/>\n </area>\n</DiskChangeInfo>\n");
-    // 1536+1000 reads sector 3 only; 1000 starts in sector 1; empty ones vanish.
-    EXPECT_EQ(LoadChangeList(path), (ExtentList{{1536, 512}, {512, 1024}}));
+    // 1536+1000 ends inside sector 4; 1000 starts inside sector 1; empty ones vanish.
+    EXPECT_EQ(LoadChangeList(path), (ExtentList{{1536, 1024}, {512, 1536}}));
+}
+
+TEST_F(ChangeListTest, PartialSectorsAreWidenedNeverDropped) {
+    EXPECT_EQ(LoadChangeList(Write("<DiskChangeInfo><area><extent offset=\"512\" length=\"1000\"/>"
+                                   "<extent offset=\"0\" length=\"100\"/>"
+                                   "<extent offset=\"4095\" length=\"2\"/></area></DiskChangeInfo>")),
+              (ExtentList{{512, 1024}, {0, 512}, {3584, 1024}}));
+    EXPECT_THROW(LoadChangeList(Write("<DiskChangeInfo><area><extent offset=\"18446744073709551000\" "
+                                      "length=\"1000\"/></area></DiskChangeInfo>")),
+                 Failure);
 }
 
 TEST_F(ChangeListTest, SavedListReadsBack) {

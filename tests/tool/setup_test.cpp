@@ -1,6 +1,7 @@
 // Which VDDK the program makes the library load, in a private HKLM, and the
 // file helpers the images rely on.
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,7 @@
 
 #include "errors.h"
 #include "files.h"
+#include "registry_view.h"
 #include "vddk_setup.h"
 
 namespace {
@@ -22,7 +24,12 @@ using dbtest::kSiblingInstallKey;
 
 class VddkSetupTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(registry.Ok()); }
+    void SetUp() override {
+        ASSERT_TRUE(registry.Ok()) << registry.Error();
+        ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, registry.RootPath().c_str(), 0, KEY_READ, machine.put()), ERROR_SUCCESS);
+    }
+    // The sandbox is this test's HKLM; the view must lead back to it.
+    HKEY Machine() const { return machine.get(); }
 
     std::wstring Registered(const wchar_t *key = kMainInstallKey, const wchar_t *value = L"Path") {
         wchar_t text[1024] = L"";
@@ -38,57 +45,128 @@ protected:
         return install.Path();
     }
     std::wstring StandinRoot() { return ExeFolder() + L"vddk-standin-install"; }
+    // The install value as stored in the registry, below any view of HKLM.
+    std::wstring InSandbox() {
+        wchar_t text[1024] = L"";
+        DWORD bytes = sizeof text;
+        const std::wstring key = registry.RootPath() + L"\\" + kMainInstallKey;
+        if (RegGetValueW(HKEY_CURRENT_USER, key.c_str(), L"Path", RRF_RT_REG_SZ, nullptr, text, &bytes) != ERROR_SUCCESS)
+            return L"<none>";
+        return text;
+    }
+    // This process's private views of HKLM (others may run beside the test).
+    size_t OwnViews() {
+        const std::wstring prefix = std::to_wstring(GetCurrentProcessId()) + L"-";
+        size_t count = 0;
+        for (const std::wstring &name : ViewNames())
+            if (name.compare(0, prefix.size(), prefix) == 0) ++count;
+        return count;
+    }
+    std::vector<std::wstring> ViewNames() {
+        std::vector<std::wstring> names;
+        skclass::UniqueHkey parent;
+        if (RegOpenKeyExW(HKEY_CURRENT_USER, PrivateRegistryView::kParentKey, 0, KEY_READ, parent.put()) != ERROR_SUCCESS)
+            return names;
+        wchar_t name[256];
+        for (DWORD i = 0, length = 256; RegEnumKeyExW(parent.get(), i, name, &length, nullptr, nullptr, nullptr, nullptr) ==
+                                        ERROR_SUCCESS;
+             ++i, length = 256)
+            names.push_back(name);
+        return names;
+    }
+    bool HasView(const std::wstring &name) {
+        for (const std::wstring &view : ViewNames())
+            if (view == name) return true;
+        return false;
+    }
 
     dbtest::RegistrySandbox registry;
+    skclass::UniqueHkey machine;
     dbtest::TempDir install;
 };
 
-TEST_F(VddkSetupTest, AutoWithNothingRegisteredInstallsTheStandinAndKeepsTheValue) {
+TEST_F(VddkSetupTest, AutoWithNothingRegisteredUsesTheStandinInAPrivateView) {
     {
-        VddkSetup setup(VddkChoice::Auto);
+        VddkSetup setup(VddkChoice::Auto, Machine());
         EXPECT_TRUE(setup.UsesStandin());
-        EXPECT_EQ(Registered(), StandinRoot());
+        EXPECT_EQ(Registered(), StandinRoot());  // as this process sees HKLM
+        EXPECT_EQ(InSandbox(), L"<none>");         // the registry itself
         EXPECT_TRUE(PathExists(StandinRoot() + L"\\VMware\\VixDiskLib\\bin\\vixDiskLib.dll"));
         EXPECT_TRUE(PathExists(StandinRoot() + L"\\VMware\\VixDiskLib\\bin\\vixMntapi.dll"));
     }
-    EXPECT_EQ(Registered(), StandinRoot());
+    EXPECT_EQ(Registered(), L"<none>");
+    EXPECT_EQ(OwnViews(), 0u);
+}
+
+TEST_F(VddkSetupTest, ThePrivateViewCarriesTheProductSettings) {
+    ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", L"C:\\elsewhere"), ERROR_SUCCESS);
+    VddkSetup setup(VddkChoice::Standin, Machine());
+    EXPECT_EQ(Registered(dbtest::kMainMiscKey, L"Data Path"), L"C:\\elsewhere");
+}
+
+TEST_F(VddkSetupTest, AViewLeftByAKilledRunIsDeleted) {
+    skclass::UniqueHkey stale;
+    const std::wstring dead = std::wstring(PrivateRegistryView::kParentKey) + L"\\4294967292-1";
+    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, dead.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
+                              nullptr, stale.put(), nullptr),
+              ERROR_SUCCESS);
+    stale.reset();
+    EXPECT_TRUE(HasView(L"4294967292-1"));
+    { VddkSetup setup(VddkChoice::Standin, Machine()); }
+    EXPECT_FALSE(HasView(L"4294967292-1"));
 }
 
 TEST_F(VddkSetupTest, AutoUsesARegisteredInstallAsItIs) {
     ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", FakeInstall() + L"\\"), ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Auto);
+    VddkSetup setup(VddkChoice::Auto, Machine());
     EXPECT_FALSE(setup.UsesStandin());
     EXPECT_EQ(setup.Description(), L"VDDK at " + install.Path());
     EXPECT_EQ(Registered(), install.Path() + L"\\");
 }
 
-TEST_F(VddkSetupTest, AutoReplacesAValuePointingAtNothing) {
+TEST_F(VddkSetupTest, AutoOverAValuePointingAtNothingLeavesTheValue) {
     ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", install.Path() + L"\\gone"), ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Auto);
-    EXPECT_TRUE(setup.UsesStandin());
-    EXPECT_EQ(Registered(), StandinRoot());
-}
-
-TEST_F(VddkSetupTest, StandinOverARealInstallPutsTheOldValueBack) {
-    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", FakeInstall()), ERROR_SUCCESS);
     {
-        VddkSetup setup(VddkChoice::Standin);
+        VddkSetup setup(VddkChoice::Auto, Machine());
         EXPECT_TRUE(setup.UsesStandin());
         EXPECT_EQ(Registered(), StandinRoot());
+        EXPECT_EQ(InSandbox(), install.Path() + L"\\gone");
+    }
+    EXPECT_EQ(Registered(), install.Path() + L"\\gone");
+}
+
+TEST_F(VddkSetupTest, StandinOverARealInstallNeverChangesTheRegistry) {
+    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", FakeInstall()), ERROR_SUCCESS);
+    {
+        VddkSetup setup(VddkChoice::Standin, Machine());
+        EXPECT_TRUE(setup.UsesStandin());
+        EXPECT_EQ(Registered(), StandinRoot());
+        EXPECT_EQ(InSandbox(), install.Path());
     }
     EXPECT_EQ(Registered(), install.Path());
 }
 
+TEST_F(VddkSetupTest, InstalledRefusesAStandinLeftRegistered) {
+    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", StandinRoot()), ERROR_SUCCESS);
+    { VddkSetup standin(VddkChoice::Standin, Machine()); }  // lays the stand-in out
+    try {
+        VddkSetup setup(VddkChoice::Installed, Machine());
+        FAIL() << "no error";
+    } catch (const Failure &e) {
+        EXPECT_NE(e.Message().find(L"is this program's stand-in"), std::wstring::npos) << e.Message().c_str();
+    }
+}
+
 TEST_F(VddkSetupTest, InstalledWithoutAnInstallIsAnError) {
     try {
-        VddkSetup setup(VddkChoice::Installed);
+        VddkSetup setup(VddkChoice::Installed, Machine());
         FAIL() << "no error";
     } catch (const Failure &e) {
         EXPECT_NE(e.Message().find(L"is not set"), std::wstring::npos) << e.Message().c_str();
     }
     ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", install.Path()), ERROR_SUCCESS);
     try {
-        VddkSetup setup(VddkChoice::Installed);
+        VddkSetup setup(VddkChoice::Installed, Machine());
         FAIL() << "no error";
     } catch (const Failure &e) {
         EXPECT_NE(e.Message().find(L"holds no vixDiskLib.dll"), std::wstring::npos);
@@ -98,9 +176,10 @@ TEST_F(VddkSetupTest, InstalledWithoutAnInstallIsAnError) {
 
 TEST_F(VddkSetupTest, SiblingProductUsesItsOwnKeyAndLayout) {
     ASSERT_EQ(registry.SetDword(kProductKey, L"Product", 1), ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Auto);
+    VddkSetup setup(VddkChoice::Auto, Machine());
     EXPECT_EQ(Registered(kSiblingInstallKey, L"InstallDir64"), StandinRoot());
     EXPECT_EQ(Registered(), L"<none>");
+    EXPECT_EQ(OwnViews(), 1u);
     EXPECT_TRUE(PathExists(StandinRoot() + L"\\Shared\\VDDK\\vixDiskLib.dll"));
 }
 
@@ -120,6 +199,17 @@ TEST(Files, PositionedWritesAndAShortImage) {
     file.Close();
     EXPECT_THROW(File::Create(dir.File(L"image"), false), Failure);
     EXPECT_THROW(File::OpenRead(dir.File(L"missing")), Failure);
+}
+
+TEST(Files, AllZeroSeesEveryByte) {
+    std::vector<uint8_t> bytes(4097, 0);
+    EXPECT_TRUE(AllZero(bytes.data(), bytes.size()));
+    EXPECT_TRUE(AllZero(bytes.data(), 0));
+    for (size_t at : {size_t(0), size_t(1), size_t(2048), size_t(4096)}) {
+        bytes[at] = 1;
+        EXPECT_FALSE(AllZero(bytes.data(), bytes.size())) << "non-zero byte at " << at;
+        bytes[at] = 0;
+    }
 }
 
 TEST(Files, TreesAndTemporaryPaths) {

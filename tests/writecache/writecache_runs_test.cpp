@@ -28,6 +28,25 @@ TEST_F(WriteCacheTest, AdjacentPutsMergeIntoOneRunAndOneWrite) {
     EXPECT_EQ(log.Count(L"Write thread:  End of disk."), 0u);
 }
 
+// One sector apart is not adjacent: two runs, two writes, the second at its
+// own sector with its own bytes (a merge would shift it onto sector 8).
+TEST_F(WriteCacheTest, RunsOneSectorApartStayTwoRuns) {
+    ASSERT_EQ(StartCache(2, 64), 0);
+    StartPass(16 * 512);
+    EXPECT_EQ(Put(0, 8), 0);
+    EXPECT_EQ(Put(9, 8), 0);
+    ASSERT_NE(context.fillBuffer, nullptr);
+    const diskCacheRunTable &table = *context.fillBuffer->runTable;
+    ASSERT_EQ(table.runsUsed, 2u);
+    EXPECT_EQ(table.runs[1].startSector, 9u);
+    EXPECT_EQ(table.runs[1].sectorCount, 8u);
+
+    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(Writes(), 2u);
+    EXPECT_EQ(WrittenSectors(), 16u);
+    EXPECT_EQ(Mismatches(), 0u);
+}
+
 TEST_F(WriteCacheTest, APutLargerThanTheFreeSpaceContinuesInTheNextBuffer) {
     ASSERT_EQ(StartCache(3, 4), 0);  // 8 sectors a buffer
     StartPass(12 * 512);

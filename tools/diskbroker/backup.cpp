@@ -1,10 +1,13 @@
 // Backup and checksum: streams through the read cache.
 #include <algorithm>
+#include <vector>
 
 #include "console.h"
 #include "errors.h"
 #include "extents.h"
 #include "files.h"
+#include "hash_thread.h"
+#include "guard.h"
 #include "manifest.h"
 #include "progress.h"
 #include "resume.h"
@@ -14,24 +17,18 @@
 namespace dbtool {
 namespace {
 
-// Lays the stream out at the extents' offsets in the image and keeps one
-// checksum per extent and one over the whole stream.
-class ExtentImageWriter {
+// One checksum per extent and one over the whole stream; runs on the hash
+// thread. With a single extent (a whole disk) the two are the same digest.
+class ExtentHasher {
 public:
-    ExtentImageWriter(File &image, const ExtentList &extents, Manifest &manifest, Progress &progress)
-        : image_(image), extents_(extents), manifest_(manifest), progress_(progress) {}
+    ExtentHasher(const ExtentList &extents, Manifest &manifest) : extents_(extents), manifest_(manifest) {}
 
     void Take(const uint8_t *data, size_t length) {
-        progress_.Advance(length);
-        stream_.Update(data, length);
+        if (extents_.size() != 1) stream_.Update(data, length);
         while (length > 0) {
             // The read cache stops at the listed total, so index_ stays in range.
             const Extent &extent = extents_.at(index_);
             const size_t take = static_cast<size_t>(std::min<uint64_t>(length, extent.length - done_));
-            // The image was created at full size, so a range of zeros is
-            // already there; skipping it keeps the file sparse.
-            if (std::any_of(data, data + take, [](uint8_t b) { return b != 0; }))
-                image_.WriteAt(extent.offset + done_, data, take);
             sha_.Update(data, take);
             done_ += take, data += take, length -= take;
             if (done_ == extent.length) {
@@ -41,22 +38,68 @@ public:
             }
         }
     }
-    std::wstring StreamSha() { return stream_.FinishHex(); }
+    std::wstring StreamSha() {
+        return extents_.size() == 1 && manifest_.extents.size() == 1 ? manifest_.extents[0].sha256 : stream_.FinishHex();
+    }
 
 private:
-    File &image_;
     const ExtentList &extents_;
     Manifest &manifest_;
-    Progress &progress_;
     size_t index_ = 0;
     uint64_t done_ = 0;
     Sha256 sha_, stream_;
 };
 
+// Lays the stream out at the extents' offsets in the image and hands it to
+// the hash thread, so hashing runs beside the reading and writing.
+class ExtentImageWriter {
+public:
+    ExtentImageWriter(File &image, const ExtentList &extents, HashThread &hasher, Progress &progress)
+        : image_(image), extents_(extents), hasher_(hasher), progress_(progress) {}
+
+    void Take(const uint8_t *data, size_t length) {
+        progress_.Advance(length);
+        hasher_.Put(data, length);
+        while (length > 0) {
+            const Extent &extent = extents_.at(index_);
+            const size_t take = static_cast<size_t>(std::min<uint64_t>(length, extent.length - done_));
+            // The image was created at full size, so a range of zeros is
+            // already there; skipping it keeps the file sparse.
+            if (!AllZero(data, take))
+                image_.WriteAt(extent.offset + done_, data, take);
+            done_ += take, data += take, length -= take;
+            if (done_ == extent.length) ++index_, done_ = 0;
+        }
+    }
+
+private:
+    File &image_;
+    const ExtentList &extents_;
+    HashThread &hasher_;
+    Progress &progress_;
+    size_t index_ = 0;
+    uint64_t done_ = 0;
+};
+
+size_t BufferBytes(const CacheTuning &tuning) { return static_cast<size_t>(tuning.bufferKB) * 1024; }
+
 std::wstring FileName(const std::wstring &path) { return path.substr(path.find_last_of(L"\\/") + 1); }
 
+std::vector<std::wstring> Outputs(const std::wstring &image) {
+    return {image, MetadataPathFor(image), ManifestPathFor(image), ManifestPathFor(image) + L".partial",
+            ExtentListPathFor(image)};
+}
+
+// Before anything is deleted: --force over the source itself would lose it.
+void CheckOutputsAreNotInputs(const BackupRequest &request) {
+    ProtectedFiles inputs;
+    inputs.AddDisk(request.disk, L"a file of the source disk");
+    inputs.Add(request.changeList, L"the change list");
+    for (const std::wstring &path : Outputs(request.image)) inputs.CheckOutput(path);
+}
+
 void ClearOutputs(const std::wstring &image, bool overwrite) {
-    for (const std::wstring &path : {image, MetadataPathFor(image), ManifestPathFor(image), ExtentListPathFor(image)}) {
+    for (const std::wstring &path : Outputs(image)) {
         if (!PathExists(path)) continue;
         if (!overwrite) throw Failure(L"'" + path + L"' already exists (use --force to replace it)");
         DeleteIfExists(path);
@@ -66,10 +109,11 @@ void ClearOutputs(const std::wstring &image, bool overwrite) {
 }  // namespace
 
 TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &request) {
+    CheckOutputsAreNotInputs(request);
     if (!request.resumeFolder.empty()) return ResumableBackup(job, tuning, request);
     // The list first: a mistake in it should not cost a disk open.
     const ExtentList listed = request.changeList.empty() ? ExtentList() : Normalized(LoadChangeList(request.changeList));
-    Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read);
+    Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read, request.ancestors);
     const DiskInfo info = disk.Info();
     const ExtentList extents = request.changeList.empty() ? ExtentList{{0, info.capacityBytes}} : listed;
     CheckWithinDisk(extents, info.capacityBytes, L"change list '" + request.changeList + L"'");
@@ -88,16 +132,19 @@ TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &
     manifest.capacity = info.capacityBytes;
     manifest.metadataFile = FileName(MetadataPathFor(request.image));
     Progress progress(L"backup", TotalBytes(extents), request.showProgress);
-    ExtentImageWriter writer(image, extents, manifest, progress);
+    ExtentHasher hashes(extents, manifest);
+    HashThread hasher([&](const uint8_t *data, size_t length) { hashes.Take(data, length); }, BufferBytes(tuning));
+    ExtentImageWriter writer(image, extents, hasher, progress);
     ReadCache cache(job.Broker(), tuning);
     TransferResult result;
     result.depth = cache.Stream(disk, listPath, MetadataPathFor(request.image), TotalBytes(extents),
                                 [&](const uint8_t *data, size_t length) { writer.Take(data, length); });
+    hasher.Finish();
     progress.Finish();
     disk.Close();
     image.Close();
     CheckNoProblems(job.Log(), L"the backup");
-    manifest.streamSha256 = writer.StreamSha();
+    manifest.streamSha256 = hashes.StreamSha();
     manifest.Save(ManifestPathFor(request.image));
 
     result.bytes = TotalBytes(extents);
@@ -114,13 +161,15 @@ TransferResult Checksum(Job &job, const CacheTuning &tuning, const std::wstring 
     SaveChangeList(list.Path(), {{0, info.capacityBytes}}, info.capacityBytes);
     Progress progress(L"checksum", info.capacityBytes, showProgress);
     Sha256 sha;
+    HashThread hasher([&](const uint8_t *data, size_t length) { sha.Update(data, length); }, BufferBytes(tuning));
     ReadCache cache(job.Broker(), tuning);
     TransferResult result;
     result.depth = cache.Stream(disk, list.Path(), metadata.Path(), info.capacityBytes,
                                 [&](const uint8_t *data, size_t length) {
-                                    sha.Update(data, length);
+                                    hasher.Put(data, length);
                                     progress.Advance(length);
                                 });
+    hasher.Finish();
     progress.Finish();
     disk.Close();
     CheckNoProblems(job.Log(), L"the checksum pass");

@@ -8,6 +8,7 @@
 #include "extents.h"
 #include "errors.h"
 #include "files.h"
+#include "interrupt.h"
 
 namespace dbtool {
 namespace {
@@ -85,6 +86,7 @@ DepthReading ReadCache::Stream(Disk &disk, const std::wstring &listPath, const s
     std::vector<uint8_t> chunk(static_cast<size_t>(tuning_.bufferKB) * 1024);
     uint64_t delivered = 0;
     for (;;) {
+        ThrowIfInterrupted(L"reading '" + disk.Path() + L"'");
         unsigned int length = static_cast<unsigned int>(chunk.size());
         const long result = broker.GetDiskCacheBuffer(&ctx, chunk.data(), &length);
         if (result == kEndOfData) break;

@@ -6,6 +6,7 @@
 #include "errors.h"
 #include "files.h"
 #include "job.h"
+#include "target_mark.h"
 
 namespace dbtool {
 namespace {
@@ -58,6 +59,8 @@ int RunInfo(const Words &words) {
     OutLine(L"parent:      " + (info.parentHint.empty() ? std::wstring(L"(none)") : info.parentHint));
     if (!info.uuid.empty()) OutLine(L"uuid:        " + info.uuid);
     OutLine(L"transport:   " + disk.TransportMode());
+    const std::wstring restore = TargetMark::Read(disk).Describe();
+    if (!restore.empty()) OutLine(L"restore:     " + restore);
     for (const std::string &key : disk.MetadataKeys())
         OutLine(L"metadata:    " + Wide(key) + L" = " + Wide(disk.ReadMetadata(key)));
     disk.Close();

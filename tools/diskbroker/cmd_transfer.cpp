@@ -1,4 +1,5 @@
 // backup, restore and checksum: command lines and reports.
+#include "ancestors.h"
 #include "commands.h"
 #include "console.h"
 #include "errors.h"
@@ -16,12 +17,16 @@ const wchar_t kBackupHelp[] =
     L"the disk's size holding the streamed data at its offsets (sparse elsewhere).\n"
     L"Beside it: <image>.meta (the disk's metadata export), <image>.extents.xml (the\n"
     L"list given to the library) and <image>.manifest (size, extents, SHA-256 of each\n"
-    L"extent's data), written last.\n"
+    L"extent's data), written last. List extents that are not whole sectors are widened\n"
+    L"to the sectors holding them. An output that is one of the inputs (the disk under\n"
+    L"any name, one of its extent files or parents, the list) is refused.\n"
     L"\n"
     L"  <disk>                  a .vmdk path, or memdisk://name?size=<bytes> on the stand-in\n"
     L"  --changes <list.xml>    back up only the extents of a DiskChangeInfo list\n"
     L"                          (an incremental backup); default: the whole disk\n"
     L"  --force                 replace an existing image and its companion files\n"
+    L"  --ancestors <folder>... folders holding the disk's parents (nearest last); the\n"
+    L"                          disk is relinked to them before it is read\n"
     L"  --resume <state folder> keep sector bookkeeping there: a backup killed part-way\n"
     L"                          and run again with the same folder reads only what is\n"
     L"                          not yet in the image (the folder belongs to this job)\n"
@@ -37,11 +42,17 @@ const wchar_t kRestoreHelp[] =
     L"as a sparse disk of the manifest's size. Every extent read from the image is\n"
     L"checked against the manifest's SHA-256; a mismatch stops the restore with exit\n"
     L"code 3. Afterwards the written ranges are read back from the target and compared.\n"
+    L"Before writing, the image's size and extent list must match the manifest, and the\n"
+    L"whole stream must match its digest (exit 3 otherwise). The target carries the\n"
+    L"metadata mark diskbroker.restore, \"incomplete\" until the restore has ended\n"
+    L"('diskbroker info' shows it); a re-run from the same image completes it.\n"
     L"\n"
     L"  --changes <list.xml>    write only these ranges (they must lie inside the image's\n"
     L"                          extents; the image is still checked in full)\n"
     L"  --no-verify             skip reading the target back\n"
     L"  --no-metadata           do not write the metadata export back to the target\n"
+    L"  --ancestors <folder>... folders holding the target's parents (nearest last), for\n"
+    L"                          reading the target back\n"
     L"  --resume <state folder> keep sector bookkeeping there: a restore killed part-way\n"
     L"                          and run again with the same folder writes only what is\n"
     L"                          not yet in the target (the image is still checked whole)\n"
@@ -77,7 +88,9 @@ void Report(Job &job, const TransferResult &result, const std::wstring &emptyVer
 
 }  // namespace
 
-int RunBackup(const Words &words) {
+int RunBackup(const Words &allWords) {
+    Words words = allWords;
+    const std::vector<std::wstring> ancestors = TakeAncestors(words);
     const Args args(words, WithCommonOptions({{L"changes", true}, {L"force", false}, kResumeOptions[0], kResumeOptions[1]}, true), 2, 2);
     if (args.HelpRequested()) return Help(kBackupHelp, true);
     BackupRequest request;
@@ -85,6 +98,7 @@ int RunBackup(const Words &words) {
     request.image = FullPath(args.Positional(1));
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.overwrite = args.Has(L"force");
+    request.ancestors = ancestors;
     TakeResumeOptions(args, request);
     Job job(args, true);
     const TransferResult result = Backup(job, TuningFrom(args), request);
@@ -96,7 +110,9 @@ int RunBackup(const Words &words) {
     return kExitOk;
 }
 
-int RunRestore(const Words &words) {
+int RunRestore(const Words &allWords) {
+    Words words = allWords;
+    const std::vector<std::wstring> ancestors = TakeAncestors(words);
     const Args args(
         words, WithCommonOptions({{L"changes", true}, {L"no-verify", false}, {L"no-metadata", false}, kResumeOptions[0], kResumeOptions[1]}, true), 2, 2);
     if (args.HelpRequested()) return Help(kRestoreHelp, true);
@@ -107,6 +123,7 @@ int RunRestore(const Words &words) {
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.verify = !args.Has(L"no-verify");
     request.metadata = !args.Has(L"no-metadata");
+    request.ancestors = ancestors;
     TakeResumeOptions(args, request);
     Job job(args, false);
     const TransferResult result = Restore(job, TuningFrom(args), request);

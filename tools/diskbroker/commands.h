@@ -15,5 +15,10 @@ int RunInfo(const Words &words);
 int RunTransports(const Words &words);
 int RunLog(const Words &words);
 int RunDemo(const Words &words);
+int RunMount(const Words &words);
+int RunVmBackup(const Words &words);
+int RunVmInfo(const Words &words);
+int RunSnapshots(const Words &words);
+int RunHosts(const Words &words);
 
 }  // namespace dbtool

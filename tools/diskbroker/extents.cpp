@@ -27,8 +27,14 @@ void ReadArea(CXmlReader &reader, const std::wstring &path, ExtentList &out, siz
         const uint64_t offset = Attribute(reader, L"offset", path, index);
         const uint64_t length = Attribute(reader, L"length", path, index);
         ++index;
-        const Extent extent{offset / kSectorSize * kSectorSize, length / kSectorSize * kSectorSize};
-        if (extent.length > 0) out.push_back(extent);
+        if (length == 0) continue;
+        // Outward to whole sectors: the library drops a partial sector, and
+        // every byte the list names must reach the image.
+        const uint64_t end = offset + length;
+        if (end < offset || end > UINT64_MAX - kSectorSize)
+            throw Failure(L"change list '" + path + L"': extent " + std::to_wstring(index) + L" ends past 2^64");
+        const uint64_t first = offset / kSectorSize * kSectorSize;
+        out.push_back({first, (end + kSectorSize - 1) / kSectorSize * kSectorSize - first});
     } while (reader.SelectNextSibling());
     reader.SelectParent();
 }

@@ -19,11 +19,11 @@ struct Extent {
 };
 using ExtentList = std::vector<Extent>;
 
-// The extents of a change list in document order, cut to whole sectors the way
-// the read cache cuts them (offset and length each divided by 512, remainder
-// dropped); empty ones are left out. Throws Failure for a file that cannot be
+// The extents of a change list in document order, widened to the whole
+// sectors that hold them (the library itself would drop a partial sector, and
+// with it bytes the list names); empty ones are left out. Throws Failure for a file that cannot be
 // read, is not XML, has no DiskChangeInfo, or has an extent without a decimal
-// offset or length.
+// offset or length, or one that ends past 2^64.
 ExtentList LoadChangeList(const std::wstring &path);
 
 // Writes a list of one area over the whole disk holding the given extents in

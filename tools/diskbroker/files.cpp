@@ -1,5 +1,6 @@
 #include "files.h"
 
+#include <string.h>
 #include <winioctl.h>
 
 #include <vector>
@@ -122,6 +123,10 @@ TempPath::TempPath(const std::wstring &suffix) {
 }
 
 TempPath::~TempPath() { DeleteFileW(path_.c_str()); }
+
+bool AllZero(const uint8_t *data, size_t length) {
+    return length == 0 || (data[0] == 0 && memcmp(data, data + 1, length - 1) == 0);
+}
 
 bool PathExists(const std::wstring &path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 

@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "console.h"
 #include "errors.h"
+#include "interrupt.h"
 
 namespace dbtool {
 namespace {
@@ -23,6 +24,11 @@ const Command kCommands[] = {
     {L"info", L"disk information and metadata", RunInfo},
     {L"transports", L"the transport modes VDDK offers", RunTransports},
     {L"log", L"the VDDK warnings the library cached", RunLog},
+    {L"mount", L"the volumes of a disk set: type, size, mounted path; mount on request", RunMount},
+    {L"vm-backup", L"back up a VM's disks under a snapshot that locks the VM (vSphere)", RunVmBackup},
+    {L"vm-info", L"what the vSphere server knows of a VM", RunVmInfo},
+    {L"snapshots", L"a VM's snapshots (vSphere)", RunSnapshots},
+    {L"hosts", L"the vSphere server's hosts", RunHosts},
 };
 
 void PrintUsage() {
@@ -58,6 +64,7 @@ int Dispatch(const Words &words) {
 int wmain(int argc, wchar_t **argv) {
     using namespace dbtool;
     try {
+        InstallInterruptHandler();
         return Dispatch(Words(argv + 1, argv + argc));
     } catch (const UsageError &e) {
         ErrLine(L"diskbroker: " + e.Message());

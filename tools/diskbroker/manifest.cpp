@@ -107,6 +107,10 @@ Manifest Manifest::Parse(const std::string &text, const std::wstring &origin) {
             m.capacity = p.Number(number, rest, L"capacity");
             sawCapacity = true;
         } else if (key == "metadata") {
+            // A name beside the image, as backup writes it; a path would make
+            // restore copy any file's contents into the target's metadata.
+            if (rest.empty() || rest.find_first_of("\\/:") != std::string::npos || rest == "." || rest == "..")
+                p.Fail(number, L"the metadata export must be a file name beside the image, not '" + Wide(rest) + L"'");
             m.metadataFile = Wide(rest);
         } else if (key == "extent") {
             std::istringstream fields(rest);
@@ -129,10 +133,17 @@ Manifest Manifest::Parse(const std::string &text, const std::wstring &origin) {
     return m;
 }
 
-void Manifest::Save(const std::wstring &path) const { WriteWholeFile(path, Serialize()); }
+void Manifest::Save(const std::wstring &path) const {
+    // Whole or not at all: a run killed while writing must not leave a
+    // manifest that a restore could take for a complete backup's.
+    const std::wstring partial = path + L".partial";
+    WriteWholeFile(partial, Serialize());
+    if (!MoveFileExW(partial.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        ThrowLastError(L"cannot put the manifest in place as '" + path + L"'");
+}
 
 Manifest Manifest::Load(const std::wstring &path) {
-    if (!PathExists(path)) throw Failure(L"manifest '" + path + L"' does not exist");
+    if (!PathExists(path)) throw Failure(L"manifest '" + path + L"' does not exist (a backup writes it last, so an interrupted one has none)");
     return Parse(ReadWholeFile(path), path);
 }
 

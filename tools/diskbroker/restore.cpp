@@ -7,10 +7,15 @@
 #include "errors.h"
 #include "extents.h"
 #include "files.h"
+#include "guard.h"
+#include "hash_thread.h"
+#include "image_check.h"
+#include "interrupt.h"
 #include "manifest.h"
 #include "progress.h"
 #include "resume.h"
 #include "sha256.h"
+#include "target_mark.h"
 #include "transfer.h"
 
 namespace dbtool {
@@ -33,7 +38,7 @@ std::vector<std::pair<std::string, std::string>> ParseMetadata(const std::string
 void RestoreMetadata(Disk &disk, const std::wstring &metadataPath) {
     if (!PathExists(metadataPath)) throw Failure(L"the metadata export '" + metadataPath + L"' is missing (or use --no-metadata)");
     for (const auto &entry : ParseMetadata(ReadWholeFile(metadataPath)))
-        disk.WriteMetadata(entry.first, entry.second);
+        if (entry.first != kRestoreMarkKey) disk.WriteMetadata(entry.first, entry.second);
 }
 
 void AppendMerged(ExtentList &list, const Extent &range) {
@@ -51,29 +56,34 @@ class ImageFeeder {
 public:
     // skipZeros: the target is new, so ranges of zeros read as zeros already
     // and are not written, which keeps the new disk sparse.
+    // oneExtent: the stream is that extent, so its digest is the stream's;
+    // everything: the selection is every extent, so what is written is the stream.
     ImageFeeder(File &image, const ExtentList &selection, WriteCache &cache, Progress &progress, size_t chunkBytes,
-                bool skipZeros)
+                bool skipZeros, bool oneExtent, bool everything)
         : image_(image), selection_(selection), cache_(cache), progress_(progress), chunk_(chunkBytes),
-          skipZeros_(skipZeros) {}
+          skipZeros_(skipZeros), oneExtent_(oneExtent), everything_(everything) {}
 
     void Feed(const ManifestExtent &extent, size_t number) {
         Sha256 sha;
         for (uint64_t done = 0; done < extent.range.length;) {
+            ThrowIfInterrupted(L"the restore");
             const size_t length = static_cast<size_t>(std::min<uint64_t>(chunk_.size(), extent.range.length - done));
             const uint64_t offset = extent.range.offset + done;
             image_.ReadAt(offset, chunk_.data(), length);
             sha.Update(chunk_.data(), length);
+            if (!oneExtent_) stream_.Update(chunk_.data(), length);
             for (const Extent &part : Intersection({offset, length}, selection_)) {
                 const uint8_t *data = chunk_.data() + (part.offset - offset);
-                if (!skipZeros_ || std::any_of(data, data + part.length, [](uint8_t b) { return b != 0; }))
+                if (!skipZeros_ || !AllZero(data, static_cast<size_t>(part.length)))
                     cache_.Put(data, part.offset / kSectorSize, part.length / kSectorSize);
-                written_.Update(data, static_cast<size_t>(part.length));
+                if (!everything_) written_.Update(data, static_cast<size_t>(part.length));
                 AppendMerged(writtenRanges_, part);
             }
             done += length;
             progress_.Advance(length);
         }
         const std::wstring actual = sha.FinishHex();
+        lastExtentSha_ = actual;
         if (actual != extent.sha256)
             throw MismatchError(L"checksum mismatch in extent " + std::to_wstring(number) + L" (offset " +
                                 std::to_wstring(extent.range.offset) + L", " + std::to_wstring(extent.range.length) +
@@ -81,7 +91,12 @@ public:
                                 L", the manifest says " + extent.sha256 +
                                 L". The target disk is incomplete and must not be used.");
     }
-    std::wstring WrittenSha() { return written_.FinishHex(); }
+    // Each once, after the last Feed.
+    std::wstring StreamSha() {
+        if (streamSha_.empty()) streamSha_ = oneExtent_ ? lastExtentSha_ : stream_.FinishHex();
+        return streamSha_;
+    }
+    std::wstring WrittenSha() { return everything_ ? StreamSha() : written_.FinishHex(); }
     const ExtentList &WrittenRanges() const { return writtenRanges_; }
 
 private:
@@ -90,8 +105,9 @@ private:
     WriteCache &cache_;
     Progress &progress_;
     std::vector<uint8_t> chunk_;
-    bool skipZeros_;
-    Sha256 written_;
+    bool skipZeros_, oneExtent_, everything_;
+    Sha256 written_, stream_;
+    std::wstring lastExtentSha_, streamSha_;
     ExtentList writtenRanges_;
 };
 
@@ -106,18 +122,59 @@ ExtentList Selection(const Manifest &manifest, const RestoreRequest &request) {
     return wanted;
 }
 
+// Throws MismatchError when the image's bytes, as restored, are not the
+// stream the manifest recorded (an edited digest, an extent left out).
+void CheckStream(const Manifest &manifest, const std::wstring &actual, const std::wstring &image) {
+    if (actual != manifest.streamSha256)
+        throw MismatchError(L"the image '" + image + L"' streams " + actual + L", its manifest says " +
+                            manifest.streamSha256 + L". The target disk is incomplete and must not be used.");
+}
+
+// A target this restore created, or one an interrupted run of the same
+// image created, holds zeros wherever nothing was written: skipping zeros
+// keeps it sparse. Any other disk may hold data there, so zeros are written.
+bool TargetReadsZerosWhereUnwritten(const TargetMark &mark, const Manifest &manifest) {
+    return mark.state == TargetMark::State::Incomplete && mark.created && mark.streamSha256 == manifest.streamSha256;
+}
+
+// Before the first byte of data, so a restore that stops anywhere says so.
+TargetMark MarkIncomplete(Disk &disk, const Manifest &manifest, bool created) {
+    TargetMark mark;
+    mark.created = created || TargetReadsZerosWhereUnwritten(TargetMark::Read(disk), manifest);
+    mark.state = TargetMark::State::Incomplete;
+    mark.streamSha256 = manifest.streamSha256;
+    mark.Write(disk);
+    return mark;
+}
+
+void CheckTargetSize(uint64_t capacity, const Manifest &manifest, const std::wstring &target) {
+    if (capacity != manifest.capacity)
+        throw Failure(L"the target '" + target + L"' is " + std::to_wstring(capacity) + L" bytes, the backed-up disk was " +
+                      std::to_wstring(manifest.capacity) + L"; restore into a disk of the same size");
+}
+
+void MarkComplete(Job &job, const std::wstring &target, TargetMark mark) {
+    Disk disk(job.Broker(), job.Link(), target, Disk::Mode::Write);
+    mark.state = TargetMark::State::Complete;
+    mark.Write(disk);
+    disk.Close();
+}
+
 void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request, const ExtentList &ranges,
               uint64_t capacity, const std::wstring &expectedSha) {
-    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Read);
+    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Read, request.ancestors);
     TempPath list(L".extents.xml"), metadata(L".meta");
     SaveChangeList(list.Path(), ranges, capacity);
     Progress progress(L"verify", TotalBytes(ranges), request.showProgress);
     Sha256 sha;
+    HashThread hasher([&](const uint8_t *data, size_t length) { sha.Update(data, length); },
+                      static_cast<size_t>(tuning.bufferKB) * 1024);
     ReadCache cache(job.Broker(), tuning);
     cache.Stream(disk, list.Path(), metadata.Path(), TotalBytes(ranges), [&](const uint8_t *data, size_t length) {
-        sha.Update(data, length);
+        hasher.Put(data, length);
         progress.Advance(length);
     });
+    hasher.Finish();
     progress.Finish();
     disk.Close();
     const std::wstring actual = sha.FinishHex();
@@ -126,33 +183,50 @@ void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request
                             L" instead of " + expectedSha);
 }
 
+// Before the target is created or opened: writing into the image or a file
+// beside it would destroy the backup being restored.
+void CheckTargetIsNotAnInput(const RestoreRequest &request, const Manifest &manifest) {
+    ProtectedFiles inputs;
+    inputs.Add(request.image, L"the image");
+    inputs.Add(ManifestPathFor(request.image), L"the image's manifest");
+    inputs.Add(FolderOf(request.image) + manifest.metadataFile, L"the image's metadata export");
+    inputs.Add(ExtentListPathFor(request.image), L"the image's extent list");
+    inputs.Add(request.changeList, L"the change list");
+    for (const std::wstring &file : DiskFiles(request.target)) inputs.CheckOutput(file);
+}
+
 }  // namespace
 
 TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest &request) {
-    if (!request.resumeFolder.empty()) return ResumableRestore(job, tuning, request);
     const Manifest manifest = Manifest::Load(ManifestPathFor(request.image));
+    CheckTargetIsNotAnInput(request, manifest);
+    if (!request.resumeFolder.empty()) return ResumableRestore(job, tuning, request);
     File image = File::OpenRead(request.image);
+    CheckImageAgainstManifest(image, manifest);
     const ExtentList selection = Selection(manifest, request);
     TransferResult result;
     if (request.mayCreate && !IsUrlPath(request.target) && !PathExists(request.target)) {
         Disk::Create(job.Broker(), job.Link(), request.target, manifest.capacity);
         result.createdTarget = true;
     }
-    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Write);
+    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Write, request.ancestors);
     const uint64_t capacity = disk.Info().capacityBytes;
+    CheckTargetSize(capacity, manifest, request.target);
     CheckWithinDisk(selection, capacity, L"target '" + request.target + L"'");
+    const TargetMark mark = MarkIncomplete(disk, manifest, result.createdTarget);
     if (request.metadata) RestoreMetadata(disk, FolderOf(request.image) + manifest.metadataFile);
 
     Progress progress(L"restore", manifest.StreamBytes(), request.showProgress);
     WriteCache cache(job.Broker(), tuning);
     cache.Begin(disk);
-    ImageFeeder feeder(image, selection, cache, progress, static_cast<size_t>(tuning.bufferKB) * 1024,
-                       result.createdTarget);
+    ImageFeeder feeder(image, selection, cache, progress, static_cast<size_t>(tuning.bufferKB) * 1024, mark.created,
+                       manifest.extents.size() == 1, request.changeList.empty());
     for (size_t i = 0; i < manifest.extents.size(); ++i) feeder.Feed(manifest.extents[i], i + 1);
     result.depth = cache.End();
     progress.Finish();
     disk.Close();
     CheckNoProblems(job.Log(), L"the restore");
+    CheckStream(manifest, feeder.StreamSha(), request.image);
 
     result.bytes = TotalBytes(selection);
     result.extents = selection.size();
@@ -163,6 +237,7 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
         CheckNoProblems(job.Log(), L"the read-back");
         result.verified = true;
     }
+    MarkComplete(job, request.target, mark);
     return result;
 }
 

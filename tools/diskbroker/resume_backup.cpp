@@ -118,7 +118,7 @@ File OpenImage(const BackupRequest &request, SectorBook &book, uint64_t capacity
 
 TransferResult ResumableBackup(Job &job, const CacheTuning &tuning, const BackupRequest &request) {
     const ExtentList listed = request.changeList.empty() ? ExtentList() : Normalized(LoadChangeList(request.changeList));
-    Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read);
+    Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read, request.ancestors);
     const DiskInfo info = disk.Info();
     const ExtentList extents = request.changeList.empty() ? ExtentList{{0, info.capacityBytes}} : listed;
     CheckWithinDisk(extents, info.capacityBytes, L"change list '" + request.changeList + L"'");

@@ -7,6 +7,7 @@
 #include "console.h"
 #include "errors.h"
 #include "files.h"
+#include "image_check.h"
 #include "manifest.h"
 #include "progress.h"
 #include "resume.h"
@@ -117,7 +118,7 @@ void ReadBack(Job &job, const CacheTuning &tuning, File &image, const RestoreReq
             done += length;
         }
     result.sha256 = expected.FinishHex();
-    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Read);
+    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Read, request.ancestors);
     TempPath list(L".extents.xml"), metadata(L".meta");
     SaveChangeList(list.Path(), selection, capacity);
     Sha256 actual;
@@ -138,6 +139,7 @@ TransferResult ResumableRestore(Job &job, const CacheTuning &tuning, const Resto
     const Manifest manifest = Manifest::Load(ManifestPathFor(request.image));
     File image = File::OpenRead(request.image);
     const ExtentList selection = Selection(manifest, request);
+    CheckImageAgainstManifest(image, manifest);  // the image is the one the manifest describes
     CheckImage(image, manifest);
     SectorBook book(request.resumeFolder, L"restore",
                     L"image " + request.image + L"\ntarget " + request.target + L"\nchanges " + request.changeList);
@@ -150,7 +152,7 @@ TransferResult ResumableRestore(Job &job, const CacheTuning &tuning, const Resto
         Disk::Create(job.Broker(), job.Link(), request.target, manifest.capacity);
         result.createdTarget = true;
     }
-    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Write);
+    Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Write, request.ancestors);
     const uint64_t capacity = disk.Info().capacityBytes;
     CheckWithinDisk(selection, capacity, L"target '" + request.target + L"'");
     if (request.metadata) RestoreMetadata(disk, request.image, manifest);

@@ -121,13 +121,19 @@ Connection::~Connection() {
     if (connection_) service_.Broker().VixDiskLib_Disconnect(connection_, nullptr);
 }
 
-Disk::Disk(Service &service, Connection &connection, const std::wstring &path, Mode mode)
+Disk::Disk(Service &service, Connection &connection, const std::wstring &path, Mode mode,
+           const std::vector<std::wstring> &ancestors)
     : service_(service), path_(path) {
     wcstring transport;
     const std::string narrow = Utf8(path);
-    const VixError error = service.Broker().VixDiskLib_Open(
-        connection.Get(), narrow.c_str(), mode == Mode::Read ? VIXDISKLIB_FLAG_OPEN_READ_ONLY : 0,
-        mode == Mode::Read ? L"Read" : L"Write", &handle_, transport);
+    const uint32 flags = mode == Mode::Read ? VIXDISKLIB_FLAG_OPEN_READ_ONLY : 0;
+    const wchar_t *tag = mode == Mode::Read ? L"Read" : L"Write";
+    std::vector<wcstring> folders(ancestors.begin(), ancestors.end());
+    const VixError error =
+        folders.empty()
+            ? service.Broker().VixDiskLib_Open(connection.Get(), narrow.c_str(), flags, tag, &handle_, transport)
+            : service.Broker().VixDiskLib_OpenLocal(connection.Get(), narrow.c_str(), flags, tag, &handle_, transport,
+                                                    folders);
     if (error == VIX_OK && (!handle_ || !handle_->vixHandle)) {
         service.Broker().VixDiskLib_Close(handle_);
         handle_ = nullptr;

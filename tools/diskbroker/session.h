@@ -73,7 +73,10 @@ struct DiskInfo {
 class Disk {
 public:
     enum class Mode { Read, Write };
-    Disk(Service &service, Connection &connection, const std::wstring &path, Mode mode);
+    // With ancestors (folders holding the disk's parents, nearest last), a
+    // disk opened for reading is first relinked to them (VixDiskLib_OpenLocal).
+    Disk(Service &service, Connection &connection, const std::wstring &path, Mode mode,
+         const std::vector<std::wstring> &ancestors = {});
     // Closes without reporting (use Close to see a failure).
     ~Disk();
     Disk(const Disk &) = delete;

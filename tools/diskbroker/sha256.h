@@ -1,5 +1,6 @@
-// SHA-256 (FIPS 180-4), incremental. Our own because no crypto library is
-// available to the mingw build; it is checked against the standard's vectors.
+// SHA-256 through Windows' CNG (BCrypt), incremental. CNG ships with Windows
+// and uses the processor's SHA instructions where there are any; it is
+// checked against the standard's vectors.
 #pragma once
 #include <stddef.h>
 #include <stdint.h>
@@ -13,7 +14,12 @@ class Sha256 {
 public:
     using Digest = std::array<uint8_t, 32>;
 
-    Sha256() { Reset(); }
+    // Throws Failure when CNG cannot make a hash object.
+    Sha256();
+    ~Sha256();
+    Sha256(const Sha256 &) = delete;
+    Sha256 &operator=(const Sha256 &) = delete;
+
     void Reset();
     void Update(const void *data, size_t length);
     // Finishes and returns the digest; the object is then reset.
@@ -23,14 +29,12 @@ public:
 
     static std::wstring Hex(const Digest &digest);
     static std::wstring Of(const void *data, size_t length);
+    // Opens CNG's SHA-256 provider for the process. Called before anything
+    // redirects HKEY_LOCAL_MACHINE, which Windows reads to find providers.
+    static void Prepare();
 
 private:
-    void Block(const uint8_t *block);
-
-    uint32_t state_[8];
-    uint8_t pending_[64];
-    size_t pendingLength_;
-    uint64_t totalLength_;
+    void *hash_ = nullptr;  // BCRYPT_HASH_HANDLE
 };
 
 }  // namespace dbtool

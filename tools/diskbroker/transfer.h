@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "job.h"
 #include "observe.h"
@@ -24,6 +25,7 @@ struct BackupRequest {
     std::wstring disk;
     std::wstring image;
     std::wstring changeList;  // empty: the whole disk
+    std::vector<std::wstring> ancestors;  // folders of the disk's parents, nearest last
     bool overwrite = false;
     bool showProgress = true;
     // Not empty: the state folder of a resumable backup (see resume.h). Only
@@ -41,6 +43,7 @@ struct RestoreRequest {
     std::wstring image;
     std::wstring target;
     std::wstring changeList;  // empty: every extent of the manifest
+    std::vector<std::wstring> ancestors;  // folders of the target's parents, nearest last
     bool verify = true;       // read the written ranges back through the read cache
     bool metadata = true;     // write the metadata export back to the target
     bool mayCreate = true;    // false on a server, where disks are not created

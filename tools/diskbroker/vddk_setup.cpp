@@ -42,18 +42,6 @@ bool ReadValue(const InstallLayout &layout, std::wstring &value) {
     return true;
 }
 
-void WriteValue(const InstallLayout &layout, const std::wstring &value) {
-    skclass::UniqueHkey key;
-    LONG rc = RegCreateKeyExW(HKEY_LOCAL_MACHINE, layout.key, 0, nullptr, 0, KEY_SET_VALUE, nullptr, key.put(), nullptr);
-    if (rc == ERROR_SUCCESS)
-        rc = RegSetValueExW(key.get(), layout.value, 0, REG_SZ, reinterpret_cast<const BYTE *>(value.c_str()),
-                            static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
-    if (rc != ERROR_SUCCESS)
-        throw Failure(Win32Message(L"cannot write the VDDK install value HKLM\\" + std::wstring(layout.key) + L" \"" +
-                                       layout.value + L"\" (administrator rights are needed on Windows)",
-                                   static_cast<unsigned long>(rc)));
-}
-
 std::wstring Trimmed(std::wstring root) {
     while (!root.empty() && root.back() == L'\\') root.pop_back();
     return root;
@@ -93,13 +81,18 @@ VddkChoice ParseVddkChoice(const std::wstring &text) {
     throw UsageError(L"option '--vddk' must be one of auto, standin, installed, not '" + text + L"'");
 }
 
-VddkSetup::VddkSetup(VddkChoice choice) {
+VddkSetup::VddkSetup(VddkChoice choice, HKEY machine) {
     const InstallLayout layout = Layout();
     std::wstring registered;
     const bool hasValue = ReadValue(layout, registered);
     const bool usable = hasValue && HasDiskLib(layout, registered);
     const bool registeredIsStandin = usable && _wcsicmp(Trimmed(registered).c_str(), StandinRoot().c_str()) == 0;
     if (choice == VddkChoice::Installed || (choice == VddkChoice::Auto && usable && !registeredIsStandin)) {
+        // Earlier versions of this program registered the stand-in for good;
+        // taking it for an install would test nothing real.
+        if (registeredIsStandin)
+            throw Failure(L"the registered VDDK (HKLM\\" + std::wstring(layout.key) + L" \"" + layout.value +
+                          L"\") is this program's stand-in, not an install (use --vddk standin for it)");
         if (!usable)
             throw Failure(L"no VDDK is registered: HKLM\\" + std::wstring(layout.key) + L" \"" + layout.value +
                           L"\" " + (hasValue ? L"points at '" + registered + L"', which holds no vixDiskLib.dll"
@@ -109,11 +102,8 @@ VddkSetup::VddkSetup(VddkChoice choice) {
         return;
     }
     InstallStandin();
-    if (usable && !registeredIsStandin) {
-        oldValue_ = registered;
-        restoreOld_ = true;
-    }
-    if (!registeredIsStandin) WriteValue(layout, StandinRoot());
+    view_ = std::make_unique<PrivateRegistryView>(machine);
+    view_->SetString(layout.key, layout.value, StandinRoot());
 }
 
 void VddkSetup::InstallStandin() {
@@ -125,15 +115,6 @@ void VddkSetup::InstallStandin() {
     description_ = L"VDDK stand-in (" + StandinRoot() + L")";
 }
 
-VddkSetup::~VddkSetup() {
-    if (!restoreOld_) return;
-    try {
-        WriteValue(Layout(), oldValue_);
-    } catch (const ToolError &e) {
-        ErrLine(L"warning: " + e.Message());
-    } catch (...) {
-        ErrLine(L"warning: could not put the registered VDDK install value back");
-    }
-}
+VddkSetup::~VddkSetup() = default;
 
 }  // namespace dbtool

@@ -1,9 +1,12 @@
 // Which VDDK the library will load. The library finds VDDK only through the
 // product's registry install value, so using the stand-in means laying it out
-// like an install and pointing that value at it, the production way.
+// like an install and pointing that value at it, the production way, in a
+// registry view private to this process: the machine's registry never changes.
 #pragma once
 #include <memory>
 #include <string>
+
+#include "registry_view.h"
 
 namespace dbtool {
 
@@ -15,12 +18,13 @@ enum class VddkChoice {
 
 VddkChoice ParseVddkChoice(const std::wstring &text);
 
-// Prepares the registry for the choice. When it had to replace a registered
-// value (Standin over a real install) it puts the old value back on
-// destruction; a value it added where none was stays, so later runs agree.
+// Prepares the registry for the choice: a registered VDDK is used as it is;
+// the stand-in is registered only in a private view of HKLM that ends with
+// this object (and with the process, should it be killed).
 class VddkSetup {
 public:
-    explicit VddkSetup(VddkChoice choice);
+    // machine: see PrivateRegistryView (null: the machine's own HKLM).
+    explicit VddkSetup(VddkChoice choice, HKEY machine = nullptr);
     ~VddkSetup();
     VddkSetup(const VddkSetup &) = delete;
     VddkSetup &operator=(const VddkSetup &) = delete;
@@ -34,8 +38,7 @@ private:
 
     std::wstring description_;
     bool standin_ = false;
-    bool restoreOld_ = false;
-    std::wstring oldValue_;
+    std::unique_ptr<PrivateRegistryView> view_;
 };
 
 }  // namespace dbtool

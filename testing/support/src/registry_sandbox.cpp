@@ -1,21 +1,34 @@
 #include <dbtest/registry_sandbox.h>
 
 #include <dbtest/temp_dir.h>
+#include <skclass_mini/strings.h>
 
 namespace dbtest {
 namespace {
 
-const wchar_t kParentPath[] = L"Software\\diskBrokerTests";
+// Each sandbox is a key of its own directly under HKCU\Software. A shared parent
+// key that the last sandbox deleted raced with another test process creating
+// its sandbox under it (Wine creates a path one key at a time, so the creation
+// met a deleted parent: ERROR_KEY_DELETED).
+const wchar_t kSoftwarePath[] = L"Software\\";
+
+std::string Failure(const char *call, const std::wstring &path, LSTATUS status) {
+    return std::string(call) + " HKCU\\" + cstring::ToUtf8(path) + " failed: Windows error " + std::to_string(status);
+}
 
 }  // namespace
 
-RegistrySandbox::RegistrySandbox() : rootPath_(std::wstring(kParentPath) + L"\\" + UniqueName(L"sandbox-")) {
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, rootPath_.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                        nullptr, &root_, nullptr) != ERROR_SUCCESS) {
+RegistrySandbox::RegistrySandbox() : rootPath_(kSoftwarePath + UniqueName(L"diskBrokerTests-sandbox-")) {
+    LSTATUS status = RegCreateKeyExW(HKEY_CURRENT_USER, rootPath_.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                     KEY_ALL_ACCESS, nullptr, &root_, nullptr);
+    if (status != ERROR_SUCCESS) {
         root_ = nullptr;
+        error_ = Failure("RegCreateKeyExW", rootPath_, status);
         return;
     }
-    overridden_ = RegOverridePredefKey(HKEY_LOCAL_MACHINE, root_) == ERROR_SUCCESS;
+    status = RegOverridePredefKey(HKEY_LOCAL_MACHINE, root_);
+    overridden_ = status == ERROR_SUCCESS;
+    if (!overridden_) error_ = Failure("RegOverridePredefKey onto", rootPath_, status);
 }
 
 RegistrySandbox::~RegistrySandbox() {
@@ -24,7 +37,6 @@ RegistrySandbox::~RegistrySandbox() {
         RegCloseKey(root_);
         RegDeleteTreeW(HKEY_CURRENT_USER, rootPath_.c_str());
         RegDeleteKeyW(HKEY_CURRENT_USER, rootPath_.c_str());
-        RegDeleteKeyW(HKEY_CURRENT_USER, kParentPath);  // fails harmlessly while others exist
     }
 }
 

@@ -156,7 +156,3 @@ void diskBroker::ReleaseUnusedDriveMappings() {
         deviceMappings.erase(unused);
     }
 }
-
-// No code adds device mappings yet, so there is nothing to undo; the remote
-// parent mapping replaces this together with the code that adds them.
-void diskBroker::UndoDriveMapping(const diskBrokerDeviceMapping &) {}

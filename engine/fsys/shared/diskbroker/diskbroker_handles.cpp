@@ -1,7 +1,6 @@
 // Disk handles: creating and opening disks, the per-handle calls (read, write,
 // metadata, information) with their statistics, close, and the VDDK disk calls
 // that are forwarded as they are.
-#include <algorithm>
 #include <new>
 
 #include <diskbroker.h>
@@ -82,7 +81,10 @@ VixError diskBroker::VixDiskLib_Open(VixDiskLibConnection connection, const char
             wcstring localDevice;
             if (MapRemoteParent(result, path, mappedPath, localDevice)) {
                 result = OpenThroughModel(connection, mappedPath.c_str(), flags, impersonate, &vixHandle);
-                if (result == VIX_OK) AddHandleMappingUse(localDevice, vixHandle);
+                if (result == VIX_OK)
+                    AddHandleMappingUse(localDevice, vixHandle);
+                else
+                    ReleaseDeviceReference(localDevice);  // no handle keeps it
             }
         }
         if (result != VIX_OK) {
@@ -280,56 +282,4 @@ VixError diskBroker::VixDiskLib_SpaceNeededForClone(VixDiskLibHandle diskHandle,
                                                     uint64 *spaceNeeded) {
     auto call = [&](auto &binding) { return binding.VixDiskLib_SpaceNeededForClone(diskHandle, diskType, spaceNeeded); };
     return Route<VixError>(call, call);
-}
-
-// --- Where a handle meets the remote-parent mapping ------------------------
-
-bool diskBroker::MapRemoteParent(VixError error, const char *path, cstring &mappedPath, wcstring &localDevice) {
-    // Only a "file too big" failure (VDDK's answer for a parent it cannot
-    // reach) or a share path can be due to a parent disk on a network share.
-    if (VIX_ERROR_CODE(error) != VIX_E_FILE_TOO_BIG && !IsNetworkPath(path)) return false;
-    wcstring text;
-    GetErrorText(error, text);
-    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"Error Text: '%s' Error: '%I64d'", text.c_str(), static_cast<long long>(error));
-    // No share is mapped to a local drive yet, so there is no rewritten path.
-    mappedPath.clear();
-    localDevice.clear();
-    return false;
-}
-
-void diskBroker::AddHandleMappingUse(const wcstring &localDevice, VixDiskLibHandle vixHandle) {
-    if (!deviceMappingLock) return;
-    skclass::CsLock hold(*deviceMappingLock);
-    auto mapping = std::find_if(deviceMappings.begin(), deviceMappings.end(),
-                                [&](const diskBrokerDeviceMapping &m) { return m.localDevice == localDevice; });
-    if (mapping == deviceMappings.end()) return;
-    ++mapping->referenceCount;
-    diskBrokerMappingUse<VixDiskLibHandle> use;
-    use.localDevice = localDevice;
-    use.handle = vixHandle;
-    handleMappings.push_back(use);
-}
-
-void diskBroker::ReleaseHandleMapping(VixDiskLibHandle vixHandle) {
-    if (!deviceMappingLock) return;
-    skclass::CsLock hold(*deviceMappingLock);
-    auto use = std::find_if(handleMappings.begin(), handleMappings.end(),
-                            [&](const diskBrokerMappingUse<VixDiskLibHandle> &u) { return u.handle == vixHandle; });
-    if (use == handleMappings.end()) return;
-    DecrementDeviceReference(use->localDevice);
-    handleMappings.erase(use);
-}
-
-void diskBroker::ReleaseDeviceReference(const wcstring &localDevice) {
-    if (!deviceMappingLock || localDevice.empty()) return;
-    skclass::CsLock hold(*deviceMappingLock);
-    DecrementDeviceReference(localDevice);
-}
-
-void diskBroker::DecrementDeviceReference(const wcstring &localDevice) {
-    for (diskBrokerDeviceMapping &mapping : deviceMappings) {
-        if (mapping.localDevice != localDevice) continue;
-        if (mapping.referenceCount > 0) --mapping.referenceCount;
-        return;
-    }
 }

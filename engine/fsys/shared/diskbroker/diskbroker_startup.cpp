@@ -72,6 +72,8 @@ diskBroker::diskBroker(ThreadingModelOverride forced) : diskBroker() { threading
 diskBroker::~diskBroker() {
     GuardedVoid(L"~diskBroker", [&] {
         VixDiskLib_Exit();
+        // Descriptors put back and connections cancelled once VDDK is done with the files.
+        ReleaseAllRemoteParentMappings();
         childParentLinkLock.reset();
         shareDriveLetterLock.reset();
         deviceMappingLock.reset();

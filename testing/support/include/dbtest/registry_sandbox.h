@@ -1,6 +1,6 @@
 // A private HKEY_LOCAL_MACHINE for one test.
 //
-// The sandbox creates a throw-away key HKCU\Software\diskBrokerTests\<unique>
+// The sandbox creates a throw-away key HKCU\Software\diskBrokerTests-sandbox-<unique>
 // and redirects HKEY_LOCAL_MACHINE onto it with RegOverridePredefKey, so code
 // under test that reads HKLM\SOFTWARE\... reads (and writes) the sandbox. On
 // destruction the override is removed and the key deleted with everything
@@ -25,6 +25,8 @@ public:
 
     // True when the key exists and HKLM is redirected onto it.
     bool Ok() const { return overridden_; }
+    // Why Ok() is false: the failing call, the key and the Windows error; empty when Ok().
+    const std::string &Error() const { return error_; }
     // The sandbox key's path under HKEY_CURRENT_USER.
     const std::wstring &RootPath() const { return rootPath_; }
 
@@ -42,6 +44,7 @@ public:
 
 private:
     std::wstring rootPath_;
+    std::string error_;
     HKEY root_ = nullptr;
     bool overridden_ = false;
 };

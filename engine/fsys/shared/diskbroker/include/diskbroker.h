@@ -25,6 +25,8 @@
 #include <vector>
 
 #include <diskbroker_export.h>
+#include <skclass_mini/win.h>
+#include <winnetwk.h>
 #include <skclass_mini/handles.h>
 #include <skclass_mini/singleton.h>
 #include <skclass_mini/strings.h>
@@ -46,6 +48,7 @@ struct diskBrokerParentLink {
     wcstring descriptorPath;  // the child whose descriptor was rewritten
     wcstring originalParent;  // the parent path it named before
     wcstring localParent;     // the parent path it names now
+    wcstring share;           // the m_shareDriveLetterMap key whose drive it uses
 };
 using DiskInfoList = std::vector<diskBrokerParentLink>;
 
@@ -170,6 +173,79 @@ public:
     VixError VixDiskLib_SpaceNeededForClone(VixDiskLibHandle diskHandle, VixDiskLibDiskType diskType,
                                             uint64 *spaceNeeded);
 
+    // --- Local disk chains -------------------------------------------------
+    // For tag "Read" (any case): walks ancestorLocations (folders, no trailing
+    // backslash) from the last to the first, finds the current disk's parent
+    // in each (FindMatchingDisk) and relinks the current disk to it where its
+    // descriptor names another path; then opens path as VixDiskLib_Open does.
+    // 16030, nothing opened and *handle null, when a parent is missing or a
+    // link cannot be rewritten; links rewritten before the failure stay.
+    VixError VixDiskLib_OpenLocal(VixDiskLibConnection connection, const char *path, uint32 flags,
+                                  const wchar_t *tag, _vixReadWriteHandle **handle, wcstring &transportMode,
+                                  std::vector<wcstring> &ancestorLocations);
+    // The file name (no folder) of the first location\baseName*.vmdk whose
+    // disk base name is baseName (case-sensitive); empty when none or when the
+    // folder cannot be searched (logged).
+    wcstring FindMatchingDisk(const wcstring &location, const wcstring &baseName);
+    // The parentFileNameHint of a monolithic sparse disk; empty for a disk
+    // without embedded descriptor or parent, and for one that cannot be read
+    // (logged).
+    wcstring GetParentDiskPath(const wcstring &childDisk);
+    // Rewrites the child's parentCID (the parent's CID) and parentFileNameHint
+    // (parentDisk) in place, inside its descriptor area. False, child
+    // untouched, when the parent has no valid CID, a file cannot be read, or
+    // the new text would not fit the area (each logged).
+    bool UpdateParentDiskLink(const wcstring &childDisk, const wcstring &parentDisk);
+
+    // --- Remote parent mapping ---------------------------------------------
+    // Relinks the chain below childDisk so that parents on a network share
+    // are reached through a connected drive (MapNetworkShareToLocalDrive);
+    // the links are put back at the next Disconnect that removes the device
+    // the child was reached through, or when the service ends. True when
+    // the child cannot be accessed or was relinked already (nothing to do).
+    bool MapRemoteParentDiskPathToLocal(const wcstring &childDisk);
+    // Connects share (\\server\share) and returns the drive Windows chose,
+    // with a trailing backslash; empty on failure (logged).
+    wcstring MapNetworkShareToLocalDrive(wcstring share);
+    // Cancels a drive connection, forced when a plain cancel fails.
+    bool CancelNetworkShareConnection(wcstring drive);
+    // The two Windows networking calls of the mapping: mpr.dll's in
+    // production. Test seam: a test can answer them (Wine has no network).
+    struct NetworkCalls {
+        DWORD(WINAPI *useConnection)(HWND, LPNETRESOURCEW, LPCWSTR, LPCWSTR, DWORD, LPWSTR, LPDWORD, LPDWORD);
+        DWORD(WINAPI *cancelConnection)(LPCWSTR, DWORD, BOOL);
+    };
+    void UseNetworkCalls(const NetworkCalls &calls) { networkCalls = calls; }
+    // What the mapping holds now (for tests and diagnostics): the device
+    // mapping table and the connected share drives, each copied under its lock.
+    std::vector<diskBrokerDeviceMapping> DeviceMappings();
+    std::map<wcstring, diskBrokerShareDrive, diskBrokerLessNoCase> ShareDrives();
+
+    // --- Mounting disk sets ------------------------------------------------
+    // Initialises the mount library with the service's own configuration
+    // file, library directory and log callbacks (the caller's log, warn,
+    // panic, libDir and configFile are not used). The generated file is
+    // deleted afterwards in every model, whatever the result. Unknown
+    // models: 0, nothing called.
+    VixError VixMntapi_Init(uint32 majorVersion, uint32 minorVersion, VixDiskLibGenericLogFunc *log,
+                            VixDiskLibGenericLogFunc *warn, VixDiskLibGenericLogFunc *panic, const char *libDir,
+                            const char *configFile);
+    void VixMntapi_Exit();
+    // Opens diskNames as one set. When the first try fails on a share (or
+    // with 21), the share is mapped to a device, every name is rewritten onto
+    // it, their parents relinked, and the open is tried once more; the set
+    // then holds a reference on the device until CloseDiskSet.
+    VixError VixMntapi_OpenDisks(VixDiskLibConnection connection, const char **diskNames, size_t numberOfDisks,
+                                 uint32 openFlags, VixDiskSetHandle *diskSet);
+    VixError VixMntapi_CloseDiskSet(VixDiskSetHandle diskSet);
+    VixError VixMntapi_GetVolumeHandles(VixDiskSetHandle diskSet, size_t *numberOfVolumes,
+                                        VixVolumeHandle **volumeHandles);
+    void VixMntapi_FreeVolumeHandles(VixVolumeHandle *volumeHandles);
+    VixError VixMntapi_MountVolume(VixVolumeHandle volumeHandle, Bool readOnly);
+    VixError VixMntapi_DismountVolume(VixVolumeHandle volumeHandle, Bool force);
+    VixError VixMntapi_GetVolumeInfo(VixVolumeHandle volumeHandle, VixVolumeInfo **info);
+    void VixMntapi_FreeVolumeInfo(VixVolumeInfo *info);
+
     // --- Read-ahead cache --------------------------------------------------
     // Per job: startReadCacheThread once; per disk: set diskHandle, broker,
     // extentFilePath and metadataFilePath, startDiskReadBuffer,
@@ -253,9 +329,38 @@ private:
     VixError CloseVixHandle(_vixReadWriteHandle &record);
     // Where a handle meets the remote-parent mapping: whether an open or
     // create failure is due to a parent on a share that could be mapped
-    // (then mappedPath is the path to retry, localDevice the mapping used),
-    // and the reference a handle, or a create, holds on that mapping.
+    // (then mappedPath is the path to retry, localDevice the mapping used,
+    // which now holds one more reference), and the reference a handle, or a
+    // create, holds on that mapping.
     bool MapRemoteParent(VixError error, const char *path, cstring &mappedPath, wcstring &localDevice);
+    // The failure check itself; share is the mapped share ("server\share\").
+    bool CheckRemoteParentFailure(VixError error, const char *path, wcstring &share, wcstring &localDevice,
+                                  wcstring &rewrittenPath);
+    // Maps the share of a \\server\share\...\folder\file path to a device
+    // name ("1:" to "9:"), reusing or counting an existing entry. 0 or a
+    // Win32 error (logged).
+    DWORD MapShareToDevice(const wcstring &path, wcstring &share, wcstring &localDevice, wcstring &lastFolder,
+                           wcstring &fileName);
+    DWORD DefineShareDevice(const wcstring &share, wcstring &localDevice);
+    // Removal of a device mapping: links relinked through it are put back,
+    // then the DOS device definition goes.
+    void RevertLocalParentDiskPathToRemote(const wcstring &localDevice);
+    void RevertLinks(const DiskInfoList &links);
+    // One reference on a connected share drive less; the connection is
+    // cancelled with the last one. shareDriveLetterLock held.
+    void ReleaseShareDrive(const wcstring &share);
+    bool RelinkToShareDrive(const wcstring &current, const wcstring &parent, DiskInfoList &links,
+                            wcstring &localParent);
+    // The share's connected drive: counted once more, or connected now.
+    bool AcquireShareDrive(const wcstring &share, wcstring &drive);
+    // At the service's end: every mapping, link and connection still held.
+    void ReleaseAllRemoteParentMappings();
+    // Mount calls: model 0 on the worker, model 1 through the mount binding,
+    // other models Result{} without a call.
+    template <typename Result, typename Call>
+    Result RouteMount(Call call);
+    VixError RetryOpenDisksOnShare(VixError error, VixDiskLibConnection connection, const char **diskNames,
+                                   size_t numberOfDisks, uint32 openFlags, VixDiskSetHandle *diskSet);
     void AddHandleMappingUse(const wcstring &localDevice, VixDiskLibHandle vixHandle);
     void ReleaseHandleMapping(VixDiskLibHandle vixHandle);
     void ReleaseDeviceReference(const wcstring &localDevice);
@@ -305,4 +410,6 @@ private:
     std::vector<diskBrokerMappingUse<VixDiskLibHandle>> handleMappings;               // deviceMappingLock
     std::vector<diskBrokerMappingUse<VixDiskSetHandle>> diskSetMappings;              // deviceMappingLock
     std::optional<skclass::CriticalSection> deviceMappingLock;
+    // Lock order: deviceMappingLock, childParentLinkLock, shareDriveLetterLock.
+    NetworkCalls networkCalls{&WNetUseConnectionW, &WNetCancelConnection2W};
 };

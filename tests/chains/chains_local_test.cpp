@@ -1,0 +1,215 @@
+// VixDiskLib_OpenLocal and its descriptor work on real files against the VDDK
+// stand-in: what is relinked and what is left alone, the failures that end in
+// 16030, and hostile disk files that must end in a log line, never a write.
+// (Whole chains read back and checked by qemu-img: qemu_relink.sh.)
+#include <fstream>
+#include <iterator>
+
+#include "../service/service_fixture.h"
+
+namespace servicetest {
+namespace {
+
+constexpr VixError kChainNotRelinked = 16030;
+
+std::string ReadBytes(const std::wstring &path) {
+    std::ifstream in(path.c_str(), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteBytes(const std::wstring &path, const std::string &bytes) {
+    std::ofstream out(path.c_str(), std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), std::streamsize(bytes.size()));
+}
+
+void PutLe64(std::string &bytes, size_t at, uint64_t value) {
+    for (int i = 0; i < 8; ++i) bytes[at + i] = char(value >> (8 * i));
+}
+
+// A sparse extent header naming a descriptor at offsetSectors, sizeSectors
+// long, then the descriptor text NUL padded (what the relinking code reads;
+// no grains behind it).
+std::string SparseFile(const std::string &descriptor, uint64_t sizeSectors = 2, uint64_t offsetSectors = 1) {
+    std::string bytes(512, '\0');
+    bytes.replace(0, 4, "KDMV");
+    PutLe64(bytes, 28, offsetSectors);
+    PutLe64(bytes, 36, sizeSectors);
+    std::string area(size_t(sizeSectors * 512), '\0');
+    area.replace(0, std::min(descriptor.size(), area.size()), descriptor.substr(0, area.size()));
+    return offsetSectors == 0 ? bytes : bytes + area;
+}
+
+std::string Descriptor(const std::string &cid, const std::string &parentCid, const std::string &hint) {
+    std::string text = "# Disk DescriptorFile\nversion=1\nCID=" + cid + "\nparentCID=" + parentCid +
+                       "\ncreateType=\"monolithicSparse\"\n";
+    if (!hint.empty()) text += "parentFileNameHint=\"" + hint + "\"\n";
+    return text + "\nRW 2048 SPARSE \"x.vmdk\"\n";
+}
+
+class LocalChainTest : public ServiceTest {
+protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        service = Start();
+        ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+        ASSERT_TRUE(CreateDirectoryW(parentDir().c_str(), nullptr));
+        ASSERT_TRUE(CreateDirectoryW(childDir().c_str(), nullptr));
+        WriteBytes(parent(), SparseFile(Descriptor("a1b2c3d4", "ffffffff", "")));
+        WriteBytes(child(), SparseFile(Descriptor("11112222", "a1b2c3d4", "..\\old\\disk.vmdk")));
+        log.Clear();
+    }
+    void TearDown() override {
+        service->VixDiskLib_Disconnect(connection, &local);
+        service.reset();
+        ServiceTest::TearDown();
+    }
+    std::wstring parentDir() const { return disks.File(L"parent"); }
+    std::wstring childDir() const { return disks.File(L"child"); }
+    std::wstring parent() const { return parentDir() + L"\\disk.vmdk"; }
+    std::wstring child() const { return childDir() + L"\\disk-000001.vmdk"; }
+
+    VixError OpenLocal(const std::wstring &disk, const wchar_t *tag, std::vector<wcstring> ancestors) {
+        _vixReadWriteHandle *handle = reinterpret_cast<_vixReadWriteHandle *>(uintptr_t(0xBAD));
+        wcstring mode;
+        const VixError result =
+            service->VixDiskLib_OpenLocal(connection, cstring::ToAnsi(disk).c_str(), 0, tag, &handle, mode, ancestors);
+        if (result == kChainNotRelinked) {
+            EXPECT_EQ(handle, nullptr);
+        }
+        if (result == VIX_OK) service->VixDiskLib_Close(handle);
+        return result;
+    }
+    bool LogHasLineStarting(const std::wstring &prefix) const {
+        for (const std::wstring &line : log.Lines())
+            if (line.compare(0, prefix.size(), prefix) == 0) return true;
+        return false;
+    }
+
+    dbtest::TempDir disks;
+    std::unique_ptr<diskBroker> service;
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+};
+
+TEST_F(LocalChainTest, RelinksTheChildToItsAncestorAndSkipsItsOwnFolder) {
+    // The own folder, differently cased, stands last and must not be searched
+    // (it would find the child itself).
+    std::wstring ownFolder = childDir();
+    for (wchar_t &c : ownFolder) c = wchar_t(towupper(c));
+    OpenLocal(child(), L"READ", {parentDir(), ownFolder});
+    EXPECT_EQ(service->GetParentDiskPath(child()), parent());
+    const std::string bytes = ReadBytes(child());
+    EXPECT_NE(bytes.find("CID=11112222\nparentCID=a1b2c3d4\nparentFileNameHint=\"" + Utf8(parent()) + "\"\n"),
+              std::string::npos);
+    EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink: Successfully processed descriptor for Parent disk " +
+                             parent() + L", CID = a1b2c3d4"));
+    EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink: Successfully processed descriptor for Child disk " +
+                             child()));
+    EXPECT_EQ(Calls("VixDiskLib_Open"), 1u);
+}
+
+TEST_F(LocalChainTest, LeavesDisksAloneWhenWritingOrAlreadyLinked) {
+    const std::string before = ReadBytes(child());
+    OpenLocal(child(), L"Write", {parentDir()});
+    EXPECT_EQ(ReadBytes(child()), before) << "a disk opened for writing is not relinked";
+    EXPECT_EQ(Calls("VixDiskLib_Open"), 1u);
+
+    std::wstring sameParent = parent();
+    for (wchar_t &c : sameParent) c = wchar_t(towlower(c));
+    WriteBytes(child(), SparseFile(Descriptor("11112222", "a1b2c3d4", Utf8(sameParent))));
+    const std::string linked = ReadBytes(child());
+    log.Clear();
+    OpenLocal(child(), L"Read", {parentDir()});
+    EXPECT_EQ(ReadBytes(child()), linked) << "a hint naming the found parent in another case is kept";
+    EXPECT_FALSE(LogHasLineStarting(L"diskBroker::UpdateParentDiskLink: Child Disk"));
+}
+
+TEST_F(LocalChainTest, ParentWithoutValidCidFailsTheOpenWithTheChildUntouched) {
+    const std::string before = ReadBytes(child());
+    const std::string parents[] = {
+        SparseFile(Descriptor("FFFFFFFF", "ffffffff", "")),
+        SparseFile("# Disk DescriptorFile\nversion=1\ncreateType=\"monolithicSparse\"\n"),
+        SparseFile("", 0, 0),  // no embedded descriptor
+    };
+    for (const std::string &bytes : parents) {
+        WriteBytes(parent(), bytes);
+        log.Clear();
+        EXPECT_EQ(OpenLocal(child(), L"Read", {parentDir()}), kChainNotRelinked);
+        EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink : Parent disk " + parent() + L" has invalid CID"));
+        EXPECT_TRUE(log.Contains(L"diskBroker::VixDiskLib_OpenLocal: UpdateParentDiskLink failed for " + child()));
+        EXPECT_EQ(ReadBytes(child()), before);
+    }
+    EXPECT_EQ(Calls("VixDiskLib_Open"), 0u) << "nothing is opened after a failed relink";
+}
+
+TEST_F(LocalChainTest, MissingAncestorAndNonDigitTail) {
+    const std::wstring empty = disks.File(L"empty");
+    ASSERT_TRUE(CreateDirectoryW(empty.c_str(), nullptr));
+    EXPECT_EQ(OpenLocal(child(), L"Read", {empty}), kChainNotRelinked);
+    EXPECT_TRUE(log.Contains(L"diskBroker::VixDiskLib_OpenLocal: FindMatchingDisk returned empty string. Disk, = " +
+                             child() + L", ancestor location = " + empty));
+    EXPECT_TRUE(LogHasLineStarting(L"diskBroker::FindMatchingDisk FindFirstFile failed for " + empty +
+                                   L"\\disk*.vmdk. Windows Error = "));
+
+    // A 7-character tail that is not digits still goes: disk-abcdef's parent is disk.
+    const std::wstring oddChild = childDir() + L"\\disk-abcdef.vmdk";
+    WriteBytes(oddChild, SparseFile(Descriptor("33334444", "a1b2c3d4", "nowhere.vmdk")));
+    EXPECT_EQ(service->FindMatchingDisk(parentDir(), L"disk"), L"disk.vmdk");
+    OpenLocal(oddChild, L"Read", {parentDir()});
+    EXPECT_EQ(service->GetParentDiskPath(oddChild), parent());
+}
+
+TEST_F(LocalChainTest, RewriteThatWouldNotFitIsRefused) {
+    // One sector of descriptor, nearly full already.
+    const std::string text = Descriptor("11112222", "a1b2c3d4", "old.vmdk") + "# " + std::string(280, 'c') + "\n";
+    ASSERT_LT(text.size(), 512u);
+    WriteBytes(child(), SparseFile(text, 1));
+    const std::string before = ReadBytes(child());
+    const std::wstring deepFolder = disks.File(std::wstring(200, L'p'));
+    ASSERT_TRUE(CreateDirectoryW(deepFolder.c_str(), nullptr));
+    WriteBytes(deepFolder + L"\\disk.vmdk", ReadBytes(parent()));
+    log.Clear();
+    EXPECT_EQ(OpenLocal(child(), L"Read", {deepFolder}), kChainNotRelinked);
+    EXPECT_TRUE(LogHasLineStarting(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " + child() +
+                                   L", stream_error = rewritten descriptor does not fit in its area, win_error= "));
+    EXPECT_EQ(ReadBytes(child()), before);
+}
+
+// Hostile children: each ends in the child message and false, file unchanged.
+TEST_F(LocalChainTest, HostileChildFilesAreNeverWritten) {
+    std::string pointsOutside = SparseFile(Descriptor("1", "a1b2c3d4", "x"));
+    PutLe64(pointsOutside, 28, 1000);
+    std::string hugeSize = SparseFile(Descriptor("1", "a1b2c3d4", "x"));
+    PutLe64(hugeSize, 36, ~0ull / 512);
+    const struct {
+        const char *what;
+        std::string bytes;
+        const wchar_t *error;
+    } cases[] = {
+        {"short file", std::string(100, 'K'), L"file shorter than its header"},
+        {"offset outside", pointsOutside, L"descriptor area lies outside the file"},
+        {"huge size", hugeSize, L"descriptor area lies outside the file"},
+        {"long line", SparseFile("CID=1\nparentCID=a1b2c3d4\n" + std::string(1024, 'x') + "\n", 4),
+         L"descriptor line of 1024 bytes or more"},
+        {"no NUL", SparseFile(std::string(1023, 'y') + "\n", 2), L"descriptor has no terminating NUL"},
+    };
+    for (const auto &hostile : cases) {
+        SCOPED_TRACE(hostile.what);
+        WriteBytes(child(), hostile.bytes);
+        log.Clear();
+        EXPECT_FALSE(service->UpdateParentDiskLink(child(), parent()));
+        EXPECT_TRUE(LogHasLineStarting(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " +
+                                       child() + L", stream_error = " + hostile.error + L", win_error= "));
+        EXPECT_EQ(ReadBytes(child()), hostile.bytes);
+        EXPECT_EQ(service->GetParentDiskPath(child()), L"");
+    }
+    EXPECT_FALSE(service->UpdateParentDiskLink(child(), disks.File(L"missing.vmdk")));
+    EXPECT_TRUE(LogHasLineStarting(L"diskBroker::UpdateParentDiskLink: Failed to open or read parent disk " +
+                                   disks.File(L"missing.vmdk") + L", stream_error = cannot open the file, win_error= 2"));
+    WriteBytes(child(), SparseFile("", 0, 0));
+    EXPECT_FALSE(service->UpdateParentDiskLink(child(), parent()));
+    EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink: ERROR: Child disk " + child() + L" has no descriptor!!"));
+}
+
+}  // namespace
+}  // namespace servicetest

@@ -1,0 +1,142 @@
+// Mounting disk sets against the stand-in's mount library: the service's own
+// configuration file deleted after VixMntapi_Init in every model, volumes of a
+// disk with a real MBR listed, mounted and dismounted, and the OpenDisks cases
+// that must not retry. (The share retry: chains_share_test.)
+#include <string.h>
+
+#include "../service/service_fixture.h"
+
+namespace servicetest {
+namespace {
+
+size_t IniFilesIn(const std::wstring &folder) {
+    WIN32_FIND_DATAW entry = {};
+    skclass::UniqueFind search(FindFirstFileW((folder + L"\\vddk-*.ini").c_str(), &entry));
+    if (!search) return 0;
+    size_t count = 0;
+    do ++count;
+    while (FindNextFileW(search.get(), &entry));
+    return count;
+}
+
+struct Model {
+    const char *name;
+    const wchar_t *threadingText;
+    uint32_t forced;  // used when threadingText is null
+};
+
+class MountTest : public ServiceTest, public ::testing::WithParamInterface<Model> {
+protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        if (GetParam().threadingText) {
+            SetThreadingModelText(GetParam().threadingText);
+            service = Start();
+        } else {
+            service = StartWithModel(GetParam().forced);
+        }
+        ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+        log.Clear();
+    }
+    void TearDown() override {
+        service->VixDiskLib_Disconnect(connection, &local);
+        service.reset();
+        ServiceTest::TearDown();
+    }
+    bool KnownModel() const { return service->ThreadingModel() <= diskBroker::kNoThreadingModel; }
+
+    // A sparse disk whose MBR names two primary partitions.
+    std::string MbrDisk() {
+        const std::string path = Utf8(disks.File(L"mbr.vmdk"));
+        VixDiskLibCreateParams params = {VIXDISKLIB_DISK_MONOLITHIC_SPARSE, VIXDISKLIB_ADAPTER_SCSI_LSILOGIC, 7, 16384,
+                                         512, 512};
+        EXPECT_EQ(service->VixDiskLib_Create(connection, path.c_str(), &params, nullptr, nullptr), VixError(VIX_OK));
+        _vixReadWriteHandle *handle = nullptr;
+        wcstring mode;
+        EXPECT_EQ(service->VixDiskLib_Open(connection, path.c_str(), 0, L"Write", &handle, mode), VixError(VIX_OK));
+        uint8_t mbr[512] = {};
+        const uint32_t partitions[2][2] = {{2048, 4096}, {8192, 8192}};
+        for (int i = 0; i < 2; ++i) {
+            uint8_t *entry = mbr + 446 + 16 * i;
+            entry[4] = 0x07;
+            memcpy(entry + 8, &partitions[i][0], 4);
+            memcpy(entry + 12, &partitions[i][1], 4);
+        }
+        mbr[510] = 0x55;
+        mbr[511] = 0xAA;
+        EXPECT_EQ(service->VixDiskLib_Write(handle, 0, 1, mbr), VixError(VIX_OK));
+        service->VixDiskLib_Close(handle);
+        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+        return path;
+    }
+
+    dbtest::TempDir disks;
+    std::unique_ptr<diskBroker> service;
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+};
+
+TEST_P(MountTest, InitDeletesItsConfigurationFileWhateverTheOutcome) {
+    ASSERT_EQ(IniFilesIn(data.Path()), 0u);
+    // The caller's arguments are not used: the service's own stand instead.
+    EXPECT_EQ(service->VixMntapi_Init(VIXMNTAPI_MAJOR_VERSION, VIXMNTAPI_MINOR_VERSION, nullptr, nullptr, nullptr,
+                                      "C:\\nowhere", "C:\\nowhere\\my.ini"),
+              VixError(VIX_OK));
+    EXPECT_TRUE(log.Contains(L"diskBroker::createVDDkIniFile() using the ini file " + data.File(L"vddk-0.ini") +
+                             L" for initialization"));
+    EXPECT_EQ(IniFilesIn(data.Path()), 0u);
+    EXPECT_EQ(Calls("VixMntapi_Init"), KnownModel() ? 1u : 0u);
+
+    sim.VddkSim_ScriptResult("VixMntapi_Init", 1, VIX_E_MNTAPI_INCOMPATIBLE_VERSION, nullptr, VDDKSIM_ANY_SECTOR,
+                             VDDKSIM_ANY_SECTOR);
+    const VixError failed = service->VixMntapi_Init(VIXMNTAPI_MAJOR_VERSION, 0, nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(failed, KnownModel() ? VixError(VIX_E_MNTAPI_INCOMPATIBLE_VERSION) : VixError(VIX_OK));
+    EXPECT_EQ(IniFilesIn(data.Path()), 0u) << "deleted after a failed Init too";
+
+    SetAgentDword(L"Preserve vddk ini file", 1);
+    service->VixMntapi_Init(VIXMNTAPI_MAJOR_VERSION, 0, nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(IniFilesIn(data.Path()), 1u) << "kept on request";
+}
+
+TEST_P(MountTest, VolumesOfAnMbrDiskAreListedMountedAndDismounted) {
+    if (!KnownModel()) GTEST_SKIP() << "an unknown model opens nothing";
+    const std::string disk = MbrDisk();
+    const char *names[] = {disk.c_str()};
+    VixDiskSetHandle set = nullptr;
+    ASSERT_EQ(service->VixMntapi_OpenDisks(connection, names, 1, VIXDISKLIB_FLAG_OPEN_READ_ONLY, &set),
+              VixError(VIX_OK));
+    size_t count = 0;
+    VixVolumeHandle *volumes = nullptr;
+    ASSERT_EQ(service->VixMntapi_GetVolumeHandles(set, &count, &volumes), VixError(VIX_OK));
+    ASSERT_EQ(count, 2u);
+    ASSERT_EQ(service->VixMntapi_MountVolume(volumes[1], 1), VixError(VIX_OK));
+    VixVolumeInfo *info = nullptr;
+    ASSERT_EQ(service->VixMntapi_GetVolumeInfo(volumes[1], &info), VixError(VIX_OK));
+    EXPECT_EQ(info->type, VIXMNTAPI_BASIC_PARTITION);
+    EXPECT_TRUE(info->isMounted);
+    EXPECT_EQ(strncmp(info->symbolicLink, "\\\\.\\vstor2-mntapi10-shared-", 27), 0) << info->symbolicLink;
+    service->VixMntapi_FreeVolumeInfo(info);
+    EXPECT_EQ(service->VixMntapi_DismountVolume(volumes[1], 0), VixError(VIX_OK));
+    EXPECT_EQ(service->VixMntapi_DismountVolume(volumes[1], 0), VixError(VIX_E_MNTAPI_VOLUME_NOT_MOUNTED));
+    service->VixMntapi_FreeVolumeHandles(volumes);
+    EXPECT_EQ(service->VixMntapi_CloseDiskSet(set), VixError(VIX_OK)) << "a set without a mapping only closes";
+    EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
+}
+
+TEST_P(MountTest, LocalNameFailingWithAnotherCodeIsNotRetried) {
+    if (!KnownModel()) GTEST_SKIP() << "an unknown model opens nothing";
+    const std::string missing = Utf8(disks.File(L"missing.vmdk"));
+    const char *names[] = {missing.c_str()};
+    VixDiskSetHandle set = nullptr;
+    EXPECT_EQ(service->VixMntapi_OpenDisks(connection, names, 1, 0, &set), VixError(VIX_E_FILE_NOT_FOUND));
+    EXPECT_EQ(Calls("VixMntapi_OpenDisks"), 1u);
+    EXPECT_TRUE(service->DeviceMappings().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, MountTest,
+                         ::testing::Values(Model{"Worker", L"", 0}, Model{"NoThreading", L"no threading", 0},
+                                           Model{"Unknown", nullptr, 7}),
+                         [](const ::testing::TestParamInfo<Model> &info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace servicetest

@@ -1,0 +1,82 @@
+// Which files a command must not write: a disk's own files found through its
+// descriptor, and file identity that sees through other names.
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <dbtest/temp_dir.h>
+
+#include "errors.h"
+#include "files.h"
+#include "guard.h"
+
+namespace {
+
+using namespace dbtool;
+
+bool Lists(const std::vector<std::wstring> &files, const std::wstring &path) {
+    for (const std::wstring &file : files)
+        if (SameFile(file, path)) return true;
+    return false;
+}
+
+TEST(Guard, DiskFilesFollowExtentsAndParents) {
+    dbtest::TempDir dir;
+    WriteWholeFile(dir.File(L"base-flat.vmdk"), std::string(512, '\0'));
+    WriteWholeFile(dir.File(L"base.vmdk"), "# Disk DescriptorFile\nversion=1\ncreateType=\"monolithicFlat\"\n"
+                                           "RW 1 FLAT \"base-flat.vmdk\" 0\n");
+    // A hosted sparse child: the descriptor sits at the sector the header names.
+    std::string child(1024, '\0');
+    child.replace(0, 4, "KDMV");
+    child[28] = 1;  // descriptorOffset, sectors
+    child[36] = 1;  // descriptorSize
+    const std::string text = "createType=\"monolithicSparse\"\nparentFileNameHint=\"base.vmdk\"\nRW 1 SPARSE \"child.vmdk\"\n";
+    child.replace(512, text.size(), text);
+    WriteWholeFile(dir.File(L"child.vmdk"), child);
+
+    const std::vector<std::wstring> files = DiskFiles(dir.File(L"child.vmdk"));
+    EXPECT_TRUE(Lists(files, dir.File(L"child.vmdk")));
+    EXPECT_TRUE(Lists(files, dir.File(L"base.vmdk")));
+    EXPECT_TRUE(Lists(files, dir.File(L"base-flat.vmdk")));
+    EXPECT_TRUE(DiskFiles(L"memdisk://x?size=512").empty());
+}
+
+TEST(Guard, AParentLoopOrGarbageEnds) {
+    dbtest::TempDir dir;
+    WriteWholeFile(dir.File(L"loop.vmdk"), "createType=\"vmfsSparse\"\nparentFileNameHint=\"loop.vmdk\"\n");
+    EXPECT_GT(DiskFiles(dir.File(L"loop.vmdk")).size(), 1u);
+    std::string header(64, '\xff');
+    header.replace(0, 4, "KDMV");
+    WriteWholeFile(dir.File(L"bad.vmdk"), header);
+    EXPECT_EQ(DiskFiles(dir.File(L"bad.vmdk")).size(), 1u);
+    EXPECT_EQ(DiskFiles(dir.File(L"missing.vmdk")).size(), 1u);
+}
+
+TEST(Guard, OtherNamesOfAnInputAreRefused) {
+    dbtest::TempDir dir;
+    const std::wstring source = dir.File(L"a long source name.vmdk");
+    WriteWholeFile(source, "data");
+    ProtectedFiles inputs;
+    inputs.Add(source, L"the source disk");
+    EXPECT_THROW(inputs.CheckOutput(dir.File(L"sub\\..\\A LONG SOURCE NAME.VMDK")), Failure);
+    EXPECT_NO_THROW(inputs.CheckOutput(dir.File(L"new.img")));
+
+    ASSERT_TRUE(CreateHardLinkW(dir.File(L"link.img").c_str(), source.c_str(), nullptr));
+    EXPECT_THROW(inputs.CheckOutput(dir.File(L"link.img")), Failure);
+    WriteWholeFile(dir.File(L"copy.img"), "data");
+    EXPECT_NO_THROW(inputs.CheckOutput(dir.File(L"copy.img")));
+
+    wchar_t shortName[MAX_PATH];
+    const DWORD length = GetShortPathNameW(source.c_str(), shortName, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH || source == shortName)
+        GTEST_SKIP() << "no short (8.3) names on this file system";
+    try {
+        inputs.CheckOutput(shortName);
+        FAIL() << "the short name was not refused";
+    } catch (const Failure &e) {
+        EXPECT_NE(e.Message().find(L"is the source disk"), std::wstring::npos);
+    }
+}
+
+}  // namespace

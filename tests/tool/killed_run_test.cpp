@@ -1,0 +1,219 @@
+// diskbroker.exe killed with TerminateProcess at several points of a backup
+// and of a restore leaves: the registry as it was (the stand-in's private
+// view goes with the process, and the next run deletes what is left of it),
+// a backup without a manifest, a target that info reports as incomplete, and
+// a re-run that completes. Ctrl-C ends a transfer through the same unwinding.
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <dbtest/product_keys.h>
+#include <dbtest/temp_dir.h>
+#include <skclass_mini/handles.h>
+
+#include "errors.h"
+#include "files.h"
+#include "interrupt.h"
+#include "job.h"
+#include "manifest.h"
+#include "registry_view.h"
+#include "transfer.h"
+
+namespace {
+
+using namespace dbtool;
+
+// Generous: a 192 MiB transfer on a loaded machine under Wine.
+constexpr DWORD kMustHappenMs = 240000;
+const wchar_t kSource[] = L"memdisk://killed?size=201326592&seed=11";
+
+class Child {
+public:
+    // Starts diskbroker.exe with stdout and stderr on a pipe we read.
+    explicit Child(const std::wstring &arguments) {
+        SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+        HANDLE read = nullptr, write = nullptr;
+        if (!CreatePipe(&read, &write, &inherit, 0)) return;
+        out_.reset(read);
+        skclass::UniqueHandle childEnd(write);
+        SetHandleInformation(read, HANDLE_FLAG_INHERIT, 0);
+        STARTUPINFOW startup{};
+        startup.cb = sizeof startup;
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+        startup.hStdOutput = write;
+        startup.hStdError = write;
+        std::wstring line = L"\"" + ExeFolder() + L"diskbroker.exe\" " + arguments;
+        PROCESS_INFORMATION info{};
+        if (!CreateProcessW(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info)) return;
+        process_.reset(info.hProcess);
+        thread_.reset(info.hThread);
+        pid_ = info.dwProcessId;
+    }
+    bool Started() const { return static_cast<bool>(process_); }
+    DWORD Pid() const { return pid_; }
+
+    // Reads output until a line contains `marker`; false at the end of output.
+    bool WaitForLine(const std::string &marker) {
+        std::string line;
+        char c;
+        DWORD got = 0;
+        while (ReadFile(out_.get(), &c, 1, &got, nullptr) && got == 1) {
+            output_ += c;
+            if (c != '\n') {
+                line += c;
+                continue;
+            }
+            if (line.find(marker) != std::string::npos) return true;
+            line.clear();
+        }
+        return false;
+    }
+    // Stops the child where it is, then kills it. False if it had ended already.
+    bool Kill() {
+        SuspendThread(thread_.get());
+        DWORD code = 0;
+        const bool running = GetExitCodeProcess(process_.get(), &code) && code == STILL_ACTIVE;
+        TerminateProcess(process_.get(), 99);
+        WaitForSingleObject(process_.get(), kMustHappenMs);
+        return running;
+    }
+    // Reads everything, waits for the end; the exit code, or -1 on a timeout.
+    int Finish() {
+        WaitForLine("\x01never");
+        if (WaitForSingleObject(process_.get(), kMustHappenMs) != WAIT_OBJECT_0) return -1;
+        DWORD code = 0;
+        GetExitCodeProcess(process_.get(), &code);
+        return static_cast<int>(code);
+    }
+    const std::string &Output() const { return output_; }
+
+private:
+    skclass::UniqueHandle process_, thread_, out_;
+    DWORD pid_ = 0;
+    std::string output_;
+};
+
+int RunTool(const std::wstring &arguments, std::string *output = nullptr) {
+    Child child(arguments);
+    if (!child.Started()) return -2;
+    const int code = child.Finish();
+    if (output) *output = child.Output();
+    return code;
+}
+
+std::wstring InstallValue() {
+    wchar_t text[1024] = L"";
+    DWORD bytes = sizeof text;
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, dbtest::kMainInstallKey, L"Path", RRF_RT_REG_SZ, nullptr, text, &bytes) !=
+        ERROR_SUCCESS)
+        return L"<none>";
+    return text;
+}
+
+bool HasViewOf(DWORD pid) {
+    skclass::UniqueHkey parent;
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, PrivateRegistryView::kParentKey, 0, KEY_READ, parent.put()) != ERROR_SUCCESS)
+        return false;
+    const std::wstring prefix = std::to_wstring(pid) + L"-";
+    wchar_t name[256];
+    for (DWORD i = 0, length = 256;
+         RegEnumKeyExW(parent.get(), i, name, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+         ++i, length = 256)
+        if (std::wstring(name).compare(0, prefix.size(), prefix) == 0) return true;
+    return false;
+}
+
+std::wstring Quoted(const std::wstring &path) { return L"\"" + path + L"\""; }
+
+class KilledRun : public ::testing::TestWithParam<int> {
+protected:
+    std::string Marker(const char *label) const { return std::string(label) + ": " + std::to_string(GetParam()) + "%"; }
+    dbtest::TempDir dir;
+};
+
+TEST_P(KilledRun, BackupLeavesNoManifestAndTheRegistryAsItWas) {
+    const std::wstring before = InstallValue();
+    const std::wstring image = dir.File(L"killed.img");
+    Child child(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --buffer-kb 256");
+    ASSERT_TRUE(child.Started());
+    ASSERT_TRUE(child.WaitForLine(Marker("backup"))) << child.Output();
+    ASSERT_TRUE(child.Kill()) << "the backup ended before it could be killed";
+    EXPECT_EQ(InstallValue(), before);
+    EXPECT_TRUE(PathExists(image));
+    EXPECT_FALSE(PathExists(ManifestPathFor(image)));
+
+    std::string output;
+    EXPECT_EQ(RunTool(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --force", &output), 0)
+        << output;
+    EXPECT_TRUE(PathExists(ManifestPathFor(image)));
+    EXPECT_FALSE(HasViewOf(child.Pid())) << "the killed run's registry view outlived the next run";
+    EXPECT_EQ(InstallValue(), before);
+}
+
+TEST_P(KilledRun, RestoreLeavesATargetThatSaysSoAndARerunCompletes) {
+    const std::wstring image = dir.File(L"full.img"), target = dir.File(L"target.vmdk");
+    std::string output;
+    ASSERT_EQ(RunTool(L"backup " + Quoted(kSource) + L" " + Quoted(image), &output), 0) << output;
+    const std::wstring before = InstallValue();
+    Child child(L"restore " + Quoted(image) + L" " + Quoted(target) + L" --vddk standin --buffer-kb 256");
+    ASSERT_TRUE(child.Started());
+    ASSERT_TRUE(child.WaitForLine(Marker("restore"))) << child.Output();
+    ASSERT_TRUE(child.Kill()) << "the restore ended before it could be killed";
+    EXPECT_EQ(InstallValue(), before);
+
+    ASSERT_EQ(RunTool(L"info " + Quoted(target), &output), 0) << output;
+    EXPECT_NE(output.find("restore:     INCOMPLETE"), std::string::npos) << output;
+    ASSERT_EQ(RunTool(L"restore " + Quoted(image) + L" " + Quoted(target), &output), 0) << output;
+    EXPECT_NE(output.find("read back: matches"), std::string::npos) << output;
+    ASSERT_EQ(RunTool(L"info " + Quoted(target), &output), 0) << output;
+    EXPECT_NE(output.find("restore:     complete"), std::string::npos) << output;
+    EXPECT_EQ(InstallValue(), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(AtEachQuarter, KilledRun, ::testing::Values(25, 50, 75));
+
+// Ctrl-C sets the flag the handler sets; the transfer ends through the
+// ordinary unwinding: caches and disks closed, no manifest, target marked.
+class Interrupt : public ::testing::Test {
+protected:
+    void TearDown() override { ClearInterrupt(); }
+    dbtest::TempDir dir;
+};
+
+TEST_F(Interrupt, ABackupEndsWithoutAManifestAndARestoreLeavesItsMark) {
+    const Args args({L"--vddk", L"standin"}, WithCommonOptions({}, true), 0, 0);
+    Job job(args, false);
+    BackupRequest backup;
+    backup.disk = L"memdisk://interrupted?size=8388608&seed=5";
+    backup.image = dir.File(L"i.img");
+    backup.showProgress = false;
+    ASSERT_NO_THROW(Backup(job, CacheTuning(), backup));
+
+    RestoreRequest restore;
+    restore.image = backup.image;
+    restore.target = dir.File(L"t.vmdk");
+    restore.showProgress = false;
+    RequestInterrupt();
+    try {
+        Restore(job, CacheTuning(), restore);
+        FAIL() << "the restore was not interrupted";
+    } catch (const Failure &e) {
+        EXPECT_NE(e.Message().find(L"was interrupted"), std::wstring::npos);
+    }
+    backup.image = dir.File(L"j.img");
+    EXPECT_THROW(Backup(job, CacheTuning(), backup), Failure);
+    EXPECT_FALSE(PathExists(ManifestPathFor(backup.image)));
+    ClearInterrupt();
+
+    std::string output;
+    EXPECT_EQ(RunTool(L"info " + Quoted(restore.target), &output), 0) << output;
+    EXPECT_NE(output.find("restore:     INCOMPLETE"), std::string::npos) << output;
+    // The caches were closed: the same job can run the next transfer.
+    EXPECT_NO_THROW(Restore(job, CacheTuning(), restore));
+}
+
+}  // namespace

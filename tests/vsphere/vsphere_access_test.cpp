@@ -1,0 +1,225 @@
+// Access control (the VM lock through VDDK's access preparation), tasks and
+// the event extension, with their warning-severity codes.
+#include "vsphere_fixture.h"
+
+namespace vspheretest {
+namespace {
+
+class AccessTest : public VsphereTest {
+protected:
+    void SetUp() override {
+        VsphereTest::SetUp();
+        Connect();
+    }
+    uint32_t Lock(bool prepare, const wcstring &vm = kVm) {
+        return vddkSetupVMAccessControl(prepare, L"backup job 7", vm, kServer, kUser, kPassword, kPort, wrapper,
+                                        session, vddkLog);
+    }
+    void ScriptVddk(const char *function, uint32_t count, VixError result) {
+        vddk.VddkSim_ScriptResult(function, count, result, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+    }
+    std::string VddkArg(const char *key) {
+        std::string value(vddk.VddkSim_LastArg(key, nullptr, 0), '\0');
+        if (value.empty()) return value;
+        vddk.VddkSim_LastArg(key, &value[0], value.size());
+        value.pop_back();
+        return value;
+    }
+    wcstring vddkLog;
+};
+
+TEST_F(AccessTest, VcenterLocksAndReleasesTheVmByItsMoRef) {
+    EXPECT_EQ(Lock(true), dbresult::kOk);
+    uint32_t prepared = 0, ended = 0;
+    AccessCounts(kVmSpec, prepared, ended);
+    EXPECT_EQ(prepared, 1u);
+    EXPECT_EQ(ended, 0u);
+    EXPECT_EQ(VddkArg("identity"), "backup job 7");
+    EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Getting moRef for VM 'web01'"));
+    EXPECT_NE(sim.Query("journal").find("vmcGetObjDetails thread="), std::string::npos);
+    EXPECT_EQ(Lock(false), dbresult::kOk);
+    AccessCounts(kVmSpec, prepared, ended);
+    EXPECT_EQ(ended, 1u);
+}
+
+TEST_F(AccessTest, StandaloneHostNeedsNoLock) {
+    LoadInventory("<inventory server='vcenter.example' type='HostAgent'>"
+                  "<account user='backup@vsphere.local' password='Standin-Pass1'/>"
+                  "<vm name='web01' moRef='vm-42'/></inventory>");
+    EXPECT_EQ(Lock(true), dbresult::kOk);
+    EXPECT_EQ(vddk.VddkSim_CallCount("VixDiskLib_PrepareForAccess"), 0u);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetObjDetails"), 0u);
+}
+
+TEST_F(AccessTest, FailuresToReadDetailsAndToLock) {
+    sim.Script("vmcGetServerDetails", {8});
+    EXPECT_EQ(Lock(true), dbresult::kObjectDetailsUnreadable);
+    EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl(): vmcGetServerDetails failed, result = 0X8"));
+    EXPECT_EQ(Lock(true, L"no-such-vm"), dbresult::kObjectDetailsUnreadable);
+    EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl(): vmcGetObjDetails failed, result = 0X2"));
+    EXPECT_EQ(vddkSetupVMAccessControl(true, L"id", kVm, kServer, kUser, kPassword, kPort, nullptr, session, vddkLog),
+              dbresult::kNullArgument);
+
+    // Preparation fails ten times and so does each EndAccess in between: not masked.
+    ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_HOST_NETWORK_CONN_REFUSED);
+    ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
+    log.Clear();
+    EXPECT_EQ(Lock(true), dbresult::kAccessPrepareFailed);
+    char *text = nullptr;
+    dbtest::VddkDiskLibExports exports;
+    ASSERT_EQ(exports.Load(vddkModule.get()), 33);
+    text = exports.VixDiskLib_GetErrorText(VIX_E_FAIL, nullptr);
+    const std::wstring failText = wcstring::FromUtf8(text);
+    exports.VixDiskLib_FreeErrorText(text);
+    EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Failure preparing VM for access: server 'vcenter.example' "
+                             L"VM 'moRef=vm-42'. Error Text: '" + failText + L"' Error: '1'"));
+    EXPECT_EQ(Lock(true, L"db01"), dbresult::kOk) << "another VM is not held up by it";
+
+    ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
+    EXPECT_EQ(Lock(false), dbresult::kOk) << "EndAccess masks every failure, so a release never fails here";
+}
+
+TEST_F(AccessTest, TaskOnTheVmsHost) {
+    wcstring task;
+    EXPECT_EQ(vddkCreateVMwareTask(task, kVm, L"Backup of web01", L"job 7", true, wrapper, session), dbresult::kOk);
+    EXPECT_EQ(task, L"task-1");
+    EXPECT_EQ(sim.Query("task:task-1"), "queued|0|Backup of web01|host-12|HostSystem");
+    EXPECT_EQ(vddkSetVMwareTaskState(task, L"running", wrapper, session), dbresult::kOk);
+    EXPECT_EQ(vddkUpdateVMwareTaskProgress(task, 40, wrapper, session), dbresult::kOk);
+    const wcstring message = L"Copying disks", extra = L"x";
+    EXPECT_EQ(vddkSetVMwareTaskDescription(task, message, nullptr, &extra, wrapper, session), dbresult::kOk);
+    EXPECT_EQ(sim.Query("task:task-1"), "running|40|Copying disks|host-12|HostSystem");
+    EXPECT_NE(sim.Query("journal").find("vmcSetTaskDescription thread="), std::string::npos);
+    EXPECT_NE(sim.Query("journal").find("(task-1, Copying disks, (null), x)"), std::string::npos);
+    EXPECT_EQ(vddkCancelVMwareTask(task, wrapper, session), dbresult::kOk);
+    EXPECT_EQ(sim.Query("task:task-1").substr(0, 10), "cancelled|");
+    EXPECT_TRUE(log.Lines().empty());
+}
+
+TEST_F(AccessTest, HostReferenceForms) {
+    LoadInventory("<inventory server='vcenter.example'><account user='backup@vsphere.local' password='Standin-Pass1'/>"
+                  "<vm name='a' hostText='esx-01 (&lt;host-12&gt;)'/>"
+                  "<vm name='b' hostText='esx-01 (&lt;host-12'/>"
+                  "<vm name='c' hostText='esx-01'/>"
+                  "<vm name='d' hostText='x (&lt;host-&gt;)9&gt;)'/></inventory>");
+    // The journal shows vmcCreateTask's arguments from the host reference on.
+    const std::pair<const wchar_t *, const char *> cases[] = {{L"a", "(host-12, HostSystem, t3, (null), t4, -)"},
+                                                              {L"b", "(host-12, HostSystem, t3, (null), t4, -)"},
+                                                              {L"c", "(, HostSystem, t3, (null), t4, -)"},
+                                                              {L"d", "(host-9>), HostSystem, t3, (null), t4, -)"}};
+    for (const auto &c : cases) {
+        wcstring task;
+        EXPECT_EQ(vddkCreateVMwareTask(task, c.first, L"t3", L"t4", false, wrapper, session),
+                  c.first[0] == L'c' ? dbresult::kTaskCreateFailed : dbresult::kOk);
+        const std::string journal = sim.Query("journal");
+        const std::string last = journal.substr(journal.rfind("vmcCreateTask thread="));
+        EXPECT_NE(last.find(c.second), std::string::npos) << last;
+    }
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMwareTask(): vmcCreateTask() failed, result = 0X3"));
+}
+
+TEST_F(AccessTest, TaskFailuresAreWarnings) {
+    wcstring task;
+    EXPECT_EQ(vddkCreateVMwareTask(task, L"no-such-vm", L"", L"", false, wrapper, session),
+              dbresult::kObjectDetailsUnreadable);
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMwareTask(): vmcGetObjDetails failed, result = 0X2"));
+    EXPECT_EQ(vddkCancelVMwareTask(L"task-77", wrapper, session), dbresult::kTaskCancelFailed);
+    EXPECT_TRUE(log.Contains(L"vddkCancelVMwareTask(): vmcCancelTask() failed, result = 0X2"));
+    EXPECT_EQ(vddkSetVMwareTaskState(L"task-77", L"error", wrapper, session), dbresult::kTaskStateFailed);
+    EXPECT_TRUE(log.Contains(L"vddkSetVMwareTaskState(): vmcSetTaskState() failed, result = 0X2"));
+    EXPECT_EQ(vddkSetVMwareTaskDescription(L"task-77", L"m", nullptr, nullptr, wrapper, session),
+              dbresult::kTaskDescriptionFailed);
+    EXPECT_TRUE(log.Contains(L"vddkSetVMwareTaskDescription(): vmcSetTaskDescription() failed, result = 0X2"));
+    const size_t before = log.Lines().size();
+    EXPECT_EQ(vddkUpdateVMwareTaskProgress(L"task-77", 5, wrapper, session), dbresult::kTaskProgressFailed);
+    EXPECT_EQ(log.Lines().size(), before) << "a rejected progress update logs nothing";
+    EXPECT_EQ(vddkCancelVMwareTask(L"t", nullptr, session), dbresult::kNullArgument);
+    EXPECT_EQ(vddkSetVMwareTaskState(L"t", L"s", wrapper, nullptr), dbresult::kNullArgument);
+    EXPECT_EQ(vddkUpdateVMwareTaskProgress(L"t", 1, wrapper, nullptr), dbresult::kNullArgument);
+    EXPECT_EQ(vddkCreateVMwareTask(task, kVm, L"", L"", false, nullptr, session), dbresult::kNullArgument);
+}
+
+TEST_F(AccessTest, EventExtensionRegisteredOnceRemovedOnce) {
+    auto registerIt = [&] {
+        return vddkRegisterVSphereEventExtension(L"com.example.backup", L"2", L"3", L"4", L"5", L"6", L"7", L"8", L"9",
+                                                 L"10", L"11", L"12", L"13", 4711, wrapper, session);
+    };
+    EXPECT_EQ(registerIt(), dbresult::kOk);
+    EXPECT_EQ(sim.Query("extensions"), "com.example.backup");
+    EXPECT_NE(sim.Query("journal").find("(com.example.backup, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 4711)"),
+              std::string::npos);
+    EXPECT_EQ(registerIt(), dbresult::kOk);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcRegisterEventExtension"), 1u) << "already registered: no second call";
+    EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"com.example.backup", wrapper, session), dbresult::kOk);
+    EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"com.example.backup", wrapper, session), dbresult::kOk);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcUnregisterEventExtension"), 1u);
+
+    sim.Script("vmcIsEventExtensionRegistered", {12, 12});
+    EXPECT_EQ(registerIt(), dbresult::kExtensionRegisterFailed);
+    EXPECT_TRUE(log.Contains(
+        L"vddkRegisterVSphereEventExtension(): vmcIsEventExtensionRegistered() failed, result = 0XC"));
+    EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"k", wrapper, session), dbresult::kExtensionUnregisterFailed);
+    EXPECT_TRUE(log.Contains(
+        L"vddkUnRegisterVSphereEventExtension(): vmcIsEventExtensionRegistered() failed, result = 0XC"));
+    sim.Script("vmcRegisterEventExtension", {14});
+    EXPECT_EQ(registerIt(), dbresult::kExtensionRegisterFailed);
+    EXPECT_TRUE(log.Contains(L"vddkRegisterVSphereEventExtension(): vmcRegisterEventExtension() failed, result = 0XE"));
+    EXPECT_EQ(registerIt(), dbresult::kOk);
+    sim.Script("vmcUnregisterEventExtension", {15});
+    EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"com.example.backup", wrapper, session),
+              dbresult::kExtensionUnregisterFailed);
+    EXPECT_TRUE(
+        log.Contains(L"vddkUnRegisterVSphereEventExtension(): vmcUnRegisterEventExtension() failed, result = 0XF"));
+    EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"k", wrapper, nullptr), dbresult::kNullArgument);
+}
+
+}  // namespace
+}  // namespace vspheretest
+
+namespace vspheretest {
+namespace {
+
+// Every flat function with half of the session pair missing: 0xE000FE49, except
+// where only the wrapper is checked and the library judges the session.
+TEST_F(AccessTest, NullPairs) {
+    const wcstring s = L"x";
+    wcstring out;
+    int code = 0;
+    std::vector<vddkHostInfo> hosts;
+    for (int half = 0; half < 2; ++half) {
+        soapVmToolsWrapper *w = half == 0 ? nullptr : wrapper;
+        void *h = half == 0 ? session : nullptr;
+        SCOPED_TRACE(half == 0 ? "null wrapper" : "null session");
+        EXPECT_EQ(vddkSetManagedTimeouts(w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkGetLastVIErr(out, &code, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkRemoveSnapshot(s, s, s, s, s, 1, false, w, h, s), dbresult::kNullArgument);
+        EXPECT_EQ(vddkCreateSnapshot(s, s, s, s, s, s, 1, false, false, w, h, s, out), dbresult::kNullArgument);
+        EXPECT_EQ(vddkEnableChangeTracking(s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkGetVmFQDN(s, out, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkGetVmBackupInfo(s, s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkGetManagedObjInfo(s, s, s, s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkCreateVMwareTask(out, s, s, s, false, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkCancelVMwareTask(s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkSetVMwareTaskState(s, s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkUpdateVMwareTaskProgress(s, 1, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkSetVMwareTaskDescription(s, s, nullptr, nullptr, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkRegisterVSphereEventExtension(s, s, s, s, s, s, s, s, s, s, s, s, s, 1, w, h),
+                  dbresult::kNullArgument);
+        EXPECT_EQ(vddkUnregisterVSphereEventExtension(s, w, h), dbresult::kNullArgument);
+    }
+    EXPECT_EQ(vddkSetupVMAccessControl(true, s, kVm, kServer, kUser, kPassword, kPort, nullptr, session, out),
+              dbresult::kNullArgument);
+    EXPECT_EQ(vddkGetAllHosts(&hosts, nullptr, session), dbresult::kNullArgument);
+    // Only the wrapper is checked: a null session goes to the library, which refuses it.
+    EXPECT_EQ(vddkSetupVMAccessControl(true, s, kVm, kServer, kUser, kPassword, kPort, wrapper, nullptr, out),
+              dbresult::kObjectDetailsUnreadable);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetServerDetails"), 1u);
+    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
+    EXPECT_EQ(vddkDisconnectFromVCServer(nullptr, session), dbresult::kNullArgument);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot") + sim.RavelSim_CallCount("vmcCreateSnapshot") +
+                  sim.RavelSim_CallCount("vmcCreateTask") + sim.RavelSim_CallCount("vmcIsChangeTrackingEnabled"),
+              0u);
+}
+
+}  // namespace
+}  // namespace vspheretest

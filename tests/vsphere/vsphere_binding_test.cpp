@@ -1,0 +1,118 @@
+// Finding and binding the web-services library, the wrapper's forwarding, and
+// the library's log lines reaching the product's log.
+#include <skclass_mini/singleton.h>
+
+#include "vsphere_fixture.h"
+
+namespace vspheretest {
+namespace {
+
+using dbtest::RavelkitVariant;
+
+class BindingTest : public VsphereTest {
+protected:
+    // Connects and disconnects at once; returns connect's result.
+    uint32_t ConnectOnce() {
+        soapVmToolsWrapper *w = nullptr;
+        void *s = nullptr;
+        const uint32_t result = vddkConnectToVMWareServer(kServer, kUser, kPassword, &w, &s);
+        if (w) {
+            EXPECT_EQ(vddkDisconnectFromVCServer(w, s), dbresult::kOk);
+        }
+        return result;
+    }
+};
+
+TEST_F(BindingTest, LoadsFromTheProductsInstallPathAndBindsAll64) {
+    EXPECT_EQ(ravelkit::kEntryPointCount, 64);
+    EXPECT_STREQ(ravelkit::kEntryPointNames[0], "vmcConnect");
+    EXPECT_STREQ(ravelkit::kEntryPointNames[63], "vmcGetAllHosts");
+    EXPECT_EQ(ConnectOnce(), dbresult::kOk);
+    EXPECT_EQ(log.Count(L"DynLoadRavelkitLib: loaded OK"), 1u);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcConnect"), 1u) << "the layer called the stand-in this test installed";
+    EXPECT_EQ(ConnectOnce(), dbresult::kOk);
+    EXPECT_EQ(log.Count(L"DynLoadRavelkitLib: loaded OK"), 1u) << "later wrappers share the loader";
+}
+
+TEST_F(BindingTest, TrailingBackslashesOfThePathBecomeOne) {
+    const std::wstring value = install.Path() + L"\\\\\\";
+    InstallRavelkit(0, RavelkitVariant::Normal, &value);
+    EXPECT_EQ(ConnectOnce(), dbresult::kOk);
+    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: loaded OK"));
+    // The name as tried shows in the failure: exactly one backslash before the file.
+    ASSERT_EQ(registry.SetString(dbtest::kMainInstallKey, L"Path", install.Path() + L"\\none\\\\"), ERROR_SUCCESS);
+    UnloadRavelkit();
+    EXPECT_EQ(ConnectOnce(), dbresult::kOk) << "the loader of the first connect is still alive";
+    skclass::ReleaseSingleton("vmToolsLoader");
+    EXPECT_EQ(ConnectOnce(), dbresult::kRavelkitNotLoaded);
+    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: " + install.Path() + L"\\none\\ravelkit.dll"));
+}
+
+TEST_F(BindingTest, EmptyPathValueGivesASingleBackslashAndFails) {
+    const std::wstring empty;
+    InstallRavelkit(0, RavelkitVariant::Normal, &empty);
+    EXPECT_EQ(ConnectOnce(), dbresult::kRavelkitNotLoaded);
+    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: \\ravelkit.dll"));
+}
+
+TEST_F(BindingTest, MissingKeyLeavesTheBareNameToTheSystemSearch) {
+    UnloadRavelkit();  // a loaded module of that name would satisfy the bare name
+    ASSERT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, dbtest::kMainInstallKey), ERROR_SUCCESS);
+    EXPECT_EQ(ConnectOnce(), dbresult::kRavelkitNotLoaded);
+    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: ravelkit.dll"));
+}
+
+TEST_F(BindingTest, SiblingProductLoadsVyravelkitFromVaultryBinAndReadsItsOwnAgentKey) {
+    ASSERT_EQ(registry.SetDword(dbtest::kProductKey, L"Product", 1), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetDword(dbtest::kSiblingAgentKey, L"VCB connect timeout", 7), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetDword(dbtest::kMainAgentKey, L"VCB connect timeout", 9), ERROR_SUCCESS);
+    InstallRavelkit(1, RavelkitVariant::Normal);
+    EXPECT_EQ(ConnectOnce(), dbresult::kOk);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcConnect"), 1u);
+    EXPECT_EQ(sim.Query("connectTimeout"), "7000");
+}
+
+TEST_F(BindingTest, ProductTwoReadsInstalldirButLoadsRavelkitBesideIt) {
+    ASSERT_EQ(registry.SetDword(dbtest::kProductKey, L"Product", 2), ERROR_SUCCESS);
+    InstallRavelkit(2, RavelkitVariant::Normal);
+    EXPECT_EQ(ConnectOnce(), dbresult::kOk);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcConnect"), 1u);
+}
+
+TEST_F(BindingTest, LibraryLackingOneEntryFailsWholeAndTheNextWrapperRetries) {
+    InstallRavelkit(0, RavelkitVariant::NoGetAllHosts);
+    soapVmToolsWrapper *w = reinterpret_cast<soapVmToolsWrapper *>(1);
+    void *s = nullptr;
+    EXPECT_EQ(vddkConnectToVMWareServer(kServer, kUser, kPassword, &w, &s), dbresult::kRavelkitNotLoaded);
+    EXPECT_EQ(w, nullptr);
+    EXPECT_TRUE(log.Contains(L"Error while dynamically loading : vmcGetAllHosts"));
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcConnect"), 0u);
+    // The failed load freed its library, so the complete one can take its place.
+    InstallRavelkit(0, RavelkitVariant::Normal);
+    log.Clear();
+    EXPECT_EQ(ConnectOnce(), dbresult::kOk);
+    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: loaded OK"));
+}
+
+TEST_F(BindingTest, LibraryLogLinesReachTheLogAndEmptyOnesDoNot) {
+    Connect();
+    ASSERT_TRUE(sim.RavelSim_EmitLog("session 7 renewed, 100% done"));
+    ASSERT_TRUE(sim.RavelSim_EmitLog(""));
+    ASSERT_TRUE(sim.RavelSim_EmitLog("h\xC3\xB4te \xE2\x82\xAC"));
+    const std::vector<std::wstring> expected = {L"RavelKit: session 7 renewed, 100% done", L"RavelKit: h\u00F4te \u20AC"};
+    EXPECT_EQ(log.Lines(), expected);
+}
+
+TEST_F(BindingTest, FolderHierarchiesAskForTheirRoots) {
+    Connect();
+    const std::string file = "C:\\nonexistent-folder\\tree.xml";
+    wrapper->vmcGetVmFolderHierarchy(session, file.c_str());
+    wrapper->vmcGetHostFolderHierarchy(session, file.c_str());
+    const std::string journal = sim.Query("journal");
+    EXPECT_NE(journal.find("vmcGetObjectInfo thread="), std::string::npos);
+    EXPECT_NE(journal.find("(root, vm_3, (null), " + file + ")"), std::string::npos) << journal;
+    EXPECT_NE(journal.find("(root, host, (null), " + file + ")"), std::string::npos) << journal;
+}
+
+}  // namespace
+}  // namespace vspheretest

@@ -1,0 +1,100 @@
+#include "vsphere_fixture.h"
+
+#include <stdint.h>
+
+#include <fstream>
+
+#include <diskbroker.h>
+#include <skclass_mini/dawdle.h>
+#include <skclass_mini/singleton.h>
+#include <skstdutl/sklog.h>
+
+namespace vspheretest {
+
+std::wstring Format(const wchar_t *format, const void *pointer) {
+    // The Windows runtime prints %p as 16 upper-case hex digits, without "0x".
+    wchar_t digits[17] = {};
+    uintptr_t value = reinterpret_cast<uintptr_t>(pointer);
+    for (int i = 15; i >= 0; --i, value >>= 4) digits[i] = L"0123456789ABCDEF"[value & 15];
+    std::wstring text = format;
+    const size_t at = text.find(L"%p");
+    if (at != std::wstring::npos) text.replace(at, 2, digits);
+    return text;
+}
+
+void VsphereTest::SetUp() {
+    SK_SetLogFilePath(L"");  // no log file: it would stay open inside our folders
+    ASSERT_TRUE(registry.Ok());
+    ASSERT_FALSE(install.Path().empty());
+    std::string error;
+    ASSERT_TRUE(dbtest::InstallVddkStandin(install.Path(), 0, dbtest::VddkVariant::Normal, &error)) << error;
+    ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", data.Path()), ERROR_SUCCESS);
+    const std::wstring disklib = dbtest::VddkStandinInstallFolder(install.Path(), 0) + L"vixDiskLib.dll";
+    vddkModule.reset(LoadLibraryW(disklib.c_str()));
+    ASSERT_TRUE(vddkModule) << "LoadLibraryW failed: " << GetLastError();
+    ASSERT_TRUE(vddk.Load(vddkModule.get()));
+    vddk.VddkSim_Reset();
+    InstallRavelkit(0, dbtest::RavelkitVariant::Normal);
+    skclass::SetTimeScale(0);
+    skclass::ResetDawdleRequested();
+}
+
+void VsphereTest::TearDown() {
+    if (wrapper) {
+        EXPECT_EQ(vddkDisconnectFromVCServer(wrapper, session), dbresult::kOk);
+    }
+    wrapper = nullptr;
+    diskBroker::ReleaseInstance();
+    skclass::ReleaseSingleton("vmToolsLoader");  // the library is freed with the last wrapper
+    skclass::SetTimeScale(1.0);
+    if (sim.RavelSim_Reset) sim.RavelSim_Reset();
+    UnloadRavelkit();
+    if (vddk.VddkSim_Reset) vddk.VddkSim_Reset();
+}
+
+void VsphereTest::UnloadRavelkit() {
+    sim = dbtest::RavelSimControl();
+    ravelModule.reset();
+}
+
+void VsphereTest::InstallRavelkit(int product, dbtest::RavelkitVariant variant, const std::wstring *installValue) {
+    UnloadRavelkit();
+    std::string error;
+    ASSERT_TRUE(dbtest::InstallRavelkitStandin(install.Path(), product, variant, &error, installValue)) << error;
+    ravelModule.reset(LoadLibraryW(dbtest::RavelkitInstallPath(install.Path(), product).c_str()));
+    ASSERT_TRUE(ravelModule) << "LoadLibraryW failed: " << GetLastError();
+    ASSERT_TRUE(sim.Load(ravelModule.get()));
+    sim.RavelSim_Reset();
+}
+
+void VsphereTest::SetAgentDword(const wchar_t *name, DWORD value) {
+    ASSERT_EQ(registry.SetDword(dbtest::kMainAgentKey, name, value), ERROR_SUCCESS);
+}
+
+void VsphereTest::Connect() {
+    ASSERT_EQ(vddkConnectToVMWareServer(kServer, kUser, kPassword, &wrapper, &session), dbresult::kOk);
+    ASSERT_NE(session, nullptr);
+    log.Clear();
+}
+
+void VsphereTest::LoadInventory(const std::string &xml) {
+    const std::wstring path = data.File(L"inventory.xml");
+    {
+        std::ofstream file(path.c_str(), std::ios::binary);
+        file << xml;
+    }
+    ASSERT_EQ(sim.RavelSim_LoadInventory(path.c_str()), 0);
+}
+
+size_t VsphereTest::CountStartingWith(const std::wstring &prefix) const {
+    size_t n = 0;
+    for (const std::wstring &line : log.Lines()) n += line.compare(0, prefix.size(), prefix) == 0;
+    return n;
+}
+
+void VsphereTest::AccessCounts(const char *vmxSpec, uint32_t &prepared, uint32_t &ended) const {
+    prepared = ended = 0;
+    vddk.VddkSim_AccessState(vmxSpec, &prepared, &ended);
+}
+
+}  // namespace vspheretest

@@ -1,0 +1,146 @@
+// VM queries: change tracking, the guest's host name with its power-state and
+// physical-mode rules, the information documents, and the host list.
+#include <fstream>
+#include <sstream>
+
+#include <skxml/xmlreader.h>
+
+#include "vsphere_fixture.h"
+
+namespace vspheretest {
+namespace {
+
+class QueryTest : public VsphereTest {
+protected:
+    void SetUp() override {
+        VsphereTest::SetUp();
+        Connect();
+    }
+    uint32_t Fqdn(const wcstring &vm) { return vddkGetVmFQDN(vm, fqdn, wrapper, session); }
+    wcstring fqdn;
+};
+
+TEST_F(QueryTest, ChangeTrackingIsEnabledWhereSupportedAndNeverFails) {
+    EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
+    EXPECT_EQ(sim.Query("changeTracking:web01"), "1");
+    EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking(): Change tracking is supported but not enabled. Enabling "
+                             L"change tracking for the VM 'web01'"));
+    EXPECT_NE(sim.Query("journal").find("vmcSetVmView thread="), std::string::npos);
+    log.Clear();
+    EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
+    EXPECT_EQ(vddkEnableChangeTracking(kOffVm, wrapper, session), dbresult::kOk);
+    EXPECT_TRUE(log.Lines().empty()) << "enabled already, or not supported: nothing to do";
+
+    EXPECT_EQ(vddkEnableChangeTracking(L"no-such-vm", wrapper, session), dbresult::kOk);
+    EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking() could not get status of change tracking for the VM "
+                             L"'no-such-vm'"));
+    LoadInventory("<inventory><vm name='web01'/></inventory>");
+    sim.Script("vmcSetVmPowerOrConfigState", {6});
+    EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
+    EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking() Failed to enable change tracking for the VM 'web01'"));
+    EXPECT_EQ(vddkEnableChangeTracking(kVm, nullptr, session), dbresult::kNullArgument);
+}
+
+TEST_F(QueryTest, FqdnOfAPoweredOnVm) {
+    EXPECT_EQ(Fqdn(kVm), dbresult::kOk);
+    EXPECT_EQ(fqdn, L"web01.example.com");
+    EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN() Getting FQDN for for the 'web01'"));
+    const std::string journal = sim.Query("journal");
+    EXPECT_NE(journal.find("(web01, (null), (null), DataSet1)"), std::string::npos);
+    EXPECT_NE(journal.find("(web01, (null), (null), DataSet2b)"), std::string::npos);
+}
+
+TEST_F(QueryTest, PowerStateMustBeExactlyPoweredOnButTheNameIsFilledAnyway) {
+    LoadInventory("<inventory>"
+                  "<vm name='off' powerState='poweredOff' guestHostName='off.example'/>"
+                  "<vm name='longer' powerState='poweredOnX' guestHostName='longer.example'/>"
+                  "<vm name='prefix' powerState='powered' guestHostName='prefix.example'/>"
+                  "<vm name='raw' diskMode='persistent,physicalMode' guestHostName='raw.example'/>"
+                  "<vm name='rawoff' powerState='poweredOff' diskMode='physicalMode' guestHostName='ro.example'/>"
+                  "<vm name='odd' hardwareVersion='20' guestHostName='odd.example'/>"
+                  "</inventory>");
+    EXPECT_EQ(Fqdn(L"off"), dbresult::kVmNotPoweredOn);
+    EXPECT_EQ(fqdn, L"off.example");
+    EXPECT_EQ(Fqdn(L"longer"), dbresult::kVmNotPoweredOn);
+    EXPECT_EQ(Fqdn(L"prefix"), dbresult::kVmNotPoweredOn);
+    EXPECT_EQ(Fqdn(L"raw"), dbresult::kVmHasPhysicalModeDisk);
+    EXPECT_EQ(fqdn, L"raw.example");
+    EXPECT_EQ(Fqdn(L"rawoff"), dbresult::kVmNotPoweredOn) << "the disk modes are read only when powered on";
+    // The never-true version test (below 11 and above 26 at once) is kept and changes nothing.
+    EXPECT_EQ(Fqdn(L"odd"), dbresult::kOk);
+}
+
+TEST_F(QueryTest, FqdnFailures) {
+    sim.Script("vmcGetObjDetails", {RAVELSIM_REAL, 7});  // the first query runs, the second fails
+    EXPECT_EQ(Fqdn(kVm), dbresult::kObjectDetailsUnreadable);
+    EXPECT_EQ(fqdn, L"web01.example.com") << "a powered-on VM's name is filled before the second query";
+    EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN(): vmcGetObjDetails failed, result = 0X7"));
+    EXPECT_EQ(Fqdn(L"no-such-vm"), dbresult::kObjectDetailsUnreadable);
+    EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN(): vmcGetObjDetails failed, result = 0X2"));
+    log.Clear();
+    EXPECT_EQ(vddkGetVmFQDN(kVm, fqdn, wrapper, nullptr), dbresult::kNullArgument);
+    EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN() Getting FQDN for for the 'web01'")) << "logged before the check";
+}
+
+TEST_F(QueryTest, BackupAndObjectInformationDocuments) {
+    const std::wstring file = data.File(L"backup-info.xml");
+    EXPECT_EQ(vddkGetVmBackupInfo(kVm, file, wrapper, session), dbresult::kOk);
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadFile(file.c_str()));
+    ASSERT_TRUE(reader.SelectSingleNode(L"VmBackupInfo"));
+    std::wstring value;
+    EXPECT_TRUE(reader.GetAttribute(L"moRef", value));
+    EXPECT_EQ(value, L"vm-42");
+    ASSERT_TRUE(reader.SelectSingleNode(L"Disk"));
+    EXPECT_TRUE(reader.GetAttribute(L"path", value));
+    EXPECT_EQ(value, L"memdisk://web01-disk0?size=8388608&seed=42");
+
+    const std::wstring objects = data.File(L"objects.xml");
+    EXPECT_EQ(vddkGetManagedObjInfo(L"root", L"host", L"", objects, wrapper, session), dbresult::kOk);
+    ASSERT_TRUE(reader.LoadFile(objects.c_str()));
+    ASSERT_TRUE(reader.SelectSingleNode(L"HostSystem"));
+    EXPECT_TRUE(reader.GetAttribute(L"moRef", value));
+    EXPECT_EQ(value, L"host-12");
+
+    EXPECT_EQ(vddkGetVmBackupInfo(L"no-such-vm", file, wrapper, session), dbresult::kInfoDocumentFailed);
+    EXPECT_TRUE(log.Contains(L"vddkGetVmBackupInfo(): vmcGetVmBackupInfo() failed, result = 0X2"));
+    EXPECT_EQ(vddkGetManagedObjInfo(L"root", L"vm_3", L"", L"Q:\\no\\such\\folder\\x.xml", wrapper, session),
+              dbresult::kInfoDocumentFailed);
+    EXPECT_TRUE(log.Contains(L"vddkGetManagedObjInfo(): vddkGetManagedObjInfo() failed, result = 0X7"));
+}
+
+TEST_F(QueryTest, HostsWithTheirNumbers) {
+    std::vector<vddkHostInfo> hosts;
+    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
+    ASSERT_EQ(hosts.size(), 2u);
+    EXPECT_EQ(hosts[0].name, L"esx-01.example");
+    EXPECT_EQ(hosts[0].majorVersion, 7);
+    EXPECT_EQ(hosts[1].name, L"esx-02.example");
+    EXPECT_EQ(hosts[1].majorVersion, 8);
+
+    LoadInventory("<inventory><host name='h\xC3\xA9' moRef='host-1' major='-2' minor='32767'/></inventory>");
+    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
+    ASSERT_EQ(hosts.size(), 1u);
+    EXPECT_EQ(hosts[0].name, L"h\u00E9");
+    EXPECT_EQ(hosts[0].majorVersion, -2) << "sign-extended";
+    EXPECT_EQ(hosts[0].minorVersion, 32767);
+
+    LoadInventory("<inventory/>");
+    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
+    EXPECT_TRUE(hosts.empty());
+}
+
+TEST_F(QueryTest, HostListFailuresLeaveTheCallersList) {
+    std::vector<vddkHostInfo> hosts(3);
+    hosts[0].name = L"kept";
+    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetAllHosts"), 1u) << "a null session reaches the library";
+    EXPECT_TRUE(log.Contains(L"vddkGetAllHosts(): vmcGetAllHosts failed, result = 0X5"));
+    EXPECT_EQ(hosts.size(), 3u);
+    EXPECT_EQ(hosts[0].name, L"kept");
+    EXPECT_EQ(vddkGetAllHosts(nullptr, wrapper, session), dbresult::kNullArgument);
+    EXPECT_EQ(vddkGetAllHosts(&hosts, nullptr, session), dbresult::kNullArgument);
+}
+
+}  // namespace
+}  // namespace vspheretest

@@ -1,0 +1,220 @@
+// Snapshots: removal with its delay through the time seam, attempts without a
+// pause, faults read and translated, 53 as already gone, the VM released;
+// creation under the lock with the orphan list of the registry.
+#include <skclass_mini/configuration.h>
+#include <skclass_mini/dawdle.h>
+
+#include "vsphere_fixture.h"
+
+namespace vspheretest {
+namespace {
+
+const wchar_t kOwner[] = L"job-7";
+const std::wstring kListPath = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
+
+class SnapshotTest : public VsphereTest {
+protected:
+    void SetUp() override {
+        VsphereTest::SetUp();
+        Connect();
+    }
+    uint32_t Remove(const wcstring &name, const wcstring &owner = kOwner) {
+        return vddkRemoveSnapshot(name, kVm, kServer, kUser, kPassword, kPort, false, wrapper, session, owner);
+    }
+    uint32_t Create(const wcstring &name, const wcstring &owner = kOwner) {
+        return vddkCreateSnapshot(kVm, name, L"backup", kServer, kUser, kPassword, kPort, false, true, wrapper,
+                                  session, owner, vddkLog);
+    }
+    // The list as stored: a multi-string under a value named by the key's own path.
+    std::vector<wcstring> List() {
+        Configuration list;
+        std::vector<wcstring> entries;
+        if (list.Open(Configuration::OpenExisting, kListPath, wcstring(), Configuration::Read))
+            list.LoadMultiString(kListPath, entries);
+        return entries;
+    }
+    void SetList(const std::vector<std::wstring> &entries) {
+        ASSERT_EQ(registry.SetMultiString(kListPath, kListPath, entries), ERROR_SUCCESS);
+    }
+    bool ListKeyExists() {
+        HKEY key = nullptr;
+        const bool exists = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kListPath.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS;
+        if (key) RegCloseKey(key);
+        return exists;
+    }
+    uint32_t Prepared() {
+        uint32_t prepared = 0, ended = 0;
+        AccessCounts(kVmSpec, prepared, ended);
+        return prepared;
+    }
+    uint32_t Ended() {
+        uint32_t prepared = 0, ended = 0;
+        AccessCounts(kVmSpec, prepared, ended);
+        return ended;
+    }
+    wcstring vddkLog;
+};
+
+TEST_F(SnapshotTest, RemovalWaitsOnceThenTriesWithoutPause) {
+    SetAgentDword(L"RemoveSnapshotDelay", 7);
+    SetAgentDword(L"RemoveSnapshotRetryCount", 3);
+    sim.Script("vmcRemoveSnapshot", {1, 1, 1});
+    skclass::ResetDawdleRequested();
+    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
+    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 7000u) << "one wait before the first attempt, none between";
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 3u);
+    const std::vector<std::wstring> expected = {
+        L"vddkRemoveSnapshot(): removing the snapshot 'nightly' for the VM 'web01'",
+        L"vddkRemoveSnapshot(): Waiting 7 seconds before deleting the snapshot",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot retry attempt number 1",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot retry attempt number 2",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1"};
+    std::vector<std::wstring> lines;
+    for (const std::wstring &line : log.Lines())
+        if (line.compare(0, 20, L"vddkRemoveSnapshot()") == 0) lines.push_back(line);
+    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(Ended(), 1u) << "released whatever the result";
+}
+
+TEST_F(SnapshotTest, DefaultsAreOneSecondAndOneAttempt) {
+    sim.Script("vmcRemoveSnapshot", {1, 1});
+    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
+    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 1000u);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 1u);
+    SetAgentDword(L"RemoveSnapshotDelay", 0);
+    SetAgentDword(L"RemoveSnapshotRetryCount", 1);
+    skclass::ResetDawdleRequested();
+    log.Clear();
+    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
+    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 0u);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u);
+    EXPECT_EQ(CountStartingWith(L"vddkRemoveSnapshot(): Waiting"), 0u);
+}
+
+TEST_F(SnapshotTest, FaultsAreReadAndTranslated) {
+    SetAgentDword(L"RemoveSnapshotRetryCount", 3);
+    sim.RavelSim_SetLastError("The operation is not allowed in the current state.", 213);
+    sim.Script("vmcRemoveSnapshot", {36, 6, 36});
+    EXPECT_EQ(Remove(L"nightly"), dbresult::kVmNotPoweredOn);
+    EXPECT_EQ(log.Count(L"vddkRemoveSnapshot(): vmcRemoveSnapshot reported: The operation is not allowed in the "
+                        L"current state., <0XD5>"),
+              3u);
+    sim.RavelSim_SetLastError("", 0);
+    sim.Script("vmcRemoveSnapshot", {36});
+    SetAgentDword(L"RemoveSnapshotRetryCount", 1);
+    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed) << "a fault number 0 keeps the fixed code";
+    sim.RavelSim_SetLastError("Fault", 203);
+    sim.Script("vmcRemoveSnapshot", {6});
+    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed) << "203 is not in the table";
+}
+
+TEST_F(SnapshotTest, GoneOnALaterAttemptCountsAsRemovedAndLeavesTheList) {
+    SetAgentDword(L"RemoveSnapshotRetryCount", 5);
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    SetList({L"nightly[:]job-7", L"nightly[:]job-8", L"nightly[:]job-7"});
+    sim.Script("vmcRemoveSnapshot", {36, 53});
+    EXPECT_EQ(Remove(L"nightly"), dbresult::kOk);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u);
+    EXPECT_EQ(List(), std::vector<wcstring>({L"nightly[:]job-8", L"nightly[:]job-7"})) << "the first equal entry only";
+    EXPECT_EQ(Ended(), 1u);
+}
+
+TEST_F(SnapshotTest, RemovalArgumentsAndAFailedReload) {
+    EXPECT_EQ(vddkRemoveSnapshot(L"s", kVm, kServer, kUser, kPassword, kPort, true, nullptr, session, kOwner),
+              dbresult::kNullArgument);
+    EXPECT_TRUE(log.Contains(L"vddkRemoveSnapshot(): removing the snapshot 's' for the VM 'web01'"));
+    EXPECT_EQ(Ended(), 0u);
+    ASSERT_EQ(Create(L"nightly", L""), dbresult::kOk);
+    sim.Script("vmcSetVmPowerOrConfigState", {4});
+    EXPECT_EQ(Remove(L"nightly", L""), dbresult::kOk);
+    EXPECT_TRUE(log.Contains(L"vddkRemoveSnapshot(): reload VM failed, result = 0X4"));
+    EXPECT_EQ(sim.Query("snapshots:web01"), "");
+}
+
+TEST_F(SnapshotTest, CreationLocksFirstAndListsUnderTheOwner) {
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
+    EXPECT_EQ(Prepared(), 1u);
+    EXPECT_EQ(sim.Query("snapshots:web01"), "backup-1");
+    EXPECT_EQ(List(), std::vector<wcstring>({L"backup-1[:]job-7"}));
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() creating a snapshot 'backup-1' for the VM 'web01'"));
+    EXPECT_NE(sim.Query("journal").find("vmcCreateSnapshot thread="), std::string::npos);
+    EXPECT_NE(sim.Query("journal").find("(backup-1, backup, web01, -, quiesce)"), std::string::npos);
+    EXPECT_EQ(Remove(L"backup-1"), dbresult::kOk);
+    EXPECT_TRUE(List().empty());
+    EXPECT_EQ(Ended(), 1u);
+}
+
+TEST_F(SnapshotTest, EmptyOwnerKeyLeavesTheRegistryAlone) {
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    EXPECT_EQ(Create(L"backup-1", L""), dbresult::kOk);
+    EXPECT_EQ(Remove(L"backup-1", L""), dbresult::kOk);
+    EXPECT_FALSE(ListKeyExists());
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 0);
+    EXPECT_EQ(Create(L"backup-2"), dbresult::kOk);
+    EXPECT_FALSE(ListKeyExists()) << "the list is off by default";
+}
+
+TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    LoadInventory("<inventory server='vcenter.example'><account user='backup@vsphere.local' password='Standin-Pass1'/>"
+                  "<vm name='web01' moRef='vm-42'><snapshot name='old-1'/><snapshot name='old-3'/>"
+                  "<snapshot name='theirs'/></vm></inventory>");
+    SetList({L"old-1[:]job-7", L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"old-3[:]job-7"});
+    sim.Script("vmcRemoveSnapshot", {0, 9});  // old-1 goes, old-2 fails, old-3 then real
+    EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
+    EXPECT_EQ(List(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7"}));
+    EXPECT_EQ(sim.Query("snapshots:web01"), "old-1,theirs,backup-1") << "old-1 was scripted away, old-3 removed";
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): WARNING - malformed snapshot key string abc for VM web01"));
+    EXPECT_EQ(log.Count(L"vddkCreateVMWareSnapshot(): found orphaned snapshots for VM web01"), 3u);
+    EXPECT_TRUE(log.Contains(
+        L"vddkCreateVMWareSnapshot(): failed to remove orphaned snapshot with key old-2[:]job-7 for VM web01"));
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): successfully removed all orphaned snapshots for VM web01"))
+        << "only the last orphan's outcome decides the message";
+    EXPECT_EQ(Ended(), 3u) << "each orphan removal releases the VM";
+    EXPECT_EQ(Prepared(), 1u);
+}
+
+TEST_F(SnapshotTest, LastOrphanFailingLogsNoSuccess) {
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    SetList({L"old-1[:]job-7"});
+    sim.Script("vmcRemoveSnapshot", {9});
+    EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
+    EXPECT_EQ(CountStartingWith(L"vddkCreateVMWareSnapshot(): successfully"), 0u);
+    EXPECT_EQ(List(), std::vector<wcstring>({L"old-1[:]job-7", L"backup-1[:]job-7"}));
+}
+
+TEST_F(SnapshotTest, FailedLockTakesNoSnapshot) {
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    vddk.VddkSim_ScriptResult("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
+                              VDDKSIM_ANY_SECTOR);
+    vddk.VddkSim_ScriptResult("VixDiskLib_EndAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
+                              VDDKSIM_ANY_SECTOR);
+    EXPECT_EQ(Create(L"backup-1"), dbresult::kAccessPrepareFailed);
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() Failed to lock the VM: 'web01'. Snapshot name: 'backup-1'. "
+                             L"skipping the snapshot creation"));
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 0u);
+    EXPECT_TRUE(List().empty());
+}
+
+TEST_F(SnapshotTest, FailedCreationIsTranslatedAndNotListed) {
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    sim.RavelSim_SetLastError("Insufficient disk space on datastore", 225);
+    sim.Script("vmcCreateSnapshot", {36});
+    EXPECT_EQ(Create(L"backup-1"), dbresult::kViFault225);
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): vmcCreateSnapshot failed, result = 0X24"));
+    EXPECT_TRUE(log.Contains(
+        L"vddkCreateVMWareSnapshot(): vmcCreateSnapshot reported: Insufficient disk space on datastore, <0XE1>"));
+    sim.Script("vmcCreateSnapshot", {5});
+    EXPECT_EQ(Create(L"backup-2"), dbresult::kSnapshotCreateFailed);
+    EXPECT_TRUE(List().empty());
+    EXPECT_EQ(Prepared(), 2u) << "the lock stays for vddkRemoveSnapshot to release";
+    EXPECT_EQ(vddkCreateSnapshot(kVm, L"x", L"", kServer, kUser, kPassword, kPort, false, false, wrapper, nullptr,
+                                 kOwner, vddkLog),
+              dbresult::kNullArgument);
+}
+
+}  // namespace
+}  // namespace vspheretest

@@ -1,0 +1,73 @@
+#!/bin/sh
+# vm-backup, vm-info, snapshots and hosts as a user runs them on the stand-in:
+# the README's commands, a clear message and exit 1 for a wrong password, an
+# unknown VM, an unreachable server and a malformed inventory, and a run killed
+# while its disk streams whose snapshot the next run removes.
+# usage: vm_backup_cli.sh <wine run.sh> <diskbroker.exe>
+set -eu
+run=$1
+tool=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+DISKBROKER_PASSWORD=Standin-Pass1
+export DISKBROKER_PASSWORD
+inv="--inventory inventory.xml"
+# check <exit code> <pattern> <stream: out|err> <arguments...>
+check() {
+    code=$1 pattern=$2 stream=$3
+    shift 3
+    set +e
+    "$run" "$tool" "$@" > out.txt 2> err.txt
+    rc=$?
+    set -e
+    if [ "$rc" != "$code" ] || ! grep -q -- "$pattern" "$stream.txt"; then
+        echo "expected exit $code and '$pattern' on std$stream from: diskbroker $*; got exit $rc"
+        cat out.txt err.txt
+        exit 1
+    fi
+}
+
+for command in vm-backup vm-info snapshots hosts; do check 0 "^usage: diskbroker $command" out "$command" --help; done
+check 2 '--server is required' err vm-backup --vm web01 out
+check 2 '--vm is required' err vm-backup --server vcenter.example out
+check 2 "option '--vsphere' must be one of" err hosts --server vcenter.example --vsphere real
+echo "help and usage"
+
+check 0 'snapshot removed; VM .web01. released' out vm-backup --server vcenter.example --vm web01 $inv images
+grep -q 'backed up 2 disks' out.txt
+[ "$(stat -c %s images/web01-disk0.img)" = 8388608 ] && [ -s images/web01-disk1.img.manifest ]
+check 0 '(no snapshots)' out snapshots --server vcenter.example --vm web01 $inv
+check 0 'change tracking: enabled' out vm-info --server vcenter.example --vm web01 $inv
+check 0 'esx-02.example  version 8.0' out hosts --server vcenter.example $inv
+if grep -rq Standin-Pass1 inventory.xml out.txt err.txt; then echo "a password reached a file"; exit 1; fi
+echo "backup, info, snapshots, hosts"
+
+DISKBROKER_PASSWORD=wrong check 1 'refused the user name or password' err vm-backup --server vcenter.example --vm web01 $inv x
+check 1 "does not know the VM 'nosuch'" err vm-backup --server vcenter.example --vm nosuch $inv x
+check 1 'cannot be reached at https://nowhere.example/sdk' err vm-backup --server nowhere.example --vm web01 $inv x
+echo "a file" > afile
+check 1 'is not a folder' err vm-backup --server vcenter.example --vm web01 $inv afile
+check 2 "option '--buffers' needs a whole number" err vm-backup --server vcenter.example --vm web01 $inv --buffers 0 x
+echo "not a document" > broken.xml
+check 1 'cannot use the inventory file' err hosts --server vcenter.example --inventory broken.xml
+check 0 '(no snapshots)' out snapshots --server vcenter.example --vm web01 $inv
+echo "failures: exit 1 with the cause, no snapshot left"
+
+# A run killed while a large disk streams leaves its snapshot; the next run removes it.
+cat > big.xml <<'XML'
+<inventory server="vcenter.example"><vm name="big" moRef="vm-7">
+<disk path="memdisk://big-0?size=8589934592&amp;seed=7"/></vm></inventory>
+XML
+"$run" "$tool" vm-backup --server vcenter.example --vm big --inventory big.xml killed > killed.txt 2>&1 &
+pid=$!
+if ! timeout 120 sh -c 'tail -f killed.txt | grep -q -m1 "locked for the backup"'; then
+    kill "$pid"; echo "the killed run never took its snapshot"; cat killed.txt; exit 1
+fi
+kill "$pid"
+wait "$pid" || true
+check 0 '^diskbroker-' out snapshots --server vcenter.example --vm big --inventory big.xml
+sed -i 's/size=8589934592/size=1048576/' big.xml
+check 0 'released' out vm-backup --server vcenter.example --vm big --inventory big.xml again
+check 0 '(no snapshots)' out snapshots --server vcenter.example --vm big --inventory big.xml
+echo "a killed run's snapshot is removed by the next run"
