@@ -1,7 +1,8 @@
 // The crash test's child: commits the plan's runs to one set for ever, with a
 // compaction now and then, until the test kills it. Arguments: the data
 // directory, the seed, the parent's process id. Exit codes: 2 bad arguments,
-// 3 no shared memory, 4 a call failed.
+// 3 no shared memory, 4 a call failed (its log, crash-child.log in the data
+// directory, says why).
 #include <stdlib.h>
 
 #include <data_object_sector_mgr.h>
@@ -30,7 +31,8 @@ bool Compact() {
 }
 
 int Run(const wchar_t *dataPath, uint64_t seed, DWORD parent) {
-    SK_SetLogFilePath(L"");
+    // Beside the bookkeeping, so that a child that gave up can say why.
+    SK_SetLogFilePath((std::wstring(dataPath) + L"\\crash-child.log").c_str());
     DataSetSectorManagerSetDataPath(dataPath);
     skclass::UniqueHandle mapping(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, SharedName(parent).c_str()));
     skclass::UniqueHandle ack(OpenEventW(EVENT_MODIFY_STATE, FALSE, AckEventName(parent).c_str()));

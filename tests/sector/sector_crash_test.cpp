@@ -128,7 +128,9 @@ TEST_F(SectorTest, KilledCommitsLeaveEveryAcknowledgedRunAndNothingUncommitted) 
         ASSERT_TRUE(child.Start(data.Path(), seed)) << GetLastError();
         HANDLE waits[2] = {ack.get(), child.Process()};
         for (unsigned acks = random() % 8; acks > 0; --acks)
-            ASSERT_EQ(WaitForMultipleObjects(2, waits, FALSE, kTimeoutMs), WAIT_OBJECT_0) << "the child stopped or hung";
+            ASSERT_EQ(WaitForMultipleObjects(2, waits, FALSE, kTimeoutMs), WAIT_OBJECT_0)
+                << "the child stopped (exit code " << child.Kill() << ") or hung; its log:\n"
+                << ReadBytes(data.File(L"crash-child.log"));
         SpinMicroseconds(random() % 3000);
         ASSERT_EQ(child.Kill(), 1u) << "the child ended by itself";
         const uint64_t now = Acknowledged(shared);
