@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 
+#include <skclass_mini/dawdle.h>
 #include <skclass_mini/handles.h>
 #include <skstdutl/sklog.h>
 #include <skxml/xmlreader.h>
@@ -73,10 +74,13 @@ void SectorTest::SetUp() {
     ASSERT_FALSE(data.Path().empty());
     ASSERT_FALSE(scratch.Path().empty());
     ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", data.Path() + L"\\\\"), ERROR_SUCCESS);
+    skclass::SetTimeScale(0);  // retries of busy files ask for time, and get none
+    skclass::ResetDawdleRequested();
 }
 
 void SectorTest::TearDown() {
     DataSetSectorManagerSetDataPath(nullptr);
+    skclass::SetTimeScale(1.0);
 }
 
 int SectorTest::Commit(const wcstring &object, const wcstring &set,

@@ -3,6 +3,9 @@
 // commit never joins a torn line.
 #include <random>
 
+#include <skclass_mini/dawdle.h>
+#include <skclass_mini/handles.h>
+
 #include "sector_fixture.h"
 
 namespace sectortest {
@@ -102,7 +105,9 @@ TEST_F(SectorFileTest, AFileThatCannotBeReadFailsTheStart) {
     ASSERT_TRUE(DeleteFileW(path.c_str()));
     ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr));  // a folder where the file should be
     log.Clear();
+    skclass::ResetDawdleRequested();
     EXPECT_EQ(DataSetSectorManager(L"vm", L"s", SECTOR_MANAGER_START_QUERY), 1);
+    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 9u * 50) << "asked again nine times, 50 ms apart";
     ASSERT_EQ(log.Lines().size(), 1u);
     const std::wstring prefix = L"DataSetSectorManager: cannot open '" + path + L"', error ";
     EXPECT_EQ(log.Lines()[0].compare(0, prefix.size(), prefix), 0)
@@ -111,6 +116,19 @@ TEST_F(SectorFileTest, AFileThatCannotBeReadFailsTheStart) {
     EXPECT_EQ(Commit(L"vm", L"s", {{1, 1}}), 1);
     EXPECT_EQ(log.Lines().size(), 1u);
     RemoveDirectoryW(path.c_str());
+}
+
+TEST_F(SectorFileTest, AFileHeldByAnotherProgramFailsTheCallAndIsLeftAlone) {
+    skclass::UniqueFile holder(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(holder);
+    log.Clear();
+    EXPECT_EQ(Commit(L"vm", L"s", {{5, 1}}), 1);
+    EXPECT_EQ(log.Lines().size(), 1u);
+    EXPECT_EQ(DataSetSectorManager(L"vm", L"s", SECTOR_MANAGER_END_QUERY), 1);
+    holder.reset();
+    EXPECT_EQ(ReadBytes(path), "0 1\r\n");
+    ASSERT_EQ(Commit(L"vm", L"s", {{5, 1}}), 0);
+    EXPECT_EQ(ReadBytes(path), "0 1\r\n5 1\r\n");
 }
 
 }  // namespace

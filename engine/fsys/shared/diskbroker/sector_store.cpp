@@ -8,6 +8,7 @@
 #include <charconv>
 #include <string>
 
+#include <skclass_mini/dawdle.h>
 #include <skclass_mini/handles.h>
 #include <skstdutl/sklog.h>
 
@@ -178,6 +179,32 @@ bool CutTornLine(HANDLE file, const std::wstring &path, uint64_t &size) {
     return true;
 }
 
+// A file another process holds for a moment (a virus scanner, the handles of
+// a process that is being killed) is asked for again a few times before the
+// operation fails.
+constexpr int kBusyAttempts = 10;
+constexpr unsigned long kBusyRetryMs = 50;
+
+bool Busy(DWORD error) {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
+}
+
+HANDLE OpenWhenFree(const std::wstring &path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
+    for (int attempt = 1;; ++attempt) {
+        HANDLE file = CreateFileW(path.c_str(), access, share, nullptr, disposition, flags, nullptr);
+        if (file != INVALID_HANDLE_VALUE || attempt == kBusyAttempts || !Busy(GetLastError())) return file;
+        skclass::Dawdle(kBusyRetryMs);
+    }
+}
+
+bool ReplaceWhenFree(const std::wstring &from, const std::wstring &to) {
+    for (int attempt = 1;; ++attempt) {
+        if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return true;
+        if (attempt == kBusyAttempts || !Busy(GetLastError())) return false;
+        skclass::Dawdle(kBusyRetryMs);
+    }
+}
+
 void LogFileError(const wchar_t *what, const std::wstring &path) {
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: cannot %s '%s', error %u", what, path.c_str(),
                  static_cast<unsigned>(GetLastError()));
@@ -189,8 +216,8 @@ bool ParseRunText(const char *begin, const char *end, SectorRun &run) { return P
 bool ParseRunText(const wchar_t *begin, const wchar_t *end, SectorRun &run) { return ParseRun(begin, end, run); }
 
 bool LoadRunFile(const std::wstring &path, SectorRunSet &set) {
-    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                         OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    skclass::UniqueFile file(
+        OpenWhenFree(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN));
     if (!file) {
         const DWORD error = GetLastError();
         if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return true;
@@ -218,8 +245,8 @@ bool AppendRuns(const std::wstring &path, const SectorRuns &runs) {
     std::string text;
     text.reserve(runs.size() * 24);
     for (const SectorRun &run : runs) AppendRunText(text, run);
-    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                         OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    skclass::UniqueFile file(
+        OpenWhenFree(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL));
     if (!file) {
         LogFileError(L"open for appending", path);
         return false;
@@ -248,7 +275,7 @@ bool RewriteRuns(const std::wstring &path, const SectorRuns &runs) {
     const std::wstring temporary = path.substr(0, path.size() - 4) + L".tmp";
     {
         skclass::UniqueFile file(
-            CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+            OpenWhenFree(temporary, GENERIC_WRITE, 0, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL));
         if (!file) {
             LogFileError(L"create", temporary);
             return false;
@@ -269,7 +296,7 @@ bool RewriteRuns(const std::wstring &path, const SectorRuns &runs) {
             return false;
         }
     }
-    if (!MoveFileExW(temporary.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    if (!ReplaceWhenFree(temporary, path)) {
         LogFileError(L"replace", path);
         DeleteFileW(temporary.c_str());
         return false;
