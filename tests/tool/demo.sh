@@ -17,4 +17,5 @@ if [ "$rc" != 0 ] || ! grep -q '^MATCH: the restored disk is identical to the so
     exit 1
 fi
 grep -q '^5\. restored full.img into the new disk restored.vmdk' "$work/out.txt"
+grep -q '^MATCH: the resumed backup is identical to the source.' "$work/out.txt"
 echo "demo: ends with MATCH"

@@ -10,6 +10,7 @@
 #include "guard.h"
 #include "manifest.h"
 #include "progress.h"
+#include "resume.h"
 #include "sha256.h"
 #include "transfer.h"
 
@@ -109,6 +110,7 @@ void ClearOutputs(const std::wstring &image, bool overwrite) {
 
 TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &request) {
     CheckOutputsAreNotInputs(request);
+    if (!request.resumeFolder.empty()) return ResumableBackup(job, tuning, request);
     // The list first: a mistake in it should not cost a disk open.
     const ExtentList listed = request.changeList.empty() ? ExtentList() : Normalized(LoadChangeList(request.changeList));
     Disk disk(job.Broker(), job.Link(), request.disk, Disk::Mode::Read, request.ancestors);

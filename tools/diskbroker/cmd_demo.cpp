@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "demo_resume.h"
 #include "console.h"
 #include "errors.h"
 #include "extents.h"
@@ -16,7 +17,9 @@ const wchar_t kDemoHelp[] =
     L"\n"
     L"Makes a base disk and a child disk over it with different data, backs the child\n"
     L"up in full, changes it, backs up only the changes from a change list, restores\n"
-    L"both backups into a new disk and shows that its SHA-256 equals the source's.\n"
+    L"both backups into a new disk and shows that its SHA-256 equals the source's;\n"
+    L"then backs the child up with --resume in a second process stopped hard part-way\n"
+    L"(--stop-after), resumes it, and shows that only the rest was read.\n"
     L"\n"
     L"  --dir <folder>          where the disks and images go (emptied first;\n"
     L"                          default %TEMP%\\diskbroker-demo)\n"
@@ -86,7 +89,7 @@ public:
     DemoStory(Job &job, const CacheTuning &tuning, const std::wstring &dir, uint64_t size)
         : job_(job), tuning_(tuning), size_(size), base_(dir + L"\\base.vmdk"), child_(dir + L"\\child.vmdk"),
           restored_(dir + L"\\restored.vmdk"), full_(dir + L"\\full.img"), incr_(dir + L"\\incr.img"),
-          changes_(dir + L"\\changes.xml") {}
+          changes_(dir + L"\\changes.xml"), dir_(dir) {}
 
     void MakeChain() {
         Disk::Create(job_.Broker(), job_.Link(), base_, size_);
@@ -138,6 +141,11 @@ public:
         PrintStatistics(job_.Log().TakeStatistics());
         if (source != copy) throw MismatchError(L"the restored disk differs from the source");
         OutLine(L"MATCH: the restored disk is identical to the source.");
+        sourceSha_ = source;
+    }
+
+    void ResumedBackup(const std::wstring &vddk) {
+        TellResumedBackup(job_, tuning_, dir_, child_, size_, sourceSha_, vddk);
     }
 
 private:
@@ -164,6 +172,7 @@ private:
     const CacheTuning &tuning_;
     uint64_t size_;
     std::wstring base_, child_, restored_, full_, incr_, changes_;
+    std::wstring dir_, sourceSha_;
 };
 
 }  // namespace
@@ -188,6 +197,7 @@ int RunDemo(const Words &words) {
     story.IncrementalBackup();
     story.RestoreBoth();
     story.CompareChecksums();
+    story.ResumedBackup(args.Value(L"vddk", L"auto"));
     return kExitOk;
 }
 

@@ -26,7 +26,12 @@ const wchar_t kBackupHelp[] =
     L"                          (an incremental backup); default: the whole disk\n"
     L"  --force                 replace an existing image and its companion files\n"
     L"  --ancestors <folder>... folders holding the disk's parents (nearest last); the\n"
-    L"                          disk is relinked to them before it is read\n";
+    L"                          disk is relinked to them before it is read\n"
+    L"  --resume <state folder> keep sector bookkeeping there: a backup killed part-way\n"
+    L"                          and run again with the same folder reads only what is\n"
+    L"                          not yet in the image (the folder belongs to this job)\n"
+    L"  --stop-after <bytes>    with --resume, a test switch: stop hard (exit code 9, no\n"
+    L"                          clean-up, as a crash) once this much data is streamed\n";
 
 const wchar_t kRestoreHelp[] =
     L"usage: diskbroker restore <image> <target> [--changes <list.xml>] [--no-verify]\n"
@@ -47,13 +52,29 @@ const wchar_t kRestoreHelp[] =
     L"  --no-verify             skip reading the target back\n"
     L"  --no-metadata           do not write the metadata export back to the target\n"
     L"  --ancestors <folder>... folders holding the target's parents (nearest last), for\n"
-    L"                          reading the target back\n";
+    L"                          reading the target back\n"
+    L"  --resume <state folder> keep sector bookkeeping there: a restore killed part-way\n"
+    L"                          and run again with the same folder writes only what is\n"
+    L"                          not yet in the target (the image is still checked whole)\n"
+    L"  --stop-after <bytes>    with --resume, a test switch: stop hard (exit code 9)\n"
+    L"                          once this much data is written\n";
 
 const wchar_t kChecksumHelp[] =
     L"usage: diskbroker checksum <disk> [options]\n"
     L"\n"
     L"Prints the SHA-256 of the whole disk, read through the library's read cache\n"
     L"(the same value sha256sum gives for the disk converted to raw).\n";
+
+const OptionSpec kResumeOptions[] = {{L"resume", true}, {L"stop-after", true}};
+
+// --resume and --stop-after into the request's two fields.
+template <typename Request>
+void TakeResumeOptions(const Args &args, Request &request) {
+    if (args.Has(L"resume")) request.resumeFolder = FullPath(args.Value(L"resume"));
+    request.stopAfterBytes = args.Number(L"stop-after", 0, 1, UINT64_MAX / 2);
+    if (request.stopAfterBytes && request.resumeFolder.empty())
+        throw UsageError(L"--stop-after needs --resume (a stopped run without bookkeeping could not be resumed)");
+}
 
 int Help(const wchar_t *text, bool cache) {
     Out(std::wstring(text) + L"\noptions:\n" + (cache ? kCacheHelp : L"") + kCommonHelp);
@@ -70,7 +91,7 @@ void Report(Job &job, const TransferResult &result, const std::wstring &emptyVer
 int RunBackup(const Words &allWords) {
     Words words = allWords;
     const std::vector<std::wstring> ancestors = TakeAncestors(words);
-    const Args args(words, WithCommonOptions({{L"changes", true}, {L"force", false}}, true), 2, 2);
+    const Args args(words, WithCommonOptions({{L"changes", true}, {L"force", false}, kResumeOptions[0], kResumeOptions[1]}, true), 2, 2);
     if (args.HelpRequested()) return Help(kBackupHelp, true);
     BackupRequest request;
     request.disk = DiskPathFrom(args, args.Positional(0));
@@ -78,6 +99,7 @@ int RunBackup(const Words &allWords) {
     if (args.Has(L"changes")) request.changeList = FullPath(args.Value(L"changes"));
     request.overwrite = args.Has(L"force");
     request.ancestors = ancestors;
+    TakeResumeOptions(args, request);
     Job job(args, true);
     const TransferResult result = Backup(job, TuningFrom(args), request);
     OutLine(L"image: " + request.image + L" (" + std::to_wstring(result.extents) + L" extent" +
@@ -92,7 +114,7 @@ int RunRestore(const Words &allWords) {
     Words words = allWords;
     const std::vector<std::wstring> ancestors = TakeAncestors(words);
     const Args args(
-        words, WithCommonOptions({{L"changes", true}, {L"no-verify", false}, {L"no-metadata", false}}, true), 2, 2);
+        words, WithCommonOptions({{L"changes", true}, {L"no-verify", false}, {L"no-metadata", false}, kResumeOptions[0], kResumeOptions[1]}, true), 2, 2);
     if (args.HelpRequested()) return Help(kRestoreHelp, true);
     RestoreRequest request;
     request.image = FullPath(args.Positional(0));
@@ -102,6 +124,7 @@ int RunRestore(const Words &allWords) {
     request.verify = !args.Has(L"no-verify");
     request.metadata = !args.Has(L"no-metadata");
     request.ancestors = ancestors;
+    TakeResumeOptions(args, request);
     Job job(args, false);
     const TransferResult result = Restore(job, TuningFrom(args), request);
     OutLine(L"target: " + request.target + (result.createdTarget ? L" (created)" : L"") + L", " +

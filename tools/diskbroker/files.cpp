@@ -88,6 +88,10 @@ void File::ReadAt(uint64_t offset, void *data, size_t length) {
     }
 }
 
+void File::Flush() {
+    if (!FlushFileBuffers(handle_.get())) ThrowLastError(L"cannot flush '" + path_ + L"'");
+}
+
 void File::Close() {
     if (!handle_) return;
     if (!FlushFileBuffers(handle_.get())) ThrowLastError(L"cannot flush '" + path_ + L"'");

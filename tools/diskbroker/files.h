@@ -26,6 +26,8 @@ public:
     void WriteAt(uint64_t offset, const void *data, size_t length);
     // Reads exactly length bytes; a short file is a Failure.
     void ReadAt(uint64_t offset, void *data, size_t length);
+    // Flushes the written data to the disk, reporting a failure.
+    void Flush();
     // Flushes and closes, reporting a failure (the destructor closes silently).
     void Close();
 

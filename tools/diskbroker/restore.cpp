@@ -13,6 +13,7 @@
 #include "interrupt.h"
 #include "manifest.h"
 #include "progress.h"
+#include "resume.h"
 #include "sha256.h"
 #include "target_mark.h"
 #include "transfer.h"
@@ -199,6 +200,7 @@ void CheckTargetIsNotAnInput(const RestoreRequest &request, const Manifest &mani
 TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest &request) {
     const Manifest manifest = Manifest::Load(ManifestPathFor(request.image));
     CheckTargetIsNotAnInput(request, manifest);
+    if (!request.resumeFolder.empty()) return ResumableRestore(job, tuning, request);
     File image = File::OpenRead(request.image);
     CheckImageAgainstManifest(image, manifest);
     const ExtentList selection = Selection(manifest, request);

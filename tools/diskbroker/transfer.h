@@ -28,6 +28,11 @@ struct BackupRequest {
     std::vector<std::wstring> ancestors;  // folders of the disk's parents, nearest last
     bool overwrite = false;
     bool showProgress = true;
+    // Not empty: the state folder of a resumable backup (see resume.h). Only
+    // what it does not record as already in the image is streamed, and the
+    // manifest is made from the finished image.
+    std::wstring resumeFolder;
+    uint64_t stopAfterBytes = 0;  // with resumeFolder: stop hard after this much data (a test switch)
 };
 // Writes the image (the streamed data at its disk offsets, sparse elsewhere),
 // the metadata export, the extent list given to the library and, last, the
@@ -43,6 +48,10 @@ struct RestoreRequest {
     bool metadata = true;     // write the metadata export back to the target
     bool mayCreate = true;    // false on a server, where disks are not created
     bool showProgress = true;
+    // Not empty: the state folder of a resumable restore (see resume.h); the
+    // image is checked whole first, then only what is left is written.
+    std::wstring resumeFolder;
+    uint64_t stopAfterBytes = 0;  // with resumeFolder: stop hard after this much data (a test switch)
 };
 // Creates the target (a sparse disk of the manifest's capacity) when it does
 // not exist, streams the selected ranges into it through the write cache and
