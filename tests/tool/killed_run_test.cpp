@@ -1,8 +1,8 @@
 // diskbroker.exe killed with TerminateProcess at several points of a backup
-// and of a restore leaves: the registry as it was (the stand-in's private
-// view goes with the process, and the next run deletes what is left of it),
-// a backup without a manifest, a target that info reports as incomplete, and
-// a re-run that completes. Ctrl-C ends a transfer through the same unwinding.
+// and of a restore leaves: the machine's registry as it was (the stand-in is
+// registered only in the stand-in machine's registry, which stays for the next
+// run and holds no password), a backup without a manifest, a target that info
+// reports as incomplete, and a re-run that completes. Ctrl-C ends a transfer through the same unwinding.
 #include <windows.h>
 
 #include <string>
@@ -19,7 +19,7 @@
 #include "interrupt.h"
 #include "job.h"
 #include "manifest.h"
-#include "registry_view.h"
+#include "standin_machine.h"
 #include "transfer.h"
 
 namespace {
@@ -29,6 +29,8 @@ using namespace dbtool;
 // Generous: a 192 MiB transfer on a loaded machine under Wine.
 constexpr DWORD kMustHappenMs = 240000;
 const wchar_t kSource[] = L"memdisk://killed?size=201326592&seed=11";
+// In the children's environment where a password would be; it must reach no key.
+const wchar_t kSecret[] = L"Killed-Run-Secret1";
 
 class Child {
 public:
@@ -51,10 +53,8 @@ public:
         if (!CreateProcessW(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info)) return;
         process_.reset(info.hProcess);
         thread_.reset(info.hThread);
-        pid_ = info.dwProcessId;
     }
     bool Started() const { return static_cast<bool>(process_); }
-    DWORD Pid() const { return pid_; }
 
     // Reads output until a line contains `marker`; false at the end of output.
     bool WaitForLine(const std::string &marker) {
@@ -93,7 +93,6 @@ public:
 
 private:
     skclass::UniqueHandle process_, thread_, out_;
-    DWORD pid_ = 0;
     std::string output_;
 };
 
@@ -114,16 +113,34 @@ std::wstring InstallValue() {
     return text;
 }
 
-bool HasViewOf(DWORD pid) {
-    skclass::UniqueHkey parent;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, PrivateRegistryView::kParentKey, 0, KEY_READ, parent.put()) != ERROR_SUCCESS)
-        return false;
-    const std::wstring prefix = std::to_wstring(pid) + L"-";
-    wchar_t name[256];
-    for (DWORD i = 0, length = 256;
-         RegEnumKeyExW(parent.get(), i, name, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
-         ++i, length = 256)
-        if (std::wstring(name).compare(0, prefix.size(), prefix) == 0) return true;
+std::wstring StandinMachineInstallValue() {
+    const std::wstring key = std::wstring(StandinMachine::kKeyPath) + L"\\" + dbtest::kMainInstallKey;
+    wchar_t text[1024] = L"";
+    DWORD bytes = sizeof text;
+    if (RegGetValueW(HKEY_CURRENT_USER, key.c_str(), L"Path", RRF_RT_REG_SZ, nullptr, text, &bytes) != ERROR_SUCCESS)
+        return L"<none>";
+    return text;
+}
+
+// A value named for a password, or text holding `secret`, anywhere under `key`.
+bool HoldsAPassword(HKEY key, const std::wstring &secret, int depth = 0) {
+    wchar_t name[512];
+    std::vector<BYTE> data(65536);
+    for (DWORD i = 0;; ++i) {
+        DWORD length = 512, bytes = static_cast<DWORD>(data.size() - 2), type = 0;
+        if (RegEnumValueW(key, i, name, &length, nullptr, &type, data.data(), &bytes) != ERROR_SUCCESS) break;
+        std::wstring lower(name);
+        for (wchar_t &c : lower) c = towlower(c);
+        const std::wstring text(reinterpret_cast<const wchar_t *>(data.data()), bytes / sizeof(wchar_t));
+        if (lower.find(L"password") != std::wstring::npos || text.find(secret) != std::wstring::npos) return true;
+    }
+    for (DWORD i = 0, length = 256; depth < 32 && RegEnumKeyExW(key, i, name, &length, nullptr, nullptr, nullptr,
+                                                                 nullptr) == ERROR_SUCCESS;
+         ++i, length = 256) {
+        skclass::UniqueHkey sub;
+        if (RegOpenKeyExW(key, name, 0, KEY_READ, sub.put()) == ERROR_SUCCESS && HoldsAPassword(sub.get(), secret, depth + 1))
+            return true;
+    }
     return false;
 }
 
@@ -136,6 +153,7 @@ protected:
 };
 
 TEST_P(KilledRun, BackupLeavesNoManifestAndTheRegistryAsItWas) {
+    SetEnvironmentVariableW(L"DISKBROKER_PASSWORD", kSecret);
     const std::wstring before = InstallValue();
     const std::wstring image = dir.File(L"killed.img");
     Child child(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --buffer-kb 256");
@@ -143,6 +161,7 @@ TEST_P(KilledRun, BackupLeavesNoManifestAndTheRegistryAsItWas) {
     ASSERT_TRUE(child.WaitForLine(Marker("backup"))) << child.Output();
     ASSERT_TRUE(child.Kill()) << "the backup ended before it could be killed";
     EXPECT_EQ(InstallValue(), before);
+    EXPECT_EQ(StandinMachineInstallValue(), ExeFolder() + L"vddk-standin-install");
     EXPECT_TRUE(PathExists(image));
     EXPECT_FALSE(PathExists(ManifestPathFor(image)));
 
@@ -150,8 +169,12 @@ TEST_P(KilledRun, BackupLeavesNoManifestAndTheRegistryAsItWas) {
     EXPECT_EQ(RunTool(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --force", &output), 0)
         << output;
     EXPECT_TRUE(PathExists(ManifestPathFor(image)));
-    EXPECT_FALSE(HasViewOf(child.Pid())) << "the killed run's registry view outlived the next run";
     EXPECT_EQ(InstallValue(), before);
+    EXPECT_EQ(StandinMachineInstallValue(), ExeFolder() + L"vddk-standin-install");
+    skclass::UniqueHkey standinMachine;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, StandinMachine::kKeyPath, 0, KEY_READ, standinMachine.put()),
+              ERROR_SUCCESS);
+    EXPECT_FALSE(HoldsAPassword(standinMachine.get(), kSecret));
 }
 
 TEST_P(KilledRun, RestoreLeavesATargetThatSaysSoAndARerunCompletes) {

@@ -1,5 +1,5 @@
-// Which VDDK the program makes the library load, in a private HKLM, and the
-// file helpers the images rely on.
+// Which VDDK the program makes the library load, in the stand-in machine's
+// registry, and the file helpers the images rely on.
 #include <string>
 #include <vector>
 
@@ -11,7 +11,7 @@
 
 #include "errors.h"
 #include "files.h"
-#include "registry_view.h"
+#include "standin_machine.h"
 #include "vddk_setup.h"
 
 namespace {
@@ -28,7 +28,7 @@ protected:
         ASSERT_TRUE(registry.Ok()) << registry.Error();
         ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, registry.RootPath().c_str(), 0, KEY_READ, machine.put()), ERROR_SUCCESS);
     }
-    // The sandbox is this test's HKLM; the view must lead back to it.
+    // The sandbox is this test's HKLM; the stand-in machine must lead back to it.
     HKEY Machine() const { return machine.get(); }
 
     std::wstring Registered(const wchar_t *key = kMainInstallKey, const wchar_t *value = L"Path") {
@@ -45,39 +45,20 @@ protected:
         return install.Path();
     }
     std::wstring StandinRoot() { return ExeFolder() + L"vddk-standin-install"; }
-    // The install value as stored in the registry, below any view of HKLM.
-    std::wstring InSandbox() {
+    // The install value as stored in the registry, below any redirection of HKLM.
+    std::wstring InSandbox(const std::wstring &key = kMainInstallKey, const wchar_t *value = L"Path") {
+        return Stored(registry.RootPath() + L"\\" + key, value);
+    }
+    // The same in the stand-in machine, which the sandbox keeps inside itself.
+    std::wstring InStandinMachine(const std::wstring &key = kMainInstallKey, const wchar_t *value = L"Path") {
+        return InSandbox(std::wstring(StandinMachine::kKeyPath) + L"\\" + key, value);
+    }
+    static std::wstring Stored(const std::wstring &key, const wchar_t *value) {
         wchar_t text[1024] = L"";
         DWORD bytes = sizeof text;
-        const std::wstring key = registry.RootPath() + L"\\" + kMainInstallKey;
-        if (RegGetValueW(HKEY_CURRENT_USER, key.c_str(), L"Path", RRF_RT_REG_SZ, nullptr, text, &bytes) != ERROR_SUCCESS)
+        if (RegGetValueW(HKEY_CURRENT_USER, key.c_str(), value, RRF_RT_REG_SZ, nullptr, text, &bytes) != ERROR_SUCCESS)
             return L"<none>";
         return text;
-    }
-    // This process's private views of HKLM (others may run beside the test).
-    size_t OwnViews() {
-        const std::wstring prefix = std::to_wstring(GetCurrentProcessId()) + L"-";
-        size_t count = 0;
-        for (const std::wstring &name : ViewNames())
-            if (name.compare(0, prefix.size(), prefix) == 0) ++count;
-        return count;
-    }
-    std::vector<std::wstring> ViewNames() {
-        std::vector<std::wstring> names;
-        skclass::UniqueHkey parent;
-        if (RegOpenKeyExW(HKEY_CURRENT_USER, PrivateRegistryView::kParentKey, 0, KEY_READ, parent.put()) != ERROR_SUCCESS)
-            return names;
-        wchar_t name[256];
-        for (DWORD i = 0, length = 256; RegEnumKeyExW(parent.get(), i, name, &length, nullptr, nullptr, nullptr, nullptr) ==
-                                        ERROR_SUCCESS;
-             ++i, length = 256)
-            names.push_back(name);
-        return names;
-    }
-    bool HasView(const std::wstring &name) {
-        for (const std::wstring &view : ViewNames())
-            if (view == name) return true;
-        return false;
     }
 
     dbtest::RegistrySandbox registry;
@@ -85,7 +66,7 @@ protected:
     dbtest::TempDir install;
 };
 
-TEST_F(VddkSetupTest, AutoWithNothingRegisteredUsesTheStandinInAPrivateView) {
+TEST_F(VddkSetupTest, AutoWithNothingRegisteredUsesTheStandinInTheStandinMachine) {
     {
         VddkSetup setup(VddkChoice::Auto, Machine());
         EXPECT_TRUE(setup.UsesStandin());
@@ -95,25 +76,57 @@ TEST_F(VddkSetupTest, AutoWithNothingRegisteredUsesTheStandinInAPrivateView) {
         EXPECT_TRUE(PathExists(StandinRoot() + L"\\VMware\\VixDiskLib\\bin\\vixMntapi.dll"));
     }
     EXPECT_EQ(Registered(), L"<none>");
-    EXPECT_EQ(OwnViews(), 0u);
+    EXPECT_EQ(InSandbox(), L"<none>");
+    EXPECT_EQ(InStandinMachine(), StandinRoot());  // kept for the next run
 }
 
-TEST_F(VddkSetupTest, ThePrivateViewCarriesTheProductSettings) {
+TEST_F(VddkSetupTest, TheStandinMachineIsACopyOfTheProductSettingsMadeOnce) {
     ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", L"C:\\elsewhere"), ERROR_SUCCESS);
+    { VddkSetup setup(VddkChoice::Standin, Machine()); }
+    ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", L"C:\\later"), ERROR_SUCCESS);
     VddkSetup setup(VddkChoice::Standin, Machine());
     EXPECT_EQ(Registered(dbtest::kMainMiscKey, L"Data Path"), L"C:\\elsewhere");
 }
 
-TEST_F(VddkSetupTest, AViewLeftByAKilledRunIsDeleted) {
-    skclass::UniqueHkey stale;
-    const std::wstring dead = std::wstring(PrivateRegistryView::kParentKey) + L"\\4294967292-1";
-    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, dead.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
-                              nullptr, stale.put(), nullptr),
+TEST_F(VddkSetupTest, TheStandinMachineKeepsWhatTheLibraryWroteAndRefreshesTheInstallValue) {
+    const std::wstring list = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
+    {
+        VddkSetup setup(VddkChoice::Standin, Machine());
+        skclass::UniqueHkey key;  // written as the library writes: through HKLM
+        ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, list.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, key.put(),
+                                  nullptr),
+                  ERROR_SUCCESS);
+        ASSERT_EQ(RegSetValueExW(key.get(), L"x", 0, REG_SZ, reinterpret_cast<const BYTE *>(L"y"), 4), ERROR_SUCCESS);
+    }
+    EXPECT_EQ(Registered(list.c_str(), L"x"), L"<none>");  // HKLM is the sandbox again
+    EXPECT_EQ(InStandinMachine(list, L"x"), L"y");
+    const std::wstring kept = std::wstring(StandinMachine::kKeyPath) + L"\\" + kMainInstallKey;
+    ASSERT_EQ(registry.SetString(kept, L"Path", L"C:\\moved"), ERROR_SUCCESS);
+    VddkSetup setup(VddkChoice::Standin, Machine());
+    EXPECT_EQ(Registered(list.c_str(), L"x"), L"y");
+    EXPECT_EQ(Registered(), StandinRoot());
+}
+
+TEST_F(VddkSetupTest, ACopyCutShortByAKilledRunIsMadeAgain) {
+    ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", L"C:\\elsewhere"), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(std::wstring(StandinMachine::kKeyPath) + L"\\" + kMainInstallKey, L"Path", L"C:\\x"),
               ERROR_SUCCESS);
-    stale.reset();
-    EXPECT_TRUE(HasView(L"4294967292-1"));
-    { VddkSetup setup(VddkChoice::Standin, Machine()); }
-    EXPECT_FALSE(HasView(L"4294967292-1"));
+    VddkSetup setup(VddkChoice::Standin, Machine());
+    EXPECT_EQ(Registered(dbtest::kMainMiscKey, L"Data Path"), L"C:\\elsewhere");
+}
+
+TEST_F(VddkSetupTest, ASetupInsideAnotherLeadsHklmBackToIt) {
+    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", L"C:\\machine"), ERROR_SUCCESS);
+    {
+        VddkSetup outer(VddkChoice::Standin, Machine());
+        { VddkSetup inner(VddkChoice::Standin); }  // a job run in process, as tests do
+        EXPECT_EQ(Registered(), StandinRoot());
+        skclass::UniqueHkey key;  // and writable (not a key deleted under it)
+        EXPECT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvorn\\probe", 0, nullptr, 0, KEY_SET_VALUE,
+                                  nullptr, key.put(), nullptr),
+                  ERROR_SUCCESS);
+    }
+    EXPECT_EQ(Registered(), L"C:\\machine");
 }
 
 TEST_F(VddkSetupTest, AutoUsesARegisteredInstallAsItIs) {
@@ -179,7 +192,7 @@ TEST_F(VddkSetupTest, SiblingProductUsesItsOwnKeyAndLayout) {
     VddkSetup setup(VddkChoice::Auto, Machine());
     EXPECT_EQ(Registered(kSiblingInstallKey, L"InstallDir64"), StandinRoot());
     EXPECT_EQ(Registered(), L"<none>");
-    EXPECT_EQ(OwnViews(), 1u);
+    EXPECT_EQ(InStandinMachine(kSiblingInstallKey, L"InstallDir64"), StandinRoot());
     EXPECT_TRUE(PathExists(StandinRoot() + L"\\Shared\\VDDK\\vixDiskLib.dll"));
 }
 

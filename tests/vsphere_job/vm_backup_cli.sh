@@ -41,6 +41,10 @@ check 0 '(no snapshots)' out snapshots --server vcenter.example --vm web01 $inv
 check 0 'change tracking: enabled' out vm-info --server vcenter.example --vm web01 $inv
 check 0 'esx-02.example  version 8.0' out hosts --server vcenter.example $inv
 if grep -rq Standin-Pass1 inventory.xml out.txt err.txt; then echo "a password reached a file"; exit 1; fi
+# The stand-in machine's registry keeps the orphan-list setting for the next run, never a password.
+"$run" reg query 'HKCU\Software\diskBroker\StandinMachine' /s > registry.txt 2>&1
+grep -q AutoOrphanSnapshotRemoval registry.txt || { echo "the stand-in machine lost its settings"; cat registry.txt; exit 1; }
+if grep -qi 'Standin-Pass1' registry.txt; then echo "a password reached the registry"; exit 1; fi
 echo "backup, info, snapshots, hosts"
 
 DISKBROKER_PASSWORD=wrong check 1 'refused the user name or password' err vm-backup --server vcenter.example --vm web01 $inv x

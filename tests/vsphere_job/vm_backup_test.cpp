@@ -42,7 +42,10 @@ protected:
         skclass::SetTimeScale(0);
         // The program's own set-up, kept for the test: the stand-ins stay loaded
         // so their control interfaces reach the modules the job uses.
-        vddkSetup = std::make_unique<VddkSetup>(VddkChoice::Standin);
+        // The stand-in machine is kept inside the sandbox, fresh for each test.
+        ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, registry.RootPath().c_str(), 0, KEY_ALL_ACCESS, machine.put()),
+                  ERROR_SUCCESS);
+        vddkSetup = std::make_unique<VddkSetup>(VddkChoice::Standin, machine.get());
         const std::wstring root = ExeFolder() + L"vddk-standin-install";
         vddkModule.reset(LoadLibraryW((root + L"\\VMware\\VixDiskLib\\bin\\vixDiskLib.dll").c_str()));
         ASSERT_TRUE(vddkModule);
@@ -93,6 +96,7 @@ protected:
     }
 
     dbtest::RegistrySandbox registry;
+    skclass::UniqueHkey machine;
     dbtest::TempDir data, out;
     dbtest::LogCapture log;
     std::unique_ptr<VddkSetup> vddkSetup;
@@ -136,7 +140,10 @@ TEST_F(VmBackupTest, SnapshotOfAKilledRunIsRemovedByTheNext) {
     ASSERT_EQ(vddkConnectToVMWareServer(L"vcenter.example", L"backup@vsphere.local", L"Standin-Pass1", &wrapper,
                                         &session),
               dbresult::kOk);
-    ASSERT_EQ(registry.SetDword(dbtest::kMainAgentKey, L"AutoOrphanSnapshotRemoval", 1), ERROR_SUCCESS);
+    const DWORD on = 1;  // in the stand-in machine, HKLM for now, as vm-backup sets it
+    ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, dbtest::kMainAgentKey, L"AutoOrphanSnapshotRemoval", REG_DWORD, &on,
+                              sizeof on),
+              ERROR_SUCCESS);
     wcstring vddkLog;
     ASSERT_EQ(vddkCreateSnapshot(L"web01", L"killed-run", L"", L"vcenter.example", L"backup@vsphere.local",
                                  L"Standin-Pass1", 443, false, true, wrapper, session, kOwner, vddkLog),

@@ -72,7 +72,7 @@ CacheTuning TuningFrom(const Args &args) {
 
 Job::Job(const Args &args, bool readOnly, bool connect) {
     const ConnectionOptions options = ConnectionFrom(args, readOnly);
-    Sha256::Prepare();  // before the stand-in's private view of HKLM replaces the machine's
+    Sha256::Prepare();  // before HKLM becomes the stand-in machine's
     vddk_ = std::make_unique<VddkSetup>(ParseVddkChoice(args.Value(L"vddk", L"auto")));
     service_ = std::make_unique<Service>();
     if (connect) connection_ = std::make_unique<Connection>(*service_, options);

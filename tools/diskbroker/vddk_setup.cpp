@@ -102,8 +102,8 @@ VddkSetup::VddkSetup(VddkChoice choice, HKEY machine) {
         return;
     }
     InstallStandin();
-    view_ = std::make_unique<PrivateRegistryView>(machine);
-    view_->SetString(layout.key, layout.value, StandinRoot());
+    machine_ = std::make_unique<StandinMachine>(machine);
+    machine_->SetString(layout.key, layout.value, StandinRoot());
 }
 
 void VddkSetup::InstallStandin() {

@@ -1,12 +1,12 @@
 // Which VDDK the library will load. The library finds VDDK only through the
 // product's registry install value, so using the stand-in means laying it out
-// like an install and pointing that value at it, the production way, in a
-// registry view private to this process: the machine's registry never changes.
+// like an install and pointing that value at it, the production way, in the
+// stand-in machine's registry: the machine's own registry never changes.
 #pragma once
 #include <memory>
 #include <string>
 
-#include "registry_view.h"
+#include "standin_machine.h"
 
 namespace dbtool {
 
@@ -19,11 +19,11 @@ enum class VddkChoice {
 VddkChoice ParseVddkChoice(const std::wstring &text);
 
 // Prepares the registry for the choice: a registered VDDK is used as it is;
-// the stand-in is registered only in a private view of HKLM that ends with
-// this object (and with the process, should it be killed).
+// the stand-in is registered only in the stand-in machine, which HKLM stands
+// for while this object lives (its "Path" or "InstallDir64" set each run).
 class VddkSetup {
 public:
-    // machine: see PrivateRegistryView (null: the machine's own HKLM).
+    // machine: see StandinMachine (null: the machine's own HKLM).
     explicit VddkSetup(VddkChoice choice, HKEY machine = nullptr);
     ~VddkSetup();
     VddkSetup(const VddkSetup &) = delete;
@@ -38,7 +38,7 @@ private:
 
     std::wstring description_;
     bool standin_ = false;
-    std::unique_ptr<PrivateRegistryView> view_;
+    std::unique_ptr<StandinMachine> machine_;
 };
 
 }  // namespace dbtool

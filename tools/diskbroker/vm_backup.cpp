@@ -18,7 +18,8 @@ namespace {
 constexpr uint32_t kHttpsPort = 443;
 
 // The orphan list only works with "AutoOrphanSnapshotRemoval" on; the stand-in
-// run switches it on where the agent's settings do not say.
+// run switches it on where the agent's settings do not say. It lands in the
+// stand-in machine's registry, which keeps it, and the list, for the next run.
 void EnableOrphanListIfUnset() {
     Configuration agent;
     const wchar_t *key = CMS_GetProd() == 1 ? L"Software\\Tarrow\\Vaultry\\ORMZ\\Engine\\VMware Agent"
@@ -111,7 +112,8 @@ VmBackupResult VmBackup(const VmBackupRequest &request) {
         throw Failure(L"'" + request.folder + L"' is not a folder the images can go into");
     Job job(jobArgs, true);  // VDDK (and its install value) first: the vSphere library is found beside it
     VsphereLibrary library(request.vsphere);
-    if (request.vsphere.standin) EnableOrphanListIfUnset();
+    // Only the stand-in machine's registry is ours to change.
+    if (request.vsphere.standin && job.Vddk().UsesStandin()) EnableOrphanListIfUnset();
     OutLine(L"vSphere: " + library.Description());
     VsphereSession session(request.vsphere);
     OutLine(L"connected to " + request.vsphere.server + L" as " + request.vsphere.user);
