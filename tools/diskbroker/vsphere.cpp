@@ -20,17 +20,6 @@ std::wstring LibraryPath(const std::wstring &root) {
     return root + (CMS_GetProd() == 1 ? L"\\vaultry\\bin\\vyravelkit.dll" : L"\\ravelkit.dll");
 }
 
-// Products other than 0 find the library through their own install key.
-void WriteSiblingInstallValue(const std::wstring &root) {
-    skclass::UniqueHkey key;
-    LONG rc = RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"Software\\Tarrow\\Vaultry\\CurrentVersion", 0, nullptr, 0,
-                              KEY_SET_VALUE, nullptr, key.put(), nullptr);
-    if (rc == ERROR_SUCCESS)
-        rc = RegSetValueExW(key.get(), L"INSTALLDIR", 0, REG_SZ, reinterpret_cast<const BYTE *>(root.c_str()),
-                            static_cast<DWORD>((root.size() + 1) * sizeof(wchar_t)));
-    if (rc != ERROR_SUCCESS) throw Failure(Win32Message(L"cannot write the library's install value", rc));
-}
-
 template <typename Fn>
 Fn Control(HMODULE module, const char *name) {
     return reinterpret_cast<Fn>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
@@ -61,7 +50,12 @@ VsphereLibrary::VsphereLibrary(const VsphereOptions &options) {
     // Another run may have it loaded; an unchanged copy is then left alone.
     if (!CopyFileW(from.c_str(), target.c_str(), FALSE) && !PathExists(target))
         ThrowLastError(L"cannot copy '" + from + L"' to '" + target + L"'");
-    if (CMS_GetProd() != 0) WriteSiblingInstallValue(root);
+    if (CMS_GetProd() != 0) {
+        // The sibling product finds the library through its install value:
+        // written in the stand-in machine, never in the machine's registry.
+        machine_ = std::make_unique<StandinMachine>();
+        machine_->SetString(L"Software\\Tarrow\\Vaultry\\CurrentVersion", L"INSTALLDIR", root);
+    }
     standin_.reset(LoadLibraryW(target.c_str()));
     if (!standin_) ThrowLastError(L"cannot load the vSphere stand-in '" + target + L"'");
     const std::wstring state = options.inventory.empty() ? root + L"\\vsphere-standin-inventory.xml"

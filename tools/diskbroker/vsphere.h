@@ -13,6 +13,7 @@
 #include <vmtools_soapwrapper.h>
 
 #include "caches.h"
+#include "standin_machine.h"
 
 namespace dbtool {
 
@@ -34,7 +35,8 @@ public:
     const std::wstring &Description() const { return description_; }
 
 private:
-    skclass::UniqueModule standin_;  // keeps the stand-in's state for the run
+    std::unique_ptr<StandinMachine> machine_;  // the sibling product's install value; outlives the module
+    skclass::UniqueModule standin_;            // keeps the stand-in's state for the run
     std::wstring description_;
 };
 
