@@ -73,8 +73,9 @@ TEST_F(WriteCacheTest, AFullRunTableHandsItsBufferOn) {
     ASSERT_NE(context.fillBuffer, nullptr);
     EXPECT_EQ(context.fillBuffer->runTable->runsUsed, 3u);
 
-    // Kept as the product has it: a fourth run that would fit is dropped,
-    // its buffer handed on, and the put reports success.
+    // Kept on purpose (agents size minRunSizeKB so that a table never fills
+    // first): a fourth run that would fit is dropped, its buffer handed on,
+    // and the put reports success.
     EXPECT_EQ(Put(30, 1), 0);
     EXPECT_EQ(context.fillBuffer, nullptr);
 
