@@ -3,7 +3,8 @@
 set -euo pipefail
 need=()
 have() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"; }
-for pkg in cmake ninja-build g++-mingw-w64-x86-64-posix wine64 qemu-utils googletest; do
+for pkg in cmake ninja-build g++-mingw-w64-x86-64-posix wine64 qemu-utils googletest \
+           golang-go golang-github-vmware-govmomi-dev; do
   have "$pkg" || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then
