@@ -41,6 +41,11 @@ TEST_F(LiveTest, BadSessionsAndUrlsAreRefusedWithAReason) {
     EXPECT_NE(std::string::npos, LastErrorText().find("malformed URL")) << LastErrorText();
     EXPECT_EQ(5, vmc->vmcLogin(&session, kUser, kPassword, nullptr));
     EXPECT_EQ(3, vmc->vmcConnect(url.c_str(), nullptr, nullptr, true, nullptr, nullptr, 1000, nullptr));
+    // A web server that is not a vSphere endpoint.
+    const std::string elsewhere = url.substr(0, url.rfind('/')) + "/nothing-here";
+    EXPECT_EQ(4, vmc->vmcConnect(elsewhere.c_str(), nullptr, nullptr, true, nullptr, &session, 30000, nullptr));
+    EXPECT_EQ(nullptr, session);
+    EXPECT_NE(std::string::npos, LastErrorText().find("HTTP 404")) << LastErrorText();
 }
 
 TEST_F(LiveTest, EntryPointsNotServedSaySo) {

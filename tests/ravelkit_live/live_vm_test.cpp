@@ -1,5 +1,6 @@
 // Virtual machines against the simulator: details by name, hosts, change
 // tracking seen from a second session, snapshots created and removed by name.
+#include <skxml/xmlreader.h>
 #include "live_fixture.h"
 
 using namespace livetest;
@@ -73,6 +74,44 @@ TEST_F(LiveTest, SnapshotCreatedAndRemovedByName) {
     EXPECT_FALSE(HasSnapshot(tree, "backup-1"));
     EXPECT_EQ(53, vmc->vmcRemoveSnapshot(session, "backup-1", vm, false, false));
     EXPECT_EQ(2, vmc->vmcCreateSnapshot(session, "x", nullptr, "no-such-vm", false, false));
+}
+
+}  // namespace
+
+namespace {
+
+std::wstring TempFile(const wchar_t *name) {
+    wchar_t folder[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, folder);
+    return std::wstring(folder) + name;
+}
+
+std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
+
+TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocuments) {
+    void *session = OpenSession();
+    const std::wstring file = TempFile(L"live-backup-info.xml");
+    ASSERT_EQ(0, vmc->vmcGetVmBackupInfo(session, kVm, Narrow(file).c_str())) << LastErrorText();
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadFile(file.c_str())) << Narrow(reader.ErrorText());
+    std::wstring value;
+    ASSERT_TRUE(reader.SelectSingleNode(L"VmBackupInfo"));
+    EXPECT_TRUE(reader.GetAttribute(L"name", value));
+    EXPECT_EQ(L"DC0_H0_VM0", value);
+    EXPECT_TRUE(reader.GetAttribute(L"powerState", value));
+    EXPECT_EQ(L"poweredOn", value);
+    ASSERT_TRUE(reader.SelectSingleNode(L"Disk"));
+    EXPECT_TRUE(reader.GetAttribute(L"path", value));
+    EXPECT_EQ(L"[LocalDS_0] DC0_H0_VM0/disk1.vmdk", value);
+
+    ASSERT_EQ(0, vmc->vmcGetObjectInfo(session, "root", "host", nullptr, Narrow(file).c_str())) << LastErrorText();
+    ASSERT_TRUE(reader.LoadFile(file.c_str()));
+    ASSERT_TRUE(reader.SelectSingleNode(L"HostSystem"));
+    EXPECT_TRUE(reader.GetAttribute(L"moRef", value));
+    EXPECT_EQ(0u, value.find(L"host-"));
+    EXPECT_EQ(1, vmc->vmcGetObjectInfo(session, "root", "datastore", nullptr, Narrow(file).c_str()));
+    EXPECT_EQ(3, vmc->vmcGetVmBackupInfo(session, kVm, "Z:\\no\\such\\folder\\info.xml"));
+    DeleteFileW(file.c_str());
 }
 
 }  // namespace

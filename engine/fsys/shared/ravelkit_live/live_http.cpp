@@ -15,6 +15,9 @@ std::wstring Widen(const std::string &text) {
     return out;
 }
 
+// Far more than any answer the client asks for; a server sending more is broken.
+const size_t kLargestAnswer = 256u << 20;
+
 const DWORD kIgnoredCertificateErrors = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID |
                                         SECURITY_FLAG_IGNORE_CERT_DATE_INVALID |
                                         SECURITY_FLAG_IGNORE_CERT_WRONG_USAGE;
@@ -29,6 +32,7 @@ std::string DescribeWinHttpError(DWORD error) {
     case ERROR_WINHTTP_SECURE_FAILURE: what = " (the server's certificate is not trusted)"; break;
     case ERROR_WINHTTP_NAME_NOT_RESOLVED: what = " (the server name does not resolve)"; break;
     case ERROR_WINHTTP_CONNECTION_ERROR: what = " (the connection was reset)"; break;
+    case ERROR_WINHTTP_INVALID_SERVER_RESPONSE: what = " (the server's answer is malformed or too large)"; break;
     case ERROR_WINHTTP_INVALID_URL: case ERROR_WINHTTP_UNRECOGNIZED_SCHEME: what = " (malformed URL)"; break;
     default: break;
     }
@@ -149,6 +153,7 @@ bool Exchange1(Exchange &x, DWORD &failure) {
         DWORD got = 0;
         if (!WinHttpReadData(request.get(), buffer, sizeof(buffer), &got)) return (failure = GetLastError()), false;
         if (got == 0) return true;
+        if (x.reply.body.size() + got > kLargestAnswer) return (failure = ERROR_WINHTTP_INVALID_SERVER_RESPONSE), false;
         x.reply.body.append(buffer, got);
     }
 }

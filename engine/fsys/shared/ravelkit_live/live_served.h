@@ -36,6 +36,11 @@ struct Served {
     static int vmcRemoveSnapshot(void *session, const char *name, const char *vm, bool removeChildren,
                                  bool consolidate);
     static int vmcGetVmSnapshotTree(void *session, const char *vm, _vmc::VmSnapshotInfo &tree);
+
+    // Information documents (live_documents.cpp).
+    static int vmcGetVmBackupInfo(void *session, const char *vm, const char *outputFile);
+    static int vmcGetObjectInfo(void *session, const char *root, const char *type, const char *name,
+                                const char *outputFile);
 };
 
 // The session of an entry point, or null with the last error set.
