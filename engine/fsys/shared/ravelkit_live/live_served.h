@@ -27,6 +27,7 @@ struct Served {
     static int vmcGetObjDetails(void *session, const char *name, const char *type, const char *moRef,
                                 const char *dataSet, _vmc::_ObjDetails *details);
     static int vmcGetAllHosts(void *session, std::vector<_vmc::_HostSummary> *hosts);
+    static int vmcGetAllVmDiskDetails(void *session, const char *vm, std::vector<_vmc::_VmDiskDetails> &disks);
     static int vmcIsChangeTrackingEnabled(void *session, const std::string &vm, bool &enabled, bool &supported);
     static int vmcSetVmPowerOrConfigState(void *session, const char *vm, const char *state);
 

@@ -1,5 +1,6 @@
 // Virtual machines and hosts: details of a VM by name, change tracking,
 // reload, and the list of hosts.
+#include <stdlib.h>
 #include "live_props.h"
 #include "live_served.h"
 
@@ -32,6 +33,33 @@ std::string DiskModes(CXmlReader &devices) {
 std::string HardwareVersion(const std::string &version) {
     const size_t dash = version.rfind('-');
     return dash == std::string::npos ? version : version.substr(dash + 1);
+}
+
+// The virtual disks of a device list: file, mode, capacity and device key.
+std::vector<_vmc::_VmDiskDetails> Disks(CXmlReader &devices) {
+    std::vector<_vmc::_VmDiskDetails> disks;
+    if (!devices.SelectFirstChild()) return disks;
+    do {
+        if (XsiType(devices) != "VirtualDisk") continue;
+        _vmc::_VmDiskDetails disk;
+        std::string key, kb, bytes;
+        ChildText(devices, L"key", key);
+        ChildText(devices, L"capacityInKB", kb);
+        ChildText(devices, L"capacityInBytes", bytes);
+        disk.key = atoi(key.c_str());
+        disk.capacityBytes = !bytes.empty() ? _atoi64(bytes.c_str()) : _atoi64(kb.c_str()) * 1024;
+        if (devices.SelectFirstChild()) {
+            do {
+                if (LocalName(devices) != L"backing") continue;
+                ChildText(devices, L"fileName", disk.fileName);
+                ChildText(devices, L"diskMode", disk.diskMode);
+            } while (devices.SelectNextSibling());
+            devices.SelectParent();
+        }
+        disks.push_back(disk);
+    } while (devices.SelectNextSibling());
+    devices.SelectParent();
+    return disks;
 }
 
 int VmOf(Session &s, const char *name, std::string &moRef) {
@@ -92,6 +120,19 @@ int Served::vmcGetObjDetails(void *session, const char *name, const char *, cons
     }
     *details = out;
     return kOk;
+}
+
+int Served::vmcGetAllVmDiskDetails(void *session, const char *vm, std::vector<_vmc::_VmDiskDetails> &disks) {
+    Session *s = SessionOf(session, "vmcGetAllVmDiskDetails");
+    if (!s) return kBadSession;
+    std::string ref;
+    int result = VmOf(*s, vm, ref);
+    if (result != kOk) return result;
+    std::vector<_vmc::_VmDiskDetails> found;
+    result = ReadProperties(*s, "VirtualMachine", ref, {"config.hardware.device"},
+                            [&](const std::string &, CXmlReader &val) { found = Disks(val); });
+    if (result == kOk) disks = found;
+    return result;
 }
 
 int Served::vmcGetAllHosts(void *session, std::vector<_vmc::_HostSummary> *hosts) {
