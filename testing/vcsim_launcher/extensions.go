@@ -12,6 +12,7 @@ import (
 // added by wrapping the registered VirtualMachine objects: the simulator's
 // property collector and snapshot code assert their concrete type.
 func addExtensions() {
+	addExtensionManager()
 	for _, entity := range simulator.Map.All("VirtualMachine") {
 		vm := entity.(*simulator.VirtualMachine)
 		vm.Capability.ChangeTrackingSupported = types.NewBool(true)

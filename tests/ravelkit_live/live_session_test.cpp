@@ -93,3 +93,29 @@ TEST(LiveTimeout, AServerThatNeverAnswersFailsConnectWithinTheTimeOut) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(LiveTest, EventExtensionRegisteredFoundAndUnregistered) {
+    void *session = OpenSession();
+    const char key[] = "com.example.diskbroker.events";
+    bool registered = true;
+    ASSERT_EQ(0, vmc->vmcIsEventExtensionRegistered(session, key, &registered)) << LastErrorText();
+    EXPECT_FALSE(registered);
+    ASSERT_EQ(0, vmc->vmcRegisterEventExtension(session, key, "diskBroker", "backup events", "Example", "1.0",
+                                                nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                                nullptr, 0))
+        << LastErrorText();
+    // A second session sees it.
+    void *other = OpenSession();
+    ASSERT_EQ(0, vmc->vmcIsEventExtensionRegistered(other, key, &registered));
+    EXPECT_TRUE(registered);
+    EXPECT_EQ(36, vmc->vmcRegisterEventExtension(session, key, "again", "", "", "1.0", nullptr, nullptr, nullptr,
+                                                 nullptr, nullptr, nullptr, nullptr, nullptr, 0));
+    ASSERT_EQ(0, vmc->vmcUnregisterEventExtension(session, key)) << LastErrorText();
+    ASSERT_EQ(0, vmc->vmcIsEventExtensionRegistered(other, key, &registered));
+    EXPECT_FALSE(registered);
+    EXPECT_EQ(36, vmc->vmcUnregisterEventExtension(session, key));
+}
+
+}  // namespace

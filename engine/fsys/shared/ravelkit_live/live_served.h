@@ -38,6 +38,14 @@ struct Served {
                                  bool consolidate);
     static int vmcGetVmSnapshotTree(void *session, const char *vm, _vmc::VmSnapshotInfo &tree);
 
+    // Event extensions (live_extensions.cpp).
+    static int vmcIsEventExtensionRegistered(void *session, const char *key, bool *registered);
+    static int vmcRegisterEventExtension(void *session, const char *key, const char *label, const char *summary,
+                                         const char *company, const char *version, const char *t6, const char *t7,
+                                         const char *t8, const char *t9, const char *t10, const char *t11,
+                                         const char *t12, const char *t13, int64_t number);
+    static int vmcUnregisterEventExtension(void *session, const char *key);
+
     // Information documents (live_documents.cpp).
     static int vmcGetVmBackupInfo(void *session, const char *vm, const char *outputFile);
     static int vmcGetObjectInfo(void *session, const char *root, const char *type, const char *name,
