@@ -100,6 +100,26 @@ TEST(XmlReader, AttributesAsUInt64) {
     EXPECT_EQ(text, L"<&\"");
 }
 
+// SOAP answers carry their values as element text: split around a child,
+// entities and CDATA, only the element's own pieces, in order.
+TEST(XmlReader, ElementTextIsItsOwnPiecesConcatenated) {
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadXML(L"<r><a>x &amp; y</a><b>one<c>inner</c>two<![CDATA[<3>]]></b><d/></r>"));
+    std::wstring text;
+    ASSERT_TRUE(reader.SelectSingleNode(L"a"));
+    EXPECT_TRUE(reader.GetText(text));
+    EXPECT_EQ(L"x & y", text);
+    ASSERT_TRUE(reader.SelectSingleNode(L"b"));
+    EXPECT_TRUE(reader.GetText(text));
+    EXPECT_EQ(L"onetwo<3>", text);
+    ASSERT_TRUE(reader.SelectSingleNode(L"c"));
+    EXPECT_TRUE(reader.GetText(text));
+    EXPECT_EQ(L"inner", text);
+    ASSERT_TRUE(reader.SelectSingleNode(L"d"));
+    EXPECT_TRUE(reader.GetText(text));
+    EXPECT_EQ(L"", text);
+}
+
 TEST(XmlReader, MalformedTextReportsWhereAndLeavesTheReaderEmpty) {
     CXmlReader reader;
     ASSERT_TRUE(reader.LoadXML(kExtentList));

@@ -17,9 +17,10 @@ const wchar_t kVsphereHelp[] =
     L"  --user NAME             default backup@vsphere.local (the stand-in's account); the\n"
     L"                          password is read from the environment variable named by\n"
     L"  --password-env VAR      (default DISKBROKER_PASSWORD); never pass it as an argument\n"
-    L"  --vsphere standin|installed   the web-services library: the stand-in beside this\n"
+    L"  --vsphere standin|live|installed   the web-services library: the stand-in beside this\n"
     L"                          program (default; a small vCenter 'vcenter.example' with the VMs\n"
-    L"                          web01 and db01) or the registered ravelkit.dll\n"
+    L"                          web01 and db01), this product's client for a real server\n"
+    L"                          (--server HOST[:PORT]), or the registered ravelkit.dll\n"
     L"  --inventory FILE        the stand-in's server state (an <inventory> document), kept\n"
     L"                          across runs; default: vsphere-standin-inventory.xml beside\n"
     L"                          the stand-in\n";
@@ -63,7 +64,9 @@ VsphereOptions VsphereFrom(const Args &args) {
     if (options.server.empty()) throw UsageError(L"--server is required");
     options.user = args.Value(L"user", options.user);
     options.passwordVariable = args.Value(L"password-env", options.passwordVariable);
-    options.standin = args.Choice(L"vsphere", L"standin", {L"standin", L"installed"}) == L"standin";
+    const std::wstring library = args.Choice(L"vsphere", L"standin", {L"standin", L"live", L"installed"});
+    options.standin = library == L"standin";
+    options.live = library == L"live";
     options.inventory = args.Value(L"inventory");
     if (!options.standin && args.Has(L"inventory")) throw UsageError(L"--inventory is for the stand-in only");
     return options;

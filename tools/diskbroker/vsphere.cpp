@@ -38,15 +38,17 @@ void ReadPassword(const std::wstring &variable, wcstring &password) {
 }  // namespace
 
 VsphereLibrary::VsphereLibrary(const VsphereOptions &options) {
-    if (!options.standin) {
+    if (!options.standin && !options.live) {
         description_ = L"the registered web-services library";
         return;
     }
     const std::wstring root = StandinRoot();
     const std::wstring target = LibraryPath(root);
     CreateFolders(target.substr(0, target.find_last_of(L'\\')));
-    const std::wstring from = ExeFolder() + L"ravelkit-standin\\ravelkit.dll";
-    if (!PathExists(from)) throw Failure(L"the vSphere stand-in is missing: '" + from + L"' (build target ravelkit_standin)");
+    const std::wstring from = ExeFolder() + (options.live ? L"ravelkit-live" : L"ravelkit-standin") + L"\\ravelkit.dll";
+    if (!PathExists(from))
+        throw Failure(L"the web-services library is missing: '" + from + L"' (build target " +
+                      (options.live ? L"ravelkit_live" : L"ravelkit_standin") + L")");
     // Another run may have it loaded; an unchanged copy is then left alone.
     if (!CopyFileW(from.c_str(), target.c_str(), FALSE) && !PathExists(target))
         ThrowLastError(L"cannot copy '" + from + L"' to '" + target + L"'");
@@ -55,6 +57,10 @@ VsphereLibrary::VsphereLibrary(const VsphereOptions &options) {
         // written in the stand-in machine, never in the machine's registry.
         machine_ = std::make_unique<StandinMachine>();
         machine_->SetString(L"Software\\Tarrow\\Vaultry\\CurrentVersion", L"INSTALLDIR", root);
+    }
+    if (options.live) {
+        description_ = L"the web-services client '" + target + L"'";
+        return;
     }
     standin_.reset(LoadLibraryW(target.c_str()));
     if (!standin_) ThrowLastError(L"cannot load the vSphere stand-in '" + target + L"'");

@@ -22,6 +22,7 @@ struct VsphereOptions {
     std::wstring user = L"backup@vsphere.local";  // the stand-in's account
     std::wstring passwordVariable = L"DISKBROKER_PASSWORD";
     bool standin = true;
+    bool live = false;       // this product's own client (ravelkit-live), for a real server or the simulator
     std::wstring inventory;  // the stand-in's state file; empty: the one beside the program
 };
 

@@ -20,6 +20,7 @@ class TableBuilder {
 public:
     explicit TableBuilder(NodeTable &table) : table_(table) { open_.push_back({0, kNoNode, Position()}); }
     HRESULT AddElement(IXmlReader *reader, Position at);
+    HRESULT AddText(IXmlReader *reader);
     // False when the end tag was not in the text: Wine's reader makes one up,
     // at the element's own start, for a root that input ended inside.
     bool EndElement(Position at) {
@@ -92,6 +93,25 @@ HRESULT TableBuilder::AddAttributes(IXmlReader *reader, NodeEntry &node) {
     return FAILED(hr) ? hr : S_OK;
 }
 
+// Text of the open element. Its pieces usually arrive together, so the first
+// lands at the end of the pool and the next ones extend it in place.
+HRESULT TableBuilder::AddText(IXmlReader *reader) {
+    const wchar_t *value = nullptr;
+    UINT length = 0;
+    HRESULT hr = reader->GetValue(&value, &length);
+    if (FAILED(hr) || length == 0 || open_.size() < 2) return FAILED(hr) ? hr : S_OK;
+    TextRef &text = table_.nodes[open_.back().node].text;
+    if (text.length != 0 && text.offset + text.length != table_.pool.size()) {
+        const std::wstring earlier = table_.Text(text);  // moved to the end, then extended
+        if (!Append(earlier.c_str(), static_cast<UINT>(earlier.size()), text)) return E_OUTOFMEMORY;
+    }
+    TextRef piece;
+    if (!Append(value, length, piece)) return E_OUTOFMEMORY;
+    if (text.length == 0) text = piece;
+    else text.length += length;
+    return S_OK;
+}
+
 HRESULT TableBuilder::AddElement(IXmlReader *reader, Position at) {
     const bool isEmpty = reader->IsEmptyElement() != FALSE;  // before moving to attributes
     const wchar_t *name = nullptr;
@@ -101,7 +121,7 @@ HRESULT TableBuilder::AddElement(IXmlReader *reader, Position at) {
     if (table_.nodes.size() >= kNoNode - 1) return E_OUTOFMEMORY;
     const uint32_t index = static_cast<uint32_t>(table_.nodes.size());
     OpenElement &parent = open_.back();
-    NodeEntry node = {{0, 0}, parent.node, kNoNode, kNoNode, 0, 0};
+    NodeEntry node = {{0, 0}, parent.node, kNoNode, kNoNode, 0, 0, {0, 0}};
     if (!AppendName(name, nameLength, node.name)) return E_OUTOFMEMORY;
     if (FAILED(hr = AddAttributes(reader, node))) return hr;
     table_.nodes.push_back(node);
@@ -141,6 +161,8 @@ HRESULT ReadAll(IXmlReader *reader, NodeTable &table) {
             if (FAILED(hr = builder.AddElement(reader, at))) return hr;
         } else if (type == XmlNodeType_EndElement) {
             if (!builder.EndElement(at)) return truncated;
+        } else if (type == XmlNodeType_Text || type == XmlNodeType_CDATA) {
+            if (FAILED(hr = builder.AddText(reader))) return hr;
         }
     }
     if (FAILED(hr)) return hr;
@@ -199,7 +221,7 @@ bool Parse(ISequentialStream *stream, const wchar_t *encoding, NodeTable &table,
 
 void NodeTable::Reset() {
     nodes.clear();
-    nodes.push_back(NodeEntry{{0, 0}, kNoNode, kNoNode, kNoNode, 0, 0});
+    nodes.push_back(NodeEntry{{0, 0}, kNoNode, kNoNode, kNoNode, 0, 0, {0, 0}});
     attributes.clear();
     pool.clear();
 }

@@ -23,6 +23,7 @@ struct NodeEntry {
     uint32_t nextSibling;     // next sibling element, kNoNode if none
     uint32_t firstAttribute;  // into NodeTable::attributes
     uint32_t attributeCount;
+    TextRef text;  // the element's own character data (text and CDATA), concatenated
 };
 
 struct AttributeEntry {

@@ -124,6 +124,12 @@ bool CXmlReader::GetNodeName(std::wstring &name) const {
     return true;
 }
 
+bool CXmlReader::GetText(std::wstring &text) const {
+    if (!doc_->OnElement()) return false;
+    text = doc_->table.Text(doc_->Current().text);
+    return true;
+}
+
 bool CXmlReader::GetAttribute(const wchar_t *name, std::wstring &value) const {
     const skxml::AttributeEntry *attribute = doc_->FindAttribute(name);
     if (attribute == nullptr) return false;

@@ -37,6 +37,8 @@ public:
     // Of the cursor's element.
     bool GetNodeName(std::wstring &name) const;
     bool GetAttribute(const wchar_t *name, std::wstring &value) const;
+    // The element's own text (not its children's), entities resolved; empty if none.
+    bool GetText(std::wstring &text) const;
     // Unsigned 64-bit decimal ("%I64u"); false when missing or not a number.
     bool GetAttributeUInt64(const wchar_t *name, uint64_t &value) const;
 

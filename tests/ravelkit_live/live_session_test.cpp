@@ -1,0 +1,121 @@
+// Sessions against the simulator: connect, login with a good and a bad
+// password, the server's type, the certificate policy, a server that never
+// answers, and the entry points this client does not serve.
+#include <winsock2.h>
+#include "live_fixture.h"
+
+using namespace livetest;
+
+namespace {
+
+TEST_F(LiveTest, LoginRefusesAWrongPasswordThenAcceptsTheRightOne) {
+    void *session = nullptr;
+    ASSERT_EQ(0, vmc->vmcConnect(url.c_str(), nullptr, nullptr, true, nullptr, &session, 30000, nullptr))
+        << LastErrorText();
+    sessions.push_back(session);
+    EXPECT_EQ(35, vmc->vmcLogin(session, kUser, "not-the-password", nullptr));
+    int code = 0;
+    EXPECT_EQ("Cannot complete login due to an incorrect user name or password.", LastErrorText(&code));
+    EXPECT_EQ(185, code);
+    EXPECT_EQ(0, vmc->vmcLogin(session, kUser, kPassword, nullptr)) << LastErrorText();
+    _vmc::_ObjDetails details;
+    EXPECT_EQ(0, vmc->vmcGetServerDetails(session, &details));
+    EXPECT_EQ("VirtualCenter", details.type);
+    EXPECT_EQ(0, vmc->vmcLogout(session));
+    // Logged out, the server no longer answers for the session.
+    std::vector<_vmc::_HostSummary> hosts;
+    EXPECT_EQ(36, vmc->vmcGetAllHosts(session, &hosts));
+}
+
+TEST_F(LiveTest, ASelfSignedCertificateIsRefusedUnlessTheCallerSaysOtherwise) {
+    void *session = nullptr;
+    EXPECT_EQ(4, vmc->vmcConnect(url.c_str(), nullptr, nullptr, false, nullptr, &session, 30000, nullptr));
+    EXPECT_EQ(nullptr, session);
+    EXPECT_NE(std::string::npos, LastErrorText().find("certificate")) << LastErrorText();
+}
+
+TEST_F(LiveTest, BadSessionsAndUrlsAreRefusedWithAReason) {
+    void *session = reinterpret_cast<void *>(0x1234);
+    EXPECT_EQ(3, vmc->vmcConnect("not a url", nullptr, nullptr, true, nullptr, &session, 1000, nullptr));
+    EXPECT_EQ(nullptr, session);
+    EXPECT_NE(std::string::npos, LastErrorText().find("malformed URL")) << LastErrorText();
+    EXPECT_EQ(5, vmc->vmcLogin(&session, kUser, kPassword, nullptr));
+    EXPECT_EQ(3, vmc->vmcConnect(url.c_str(), nullptr, nullptr, true, nullptr, nullptr, 1000, nullptr));
+    // A web server that is not a vSphere endpoint.
+    const std::string elsewhere = url.substr(0, url.rfind('/')) + "/nothing-here";
+    EXPECT_EQ(4, vmc->vmcConnect(elsewhere.c_str(), nullptr, nullptr, true, nullptr, &session, 30000, nullptr));
+    EXPECT_EQ(nullptr, session);
+    EXPECT_NE(std::string::npos, LastErrorText().find("HTTP 404")) << LastErrorText();
+}
+
+TEST_F(LiveTest, EntryPointsNotServedSaySo) {
+    void *session = OpenSession();
+    _vmc::_DiskChangeInfo changes;
+    EXPECT_EQ(1, vmc->vmcGetChangedDiskAreas(session, 2000, 0, "DC0_H0_VM0", "snap", "*", &changes));
+    EXPECT_EQ("vmcGetChangedDiskAreas is not supported by this client", LastErrorText());
+    EXPECT_EQ(nullptr, vmc->vmcGetXmlWriter());
+    EXPECT_EQ("vmcGetXmlWriter is not supported by this client", LastErrorText());
+}
+
+// A socket that listens but never answers: the TLS handshake gets no reply.
+struct SilentServer {
+    SOCKET socket = INVALID_SOCKET;
+    int port = 0;
+    SilentServer() {
+        WSADATA data;
+        WSAStartup(MAKEWORD(2, 2), &data);
+        socket = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int length = sizeof(address);
+        if (bind(socket, reinterpret_cast<sockaddr *>(&address), length) == 0 && listen(socket, 4) == 0 &&
+            getsockname(socket, reinterpret_cast<sockaddr *>(&address), &length) == 0)
+            port = ntohs(address.sin_port);
+    }
+    ~SilentServer() {
+        closesocket(socket);
+        WSACleanup();
+    }
+};
+
+TEST(LiveTimeout, AServerThatNeverAnswersFailsConnectWithinTheTimeOut) {
+    const ravelkit::EntryTable &vmc = Client();
+    ASSERT_NE(nullptr, vmc.vmcConnect);
+    SilentServer server;
+    ASSERT_NE(0, server.port);
+    const std::string silent = "https://127.0.0.1:" + std::to_string(server.port) + "/sdk";
+    void *session = nullptr;
+    // The test's own time limit is what bounds it; the library must give up by itself.
+    EXPECT_EQ(4, vmc.vmcConnect(silent.c_str(), nullptr, nullptr, true, nullptr, &session, 1500, nullptr));
+    EXPECT_EQ(nullptr, session);
+    EXPECT_NE(std::string::npos, LastErrorText().find("did not answer in time")) << LastErrorText();
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(LiveTest, EventExtensionRegisteredFoundAndUnregistered) {
+    void *session = OpenSession();
+    const char key[] = "com.example.diskbroker.events";
+    bool registered = true;
+    ASSERT_EQ(0, vmc->vmcIsEventExtensionRegistered(session, key, &registered)) << LastErrorText();
+    EXPECT_FALSE(registered);
+    ASSERT_EQ(0, vmc->vmcRegisterEventExtension(session, key, "diskBroker", "backup events", "Example", "1.0",
+                                                nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                                nullptr, 0))
+        << LastErrorText();
+    // A second session sees it.
+    void *other = OpenSession();
+    ASSERT_EQ(0, vmc->vmcIsEventExtensionRegistered(other, key, &registered));
+    EXPECT_TRUE(registered);
+    EXPECT_EQ(36, vmc->vmcRegisterEventExtension(session, key, "again", "", "", "1.0", nullptr, nullptr, nullptr,
+                                                 nullptr, nullptr, nullptr, nullptr, nullptr, 0));
+    ASSERT_EQ(0, vmc->vmcUnregisterEventExtension(session, key)) << LastErrorText();
+    ASSERT_EQ(0, vmc->vmcIsEventExtensionRegistered(other, key, &registered));
+    EXPECT_FALSE(registered);
+    EXPECT_EQ(36, vmc->vmcUnregisterEventExtension(session, key));
+}
+
+}  // namespace

@@ -1,0 +1,124 @@
+// Virtual machines against the simulator: details by name, hosts, change
+// tracking seen from a second session, snapshots created and removed by name.
+#include <skxml/xmlreader.h>
+#include "live_fixture.h"
+
+using namespace livetest;
+
+namespace {
+
+const char kVm[] = "DC0_H0_VM0";
+
+TEST_F(LiveTest, VmDetailsByName) {
+    void *session = OpenSession();
+    _vmc::_ObjDetails details;
+    ASSERT_EQ(0, vmc->vmcGetObjDetails(session, kVm, nullptr, nullptr, "DataSet1", &details)) << LastErrorText();
+    EXPECT_EQ(kVm, details.type);
+    EXPECT_EQ(0u, details.moRef.find("vm-")) << details.moRef;
+    EXPECT_EQ("poweredOn", details.powerState);
+    EXPECT_EQ(0u, details.host.find("DC0_H0 (<host-")) << details.host;
+    EXPECT_EQ(">)", details.host.substr(details.host.size() - 2));
+    EXPECT_EQ("persistent", details.diskMode);
+    EXPECT_FALSE(details.hardwareVersion.empty());
+
+    std::vector<_vmc::_VmDiskDetails> disks;
+    ASSERT_EQ(0, vmc->vmcGetAllVmDiskDetails(session, kVm, disks)) << LastErrorText();
+    ASSERT_EQ(1u, disks.size());
+    EXPECT_EQ("[LocalDS_0] DC0_H0_VM0/disk1.vmdk", disks[0].fileName);
+    EXPECT_EQ("persistent", disks[0].diskMode);
+    EXPECT_EQ(1024 * 1024, disks[0].capacityBytes);
+
+    EXPECT_EQ(2, vmc->vmcGetObjDetails(session, "no-such-vm", nullptr, nullptr, "DataSet1", &details));
+    int code = 0;
+    EXPECT_EQ("VirtualMachine 'no-such-vm' not found", LastErrorText(&code));
+    EXPECT_EQ(25, code);
+}
+
+TEST_F(LiveTest, HostsOfTheServer) {
+    void *session = OpenSession();
+    std::vector<_vmc::_HostSummary> hosts;
+    ASSERT_EQ(0, vmc->vmcGetAllHosts(session, &hosts)) << LastErrorText();
+    ASSERT_FALSE(hosts.empty());
+    bool sawH0 = false;
+    for (const _vmc::_HostSummary &host : hosts) {
+        EXPECT_EQ(0u, host.moRef.find("host-")) << host.moRef;
+        EXPECT_EQ(6, host.majorVersion) << host.name;
+        sawH0 = sawH0 || host.name == "DC0_H0";
+    }
+    EXPECT_TRUE(sawH0);
+}
+
+TEST_F(LiveTest, ChangeTrackingEnabledIsSeenByASecondSession) {
+    void *first = OpenSession();
+    void *second = OpenSession();
+    const std::string vm = "DC0_H0_VM1";
+    bool enabled = true, supported = false;
+    ASSERT_EQ(0, vmc->vmcIsChangeTrackingEnabled(second, vm, enabled, supported)) << LastErrorText();
+    EXPECT_TRUE(supported);
+    EXPECT_FALSE(enabled);
+    ASSERT_EQ(0, vmc->vmcSetVmPowerOrConfigState(first, vm.c_str(), "enableChangeTracking")) << LastErrorText();
+    ASSERT_EQ(0, vmc->vmcIsChangeTrackingEnabled(second, vm, enabled, supported));
+    EXPECT_TRUE(enabled);
+    EXPECT_EQ(1, vmc->vmcSetVmPowerOrConfigState(first, vm.c_str(), "powerOff"));
+}
+
+bool HasSnapshot(const _vmc::VmSnapshotInfo &tree, const std::string &name) {
+    for (const _vmc::VmSnapshotInfo &child : tree.children)
+        if (child.name == name || HasSnapshot(child, name)) return true;
+    return false;
+}
+
+TEST_F(LiveTest, SnapshotCreatedAndRemovedByName) {
+    void *session = OpenSession();
+    const char vm[] = "DC0_C0_RP0_VM0";
+    ASSERT_EQ(0, vmc->vmcCreateSnapshot(session, "backup-1", "taken by the test", vm, false, false))
+        << LastErrorText();
+    _vmc::VmSnapshotInfo tree;
+    ASSERT_EQ(0, vmc->vmcGetVmSnapshotTree(session, vm, tree)) << LastErrorText();
+    EXPECT_TRUE(HasSnapshot(tree, "backup-1"));
+    ASSERT_EQ(0, vmc->vmcRemoveSnapshot(session, "backup-1", vm, false, false)) << LastErrorText();
+    ASSERT_EQ(0, vmc->vmcGetVmSnapshotTree(session, vm, tree));
+    EXPECT_FALSE(HasSnapshot(tree, "backup-1"));
+    EXPECT_EQ(53, vmc->vmcRemoveSnapshot(session, "backup-1", vm, false, false));
+    EXPECT_EQ(2, vmc->vmcCreateSnapshot(session, "x", nullptr, "no-such-vm", false, false));
+}
+
+}  // namespace
+
+namespace {
+
+std::wstring TempFile(const wchar_t *name) {
+    wchar_t folder[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, folder);
+    return std::wstring(folder) + name;
+}
+
+std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
+
+TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocuments) {
+    void *session = OpenSession();
+    const std::wstring file = TempFile(L"live-backup-info.xml");
+    ASSERT_EQ(0, vmc->vmcGetVmBackupInfo(session, kVm, Narrow(file).c_str())) << LastErrorText();
+    CXmlReader reader;
+    ASSERT_TRUE(reader.LoadFile(file.c_str())) << Narrow(reader.ErrorText());
+    std::wstring value;
+    ASSERT_TRUE(reader.SelectSingleNode(L"VmBackupInfo"));
+    EXPECT_TRUE(reader.GetAttribute(L"name", value));
+    EXPECT_EQ(L"DC0_H0_VM0", value);
+    EXPECT_TRUE(reader.GetAttribute(L"powerState", value));
+    EXPECT_EQ(L"poweredOn", value);
+    ASSERT_TRUE(reader.SelectSingleNode(L"Disk"));
+    EXPECT_TRUE(reader.GetAttribute(L"path", value));
+    EXPECT_EQ(L"[LocalDS_0] DC0_H0_VM0/disk1.vmdk", value);
+
+    ASSERT_EQ(0, vmc->vmcGetObjectInfo(session, "root", "host", nullptr, Narrow(file).c_str())) << LastErrorText();
+    ASSERT_TRUE(reader.LoadFile(file.c_str()));
+    ASSERT_TRUE(reader.SelectSingleNode(L"HostSystem"));
+    EXPECT_TRUE(reader.GetAttribute(L"moRef", value));
+    EXPECT_EQ(0u, value.find(L"host-"));
+    EXPECT_EQ(1, vmc->vmcGetObjectInfo(session, "root", "datastore", nullptr, Narrow(file).c_str()));
+    EXPECT_EQ(3, vmc->vmcGetVmBackupInfo(session, kVm, "Z:\\no\\such\\folder\\info.xml"));
+    DeleteFileW(file.c_str());
+}
+
+}  // namespace
