@@ -17,10 +17,10 @@ case "$action" in
     if [ ! -f "$ready" ]; then
       # The registry files are flushed lazily by the persistent server, so the
       # marker, not system.reg, says that the prefix was made.
-      setsid -w "$WINE64" wineboot --init </dev/null >"$WINEPREFIX.log" 2>&1 \
+      setsid -w $WINE_LAUNCH "$WINE64" wineboot --init </dev/null >"$WINEPREFIX.log" 2>&1 \
         && [ -d "$WINEPREFIX/drive_c/windows" ] && touch "$ready"
     else
-      setsid -w "$WINE64" wineboot </dev/null >/dev/null 2>&1
+      setsid -w $WINE_LAUNCH "$WINE64" wineboot </dev/null >/dev/null 2>&1
     fi
     [ -f "$ready" ] || { echo "wine prefix was not created: see $WINEPREFIX.log"; exit 1; }
     echo "wine prefix ready: $WINEPREFIX"

@@ -3,4 +3,4 @@
 # Used as CMAKE_CROSSCOMPILING_EMULATOR; the prefix is created by prefix.sh.
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 . "$here/env.sh"
-exec "$WINE64" "$@"
+exec $WINE_LAUNCH "$WINE64" "$@"

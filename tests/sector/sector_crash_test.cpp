@@ -20,7 +20,6 @@ using namespace sectorcrash;
 
 constexpr unsigned kDefaultKills = 150;
 constexpr DWORD kTimeoutMs = 10000;
-constexpr int kStartAttempts = 5;
 
 unsigned Kills() {
     wchar_t text[16] = {};
@@ -78,13 +77,8 @@ public:
         STARTUPINFOW startup{};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION info{};
-        // Wine now and then refuses a process start on a loaded machine
-        // (ERROR_INTERNAL_ERROR); that says nothing of the bookkeeping.
-        bool started = false;
-        for (int attempt = 0; attempt < kStartAttempts && !started; ++attempt)
-            started = CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                                     &info) != FALSE;
-        if (!started) return false;
+        if (!CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info))
+            return false;
         process_.reset(info.hProcess);
         skclass::UniqueHandle thread(info.hThread);
         return true;
