@@ -47,6 +47,8 @@ func main() {
 	model.Service.Listen = &url.URL{Host: "127.0.0.1:0", User: url.UserPassword(*user, *password)}
 	server := model.Service.NewServer()
 	defer server.Close()
+	// Before its URL is published, so no request can be on its way yet.
+	server.Server.Config.Handler = routeMissingMethods(server.Server.Config.Handler)
 
 	sdk := *server.URL
 	sdk.User = nil
