@@ -4,8 +4,9 @@
 # disks made by qemu-img at the datastore paths they name (a monolithic sparse
 # disk and a flat one), vm-backup reads them through the VDDK stand-in's remote
 # connection (its root: the simulator's datastore folders), and each image must
-# equal qemu-img's raw conversion byte for byte. Failures end with exit 1 and a
-# message and leave no snapshot; the password reaches no output and no log.
+# equal qemu-img's raw conversion byte for byte. A snapshot of a killed run is
+# removed by the next run. Failures end with exit 1 and a message and leave no
+# snapshot; the password reaches no output and no log.
 # usage: vm_backup_live.sh <wine run.sh> <diskbroker.exe> <simulator state folder>
 set -eu
 run=$1
@@ -79,6 +80,23 @@ cmp sparse.ref images/DC0_H0_VM0-disk0.img
 cmp flat.ref images/DC0_C0_RP0_VM0-disk0.img
 [ -s images/DC0_H0_VM0-disk0.img.manifest ] && [ -s images/DC0_C0_RP0_VM0-disk0.img.manifest ]
 echo "both VMs backed up; every image equals qemu-img's raw conversion"
+
+# A run killed while a large disk streams leaves its snapshot; the next run removes it.
+mv "$flat" flat.vmdk.keep
+qemu-img create -q -f vmdk "$flat" 8G
+"$run" "$tool" vm-backup --server "$server" --vm DC0_C0_RP0_VM0 killed > killed.txt 2>&1 &
+pid=$!
+if ! timeout 120 sh -c 'tail -f killed.txt | grep -q -m1 "locked for the backup"'; then
+    kill "$pid"; echo "the killed run never took its snapshot"; cat killed.txt; exit 1
+fi
+kill "$pid"
+wait "$pid" || true
+check 0 '^diskbroker-' out snapshots --server "$server" --vm DC0_C0_RP0_VM0
+mv flat.vmdk.keep "$flat"
+check 0 'released' out vm-backup --server "$server" --vm DC0_C0_RP0_VM0 again
+check 0 '(no snapshots)' out snapshots --server "$server" --vm DC0_C0_RP0_VM0
+cmp flat.ref again/DC0_C0_RP0_VM0-disk0.img
+echo "a killed run's snapshot is removed by the next run"
 
 DISKBROKER_PASSWORD=wrong check 1 'refused the user name or password' err vm-backup --server "$server" --vm DC0_H0_VM0 x
 check 1 "does not know the VM 'nosuch'" err vm-backup --server "$server" --vm nosuch x

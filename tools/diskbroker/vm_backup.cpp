@@ -169,8 +169,9 @@ VmBackupResult VmBackup(const VmBackupRequest &request) {
     // The stand-in's memory disks are local; a server's disks need the snapshot first.
     Job job(jobArgs, true, request.vsphere.standin);
     VsphereLibrary library(request.vsphere);
-    // Only the stand-in machine's registry is ours to change.
-    if (request.vsphere.standin && job.Vddk().UsesStandin()) EnableOrphanListIfUnset();
+    // Only the stand-in machine's registry is ours to change (a server's run on
+    // the VDDK stand-in uses it too).
+    if (job.Vddk().UsesStandin()) EnableOrphanListIfUnset();
     OutLine(L"vSphere: " + library.Description());
     VsphereSession session(request.vsphere);
     OutLine(L"connected to " + request.vsphere.server + L" as " + request.vsphere.user);
