@@ -153,6 +153,24 @@ private:
     bool taken_ = false;
 };
 
+// Each disk into <folder>\<vm>-disk<N>.img, as backup does.
+void BackUpDisks(Job &job, const CacheTuning &tuning, const VmBackupRequest &request,
+                 const std::vector<std::wstring> &disks, VmBackupResult &result) {
+    for (size_t i = 0; i < disks.size(); ++i) {
+        if (request.beforeDisk) request.beforeDisk(disks[i]);
+        BackupRequest disk;
+        disk.disk = disks[i];
+        disk.image = request.folder + L"\\" + request.vm + L"-disk" + std::to_wstring(i) + L".img";
+        disk.overwrite = true;
+        disk.showProgress = request.showProgress;
+        const TransferResult done = Backup(job, tuning, disk);
+        OutLine(L"disk " + std::to_wstring(i + 1) + L"/" + std::to_wstring(disks.size()) + L": " + disks[i] + L" -> " +
+                disk.image + L" (" + FormatBytes(done.bytes) + L", SHA-256 " + done.sha256 + L")");
+        result.images.push_back(disk.image);
+        result.bytes += done.bytes;
+    }
+}
+
 }  // namespace
 
 VmBackupResult VmBackup(const VmBackupRequest &request) {
@@ -189,19 +207,7 @@ VmBackupResult VmBackup(const VmBackupRequest &request) {
         Job &job;
         ~Disconnect() { job.Disconnect(); }
     } disconnect{job};
-    for (size_t i = 0; i < disks.size(); ++i) {
-        if (request.beforeDisk) request.beforeDisk(disks[i]);
-        BackupRequest disk;
-        disk.disk = disks[i];
-        disk.image = request.folder + L"\\" + request.vm + L"-disk" + std::to_wstring(i) + L".img";
-        disk.overwrite = true;
-        disk.showProgress = request.showProgress;
-        const TransferResult done = Backup(job, tuning, disk);
-        OutLine(L"disk " + std::to_wstring(i + 1) + L"/" + std::to_wstring(disks.size()) + L": " + disks[i] + L" -> " +
-                disk.image + L" (" + FormatBytes(done.bytes) + L", SHA-256 " + done.sha256 + L")");
-        result.images.push_back(disk.image);
-        result.bytes += done.bytes;
-    }
+    BackUpDisks(job, tuning, request, disks, result);
     job.Disconnect();
     snapshot.Remove();
     OutLine(L"snapshot removed; VM '" + request.vm + L"' released");
