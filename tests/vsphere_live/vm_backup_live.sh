@@ -69,7 +69,7 @@ qemu-img convert -f raw -O vmdk -o subformat=monolithicFlat flat.raw "$flat"
 echo "a disk that cannot be read fails the backup and leaves no snapshot"
 
 for vm in DC0_H0_VM0 DC0_C0_RP0_VM0; do
-    check 0 "snapshot removed; VM '$vm' released" out vm-backup --server "$server" --vm $vm images
+    check 0 "snapshot removed; VM '$vm' released" out vm-backup --server "$server" --vm $vm --transports nbd images
     grep -q "backed up 1 disk of '$vm'" out.txt
     check 0 '(no snapshots)' out snapshots --server "$server" --vm $vm
     check 0 'change tracking: enabled' out vm-info --server "$server" --vm $vm
@@ -102,6 +102,7 @@ DISKBROKER_PASSWORD=wrong check 1 'refused the user name or password' err vm-bac
 check 1 "does not know the VM 'nosuch'" err vm-backup --server "$server" --vm nosuch x
 check 2 'the port must be 1-65535' err vm-backup --server 127.0.0.1:99999 --vm DC0_H0_VM0 x
 check 1 'cannot be reached' err vm-backup --server 127.0.0.1:1 --vm DC0_H0_VM0 x
+check 2 'for a server' err vm-backup --server vcenter.example --inventory none.xml --thumbprint AB --vm web01 x
 check 0 '(no snapshots)' out snapshots --server "$server" --vm DC0_H0_VM0
 echo "failures: exit 1 or 2 with the cause, nothing taken"
 

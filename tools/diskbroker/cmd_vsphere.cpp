@@ -39,7 +39,9 @@ const wchar_t kVmBackupHelp[] =
     L"VDDK at the snapshot, connected to the VM by its reference (moref=vm-N).\n"
     L"\n"
     L"  --vm NAME               the VM's name on the server\n"
-    L"  --owner KEY             the owner key of the snapshot (default 'diskbroker vm-backup')\n";
+    L"  --owner KEY             the owner key of the snapshot (default 'diskbroker vm-backup')\n"
+    L"  --thumbprint HEX        a server's certificate thumbprint, for VDDK's connection\n"
+    L"  --transports LIST       VDDK's transport modes to try on a server, e.g. nbdssl:nbd\n";
 
 const wchar_t kVmInfoHelp[] =
     L"usage: diskbroker vm-info --server NAME --vm NAME [options]\n"
@@ -108,7 +110,7 @@ struct QueryContext {
 int RunVmBackup(const Words &words) {
     const Args args(words,
                     VsphereOptionSpecs({{L"vm", true}, {L"owner", true}, {L"buffers", true}, {L"buffer-kb", true},
-                                        {L"raise-priority", false}}),
+                                        {L"raise-priority", false}, {L"thumbprint", true}, {L"transports", true}}),
                     1, 1);
     if (args.HelpRequested()) return Help(kVmBackupHelp, true);
     VmBackupRequest request;
@@ -117,6 +119,10 @@ int RunVmBackup(const Words &words) {
     request.folder = FullPath(args.Positional(0));
     request.ownerKey = args.Value(L"owner", request.ownerKey);
     if (request.ownerKey.empty()) throw UsageError(L"--owner must not be empty");
+    request.thumbprint = args.Value(L"thumbprint");
+    request.transports = args.Value(L"transports");
+    if (request.vsphere.standin && (args.Has(L"thumbprint") || args.Has(L"transports")))
+        throw UsageError(L"--thumbprint and --transports are for a server's disks, not the stand-in's");
     // The stand-in's memory disks need the VDDK stand-in; a server's disks the installed VDDK when there is one.
     request.jobWords = {L"--vddk", args.Value(L"vddk", request.vsphere.standin ? L"standin" : L"auto")};
     for (const wchar_t *option : {L"buffers", L"buffer-kb"})

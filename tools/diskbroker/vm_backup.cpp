@@ -61,6 +61,8 @@ ConnectionOptions ServerDisks(VsphereSession &session, const VmBackupRequest &re
     options.passwordVariable = request.vsphere.passwordVariable;
     options.vmxSpec = L"moref=" + Wide(details.moRef);
     options.snapshotRef = Wide(taken->moRef);
+    options.thumbprint = request.thumbprint;
+    options.transports = request.transports;
     options.readOnly = true;
     return options;
 }
