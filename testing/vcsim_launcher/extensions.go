@@ -8,9 +8,10 @@ import (
 // Adjusts the simulated inventory to what the client's tests meet on real
 // servers: change tracking supported, as on hardware version 7 and later.
 //
-// Methods this simulator lacks (VirtualMachine.Reload among them) cannot be
-// added by wrapping the registered VirtualMachine objects: the simulator's
-// property collector and snapshot code assert their concrete type.
+// Methods this simulator lacks on objects whose type it asserts
+// (VirtualMachine.Reload, QueryChangedDiskAreas, TaskManager.CreateTask) are
+// answered by companion objects (methods.go); the ExtensionManager, whose type
+// nothing asserts, is replaced outright.
 func addExtensions() {
 	addExtensionManager()
 	for _, entity := range simulator.Map.All("VirtualMachine") {

@@ -25,6 +25,7 @@ func main() {
 	password := flag.String("password", "Sim-Pass1", "its password")
 	urlFile := flag.String("url-file", "", "file that receives the SDK URL once the server listens")
 	watchStdin := flag.Bool("stdin", false, "stop when standard input closes")
+	datastores := flag.String("datastore-root", "", "folder that receives one link per datastore, named as the datastore")
 	flag.Parse()
 
 	model := simulator.VPX()
@@ -36,11 +37,18 @@ func main() {
 	}
 	defer model.Remove()
 	addExtensions()
+	if *datastores != "" {
+		if err := linkDatastores(*datastores); err != nil {
+			log.Fatalf("vcsim-launcher: linking the datastores: %v", err)
+		}
+	}
 
 	model.Service.TLS = new(tls.Config)
 	model.Service.Listen = &url.URL{Host: "127.0.0.1:0", User: url.UserPassword(*user, *password)}
 	server := model.Service.NewServer()
 	defer server.Close()
+	// Before its URL is published, so no request can be on its way yet.
+	server.Server.Config.Handler = routeMissingMethods(server.Server.Config.Handler)
 
 	sdk := *server.URL
 	sdk.User = nil

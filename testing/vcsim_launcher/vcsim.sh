@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # vcsim.sh start|stop <state folder> [launcher source folder]
 # start: builds the launcher (Debian's Go and govmomi, GOPATH mode, no downloads),
-# starts it on 127.0.0.1 with a free port and waits for <state folder>/url.txt.
+# starts it on 127.0.0.1 with a free port and waits for <state folder>/url.txt;
+# <state folder>/datastores/<name> is a link to each datastore's folder.
 # Without Go it writes nothing and succeeds: the simulator tests then skip.
 # stop: ends the launcher it started (by its recorded process id).
 set -euo pipefail
@@ -17,7 +18,7 @@ start)
   if [ -f "$dir/pid" ] && kill -0 "$(cat "$dir/pid")" 2>/dev/null; then kill "$(cat "$dir/pid")" || true; fi
   GOPATH=/usr/share/gocode GO111MODULE=off GOFLAGS= GOCACHE="$dir/gocache" \
     go build -o "$dir/vcsim-launcher" "$src"/*.go
-  "$dir/vcsim-launcher" -url-file "$dir/url.txt" >"$dir/launcher.log" 2>&1 </dev/null &
+  "$dir/vcsim-launcher" -url-file "$dir/url.txt" -datastore-root "$dir/datastores" >"$dir/launcher.log" 2>&1 </dev/null &
   echo $! >"$dir/pid"
   for _ in $(seq 1 300); do
     [ -s "$dir/url.txt" ] && { echo "vcsim: $(cat "$dir/url.txt")"; exit 0; }

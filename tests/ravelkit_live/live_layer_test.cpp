@@ -141,3 +141,25 @@ TEST_F(LayerTest, AnOrphanOfAKilledRunIsRemovedByTheNextCreation) {
 }
 
 }  // namespace
+
+namespace {
+
+// The layer's task calls end on the server: a task made for the VM's host runs,
+// reports progress and a description, and ends; once ended it takes no new state,
+// which the layer reports with its warning code so a backup can go on.
+TEST_F(LayerTest, ATaskForTheVmsHostRunsAndEnds) {
+    ASSERT_EQ(dbresult::kOk, Connect(Widen(livetest::kPassword).c_str()));
+    wcstring task;
+    ASSERT_EQ(dbresult::kOk, vddkCreateVMwareTask(task, kVm, L"com.diskbroker.backup", L"nightly-job", true, wrapper,
+                                                  session));
+    EXPECT_EQ(0u, task.find(L"task-"));
+    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(task, L"running", wrapper, session));
+    EXPECT_EQ(dbresult::kOk, vddkUpdateVMwareTaskProgress(task, 50, wrapper, session));
+    const wcstring message = L"reading disk 1 of 1";
+    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskDescription(task, message, nullptr, nullptr, wrapper, session));
+    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(task, L"success", wrapper, session));
+    EXPECT_EQ(0x200095C5u, vddkSetVMwareTaskState(task, L"running", wrapper, session));
+    EXPECT_EQ(0x200095C8u, vddkCancelVMwareTask(task, wrapper, session));
+}
+
+}  // namespace

@@ -50,9 +50,9 @@ TEST_F(LiveTest, BadSessionsAndUrlsAreRefusedWithAReason) {
 
 TEST_F(LiveTest, EntryPointsNotServedSaySo) {
     void *session = OpenSession();
-    _vmc::_DiskChangeInfo changes;
-    EXPECT_EQ(1, vmc->vmcGetChangedDiskAreas(session, 2000, 0, "DC0_H0_VM0", "snap", "*", &changes));
-    EXPECT_EQ("vmcGetChangedDiskAreas is not supported by this client", LastErrorText());
+    std::vector<_vmc::_DatastoreDetails> datastores;
+    EXPECT_EQ(1, vmc->vmcGetConfigTargetDatastoreDetails(session, "DC0_H0_VM0", datastores));
+    EXPECT_EQ("vmcGetConfigTargetDatastoreDetails is not supported by this client", LastErrorText());
     EXPECT_EQ(nullptr, vmc->vmcGetXmlWriter());
     EXPECT_EQ("vmcGetXmlWriter is not supported by this client", LastErrorText());
 }

@@ -18,9 +18,10 @@ const wchar_t kVsphereHelp[] =
     L"                          password is read from the environment variable named by\n"
     L"  --password-env VAR      (default DISKBROKER_PASSWORD); never pass it as an argument\n"
     L"  --vsphere standin|live|installed   the web-services library: the stand-in beside this\n"
-    L"                          program (default; a small vCenter 'vcenter.example' with the VMs\n"
-    L"                          web01 and db01), this product's client for a real server\n"
-    L"                          (--server HOST[:PORT]), or the registered ravelkit.dll\n"
+    L"                          program (a small vCenter 'vcenter.example' with the VMs web01\n"
+    L"                          and db01; the default with --inventory), this product's client\n"
+    L"                          for a real server (--server HOST[:PORT]; the default otherwise),\n"
+    L"                          or the registered ravelkit.dll\n"
     L"  --inventory FILE        the stand-in's server state (an <inventory> document), kept\n"
     L"                          across runs; default: vsphere-standin-inventory.xml beside\n"
     L"                          the stand-in\n";
@@ -34,10 +35,13 @@ const wchar_t kVmBackupHelp[] =
     L"removes the snapshot (releasing the VM) and disconnects. A snapshot left behind by a\n"
     L"killed run is found in the registry's orphan list and removed by the next run\n"
     L"under the same owner key (on the stand-in \"AutoOrphanSnapshotRemoval\" is switched\n"
-    L"on when the agent's settings do not say).\n"
+    L"on when the agent's settings do not say). On a server the disks are read through\n"
+    L"VDDK at the snapshot, connected to the VM by its reference (moref=vm-N).\n"
     L"\n"
     L"  --vm NAME               the VM's name on the server\n"
-    L"  --owner KEY             the owner key of the snapshot (default 'diskbroker vm-backup')\n";
+    L"  --owner KEY             the owner key of the snapshot (default 'diskbroker vm-backup')\n"
+    L"  --thumbprint HEX        a server's certificate thumbprint, for VDDK's connection\n"
+    L"  --transports LIST       VDDK's transport modes to try on a server, e.g. nbdssl:nbd\n";
 
 const wchar_t kVmInfoHelp[] =
     L"usage: diskbroker vm-info --server NAME --vm NAME [options]\n"
@@ -64,7 +68,9 @@ VsphereOptions VsphereFrom(const Args &args) {
     if (options.server.empty()) throw UsageError(L"--server is required");
     options.user = args.Value(L"user", options.user);
     options.passwordVariable = args.Value(L"password-env", options.passwordVariable);
-    const std::wstring library = args.Choice(L"vsphere", L"standin", {L"standin", L"live", L"installed"});
+    // A server with no inventory file is a real one (or the simulator): this product's client.
+    const std::wstring library =
+        args.Choice(L"vsphere", args.Has(L"inventory") ? L"standin" : L"live", {L"standin", L"live", L"installed"});
     options.standin = library == L"standin";
     options.live = library == L"live";
     options.inventory = args.Value(L"inventory");
@@ -104,19 +110,21 @@ struct QueryContext {
 int RunVmBackup(const Words &words) {
     const Args args(words,
                     VsphereOptionSpecs({{L"vm", true}, {L"owner", true}, {L"buffers", true}, {L"buffer-kb", true},
-                                        {L"raise-priority", false}}),
+                                        {L"raise-priority", false}, {L"thumbprint", true}, {L"transports", true}}),
                     1, 1);
     if (args.HelpRequested()) return Help(kVmBackupHelp, true);
     VmBackupRequest request;
     request.vsphere = VsphereFrom(args);
-    if (!request.vsphere.standin)
-        throw UsageError(L"vm-backup reads disks only from the stand-in so far: a real server's disks need a VDDK "
-                         L"connection by the VM's reference and snapshot, which vm-backup does not make yet");
     request.vm = RequiredVm(args);
     request.folder = FullPath(args.Positional(0));
     request.ownerKey = args.Value(L"owner", request.ownerKey);
     if (request.ownerKey.empty()) throw UsageError(L"--owner must not be empty");
-    request.jobWords = {L"--vddk", args.Value(L"vddk", L"standin")};
+    request.thumbprint = args.Value(L"thumbprint");
+    request.transports = args.Value(L"transports");
+    if (request.vsphere.standin && (args.Has(L"thumbprint") || args.Has(L"transports")))
+        throw UsageError(L"--thumbprint and --transports are for a server's disks, not the stand-in's");
+    // The stand-in's memory disks need the VDDK stand-in; a server's disks the installed VDDK when there is one.
+    request.jobWords = {L"--vddk", args.Value(L"vddk", request.vsphere.standin ? L"standin" : L"auto")};
     for (const wchar_t *option : {L"buffers", L"buffer-kb"})
         if (args.Has(option)) request.jobWords.insert(request.jobWords.end(), {std::wstring(L"--") + option, args.Value(option)});
     if (args.Has(L"raise-priority")) request.jobWords.push_back(L"--raise-priority");

@@ -78,6 +78,11 @@ Job::Job(const Args &args, bool readOnly, bool connect) {
     if (connect) connection_ = std::make_unique<Connection>(*service_, options);
 }
 
+void Job::Connect(const ConnectionOptions &options) {
+    connection_.reset();
+    connection_ = std::make_unique<Connection>(*service_, options);
+}
+
 Job::~Job() {
     if (!service_) return;
     try {

@@ -34,6 +34,11 @@ public:
     Job(const Job &) = delete;
     Job &operator=(const Job &) = delete;
 
+    // A job made without a connection connects once it knows where: a VM's
+    // disks on a server are reached through the snapshot the job takes first.
+    void Connect(const ConnectionOptions &options);
+    void Disconnect() { connection_.reset(); }
+
     LogWatch &Log() { return log_; }
     Service &Broker() { return *service_; }
     Connection &Link() { return *connection_; }

@@ -68,6 +68,8 @@ struct VmBackupRequest {
     std::wstring folder;
     std::wstring ownerKey = L"diskbroker vm-backup";
     std::vector<std::wstring> jobWords;  // --vddk and cache options for the disk job
+    std::wstring thumbprint;             // a server's certificate thumbprint, for VDDK
+    std::wstring transports;             // VDDK's transport modes to try ("nbdssl:nbd"); empty: its default
     bool showProgress = true;
     // Called before each disk streams (tests look at the VM lock there).
     std::function<void(const std::wstring &disk)> beforeDisk;

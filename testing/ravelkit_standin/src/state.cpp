@@ -4,10 +4,10 @@
 
 #include "ravelsim.h"
 
-#include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <ravelkit/ravelkit_logger.h>
 #include <skxml/xmlbuilder.h>
 #include <skxml/xmlreader.h>
 
@@ -236,25 +236,13 @@ int Fail(int result, const std::string &text, int code) {
     return result;
 }
 
-namespace {
-void CallLogger(vmcLoggerCallback logger, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    char *arguments;
-    static_assert(sizeof arguments == sizeof args, "va_list is a pointer on Windows");
-    memcpy(&arguments, &args, sizeof arguments);
-    logger(format, arguments);
-    va_end(args);
-}
-}  // namespace
-
 void Log(const std::string &text) {
     vmcLoggerCallback logger;
     {
         skclass::CsLock hold(Get().lock);
         logger = Get().logger;
     }
-    if (logger) CallLogger(logger, "%s", text.c_str());
+    if (logger) ravelkit::CallLogger(logger, "%s", text.c_str());
 }
 
 Vm *FindVm(const std::string &nameOrMoRef) {

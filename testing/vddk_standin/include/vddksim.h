@@ -12,7 +12,8 @@
 //   pattern: the 64-bit little-endian word at byte offset 8*i is (i * 0x9E3779B97F4A7C15) ^ seed
 //
 // Remote connections (non-null vmxSpec and serverName): a datastore path
-// "[ds] folder/file.vmdk" maps to <remote root>\ds\folder\file.vmdk (VddkSim_SetRemoteRoot).
+// "[ds] folder/file.vmdk" maps to <remote root>\ds\folder\file.vmdk (VddkSim_SetRemoteRoot,
+// else the environment variable VDDKSIM_REMOTE_ROOT).
 #pragma once
 
 #include <stddef.h>
@@ -52,7 +53,8 @@ enum VddkSimLogKind { VDDKSIM_LOG = 0, VDDKSIM_WARNING = 1, VDDKSIM_PANIC = 2 };
 // OverlapCount: Open/Close calls that started while another Open/Close was running.
 // TriggerLog: writes `text` as one line through the log, warning or panic callback of InitEx.
 // BackgroundThreadId: the stand-in's own thread started by InitEx; 0 when not running.
-// SetRemoteRoot: the folder (Windows path) under which datastores are folders.
+// SetRemoteRoot: the folder (Windows path) under which datastores are folders; while none
+//   is set, the environment variable VDDKSIM_REMOTE_ROOT gives it.
 // AccessState: PrepareForAccess/EndAccess record per vmxSpec; returns 1 if prepared now.
 // SetCleanupResult: what VixDiskLib_Cleanup reports next (default 0 and 0).
 // OpenHandleCount: disk handles currently open.

@@ -248,8 +248,15 @@ void AddMemDiskCounts(const std::string &name, uint64_t written, uint64_t mismat
 }
 
 std::string RemoteRoot() {
-    skclass::CsLock guard(S().lock);
-    return S().remoteRoot;
+    {
+        skclass::CsLock guard(S().lock);
+        if (!S().remoteRoot.empty()) return S().remoteRoot;
+    }
+    // A program that has no control interface (the command-line program run
+    // against the vSphere simulator) is given the root by its environment.
+    char root[MAX_PATH] = {};
+    const DWORD length = GetEnvironmentVariableA("VDDKSIM_REMOTE_ROOT", root, MAX_PATH);
+    return length > 0 && length < MAX_PATH ? std::string(root, length) : std::string();
 }
 
 bool GetCleanupResult(uint32_t *cleaned, uint32_t *remaining) {

@@ -46,6 +46,19 @@ struct Served {
                                          const char *t12, const char *t13, int64_t number);
     static int vmcUnregisterEventExtension(void *session, const char *key);
 
+    // Tasks (live_tasks.cpp).
+    static int vmcCreateTask(void *session, std::string &task, const char *objectRef, const char *objectType,
+                             const char *t3, const char *t4, const char *t5, bool cancelable);
+    static int vmcCancelTask(void *session, const char *task);
+    static int vmcSetTaskState(void *session, const char *task, const char *state);
+    static int vmcUpdateTaskProgress(void *session, const char *task, int percent);
+    static int vmcSetTaskDescription(void *session, const char *task, const char *message, const char *t3,
+                                     const char *t4);
+
+    // Changed disk areas (live_changes.cpp).
+    static int vmcGetChangedDiskAreas(void *session, int diskKey, int64_t startOffset, const char *vm,
+                                      const char *snapshot, const char *changeId, _vmc::_DiskChangeInfo *changes);
+
     // Information documents (live_documents.cpp).
     static int vmcGetVmBackupInfo(void *session, const char *vm, const char *outputFile);
     static int vmcGetObjectInfo(void *session, const char *root, const char *type, const char *name,

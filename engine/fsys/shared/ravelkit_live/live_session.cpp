@@ -1,8 +1,8 @@
 #include "live_session.h"
 
-#include <stdarg.h>
 #include <string.h>
 #include <set>
+#include <ravelkit/ravelkit_logger.h>
 
 namespace ravelkit_live {
 
@@ -63,19 +63,6 @@ void SetLogger(vmcLoggerCallback logger) {
     State().logger = logger;
 }
 
-namespace {
-// The callback takes a format and a va_list, which on Windows is a char pointer.
-void CallLogger(vmcLoggerCallback logger, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    char *arguments;
-    static_assert(sizeof arguments == sizeof args, "va_list is a pointer on Windows");
-    memcpy(&arguments, &args, sizeof arguments);
-    logger(format, arguments);
-    va_end(args);
-}
-}  // namespace
-
 void Log(const std::string &line) {
     vmcLoggerCallback logger;
     {
@@ -83,7 +70,7 @@ void Log(const std::string &line) {
         logger = State().logger;
     }
     if (!logger || line.empty()) return;
-    CallLogger(logger, "%s", line.c_str());
+    ravelkit::CallLogger(logger, "%s", line.c_str());
 }
 
 }  // namespace ravelkit_live
