@@ -192,7 +192,8 @@ const char *Met(bool met) { return met ? "met" : "NOT met"; }
 
 void PrintStart(const char *what, const std::vector<double> &start, const std::vector<double> &bare) {
     Row(what, Best(start), "read + parse the bytes bare", Best(bare));
-    printf("   goals: under 1 s (%s), within 3x of bare (%s)\n", Met(Best(start) < 1), Met(Best(start) < 3 * Best(bare)));
+    printf("   goals: under 1 s (%s), within 3x of bare (%s)\n", Met(Best(start) < 1),
+           Met(Best(start) < 3 * Best(bare)));
 }
 
 void PrintQuery(const Times &t) {

@@ -48,7 +48,8 @@ constexpr int kSafeDigits = 19;
 bool ShortNumber(const char *&p, const char *end, uint64_t &value) {
     const char *start = p;
     uint64_t result = 0;
-    for (unsigned digit; p < end && (digit = static_cast<unsigned char>(*p - '0')) < 10; ++p) result = result * 10 + digit;
+    for (unsigned digit; p < end && (digit = static_cast<unsigned char>(*p - '0')) < 10; ++p)
+        result = result * 10 + digit;
     value = result;
     return p != start && p - start <= kSafeDigits;
 }
