@@ -1,10 +1,10 @@
 #!/bin/sh
 # Builds a libFuzzer target natively (clang, AddressSanitizer and
 # UndefinedBehaviorSanitizer) from the parsers that need no Windows, seeds it
-# (descriptors qemu-img writes; extent-list numbers), and runs it for a
+# (descriptors qemu-img writes; extent-list numbers; commit-list lines), and runs it for a
 # bounded time. A crash fails the test; its input is printed by libFuzzer and
 # becomes a regression seed.
-# usage: run_fuzz.sh <source root> <seconds> descriptor|extent_numbers|write_runs
+# usage: run_fuzz.sh <source root> <seconds> descriptor|extent_numbers|write_runs|sector_lines
 set -eu
 root=$1
 seconds=$2
@@ -42,6 +42,18 @@ write_runs)
     cd "$work"
     printf '\003\002\001\010\001\010\005\100\000\020' > corpus/adjacent
     printf '\017\000\003\077\003\077\003\077' > corpus/jumps
+    ;;
+sector_lines)
+    broker=$root/engine/fsys/shared/diskbroker
+    clang++ $flags -I"$broker" "$broker/sector_text.cpp" "$broker/sector_runs.cpp" \
+        "$root/tests/fuzz/fuzz_sector_lines.cpp" -o "$work/fuzz"
+    cd "$work"
+    # The first byte is the chunk size the file arrives in (0: one chunk).
+    printf '\000%s' "0 8\r\n8 8\r\n" > corpus/written
+    printf '\003%s' "1 1\n 2  3 \r\n-5 3\n4 0\n18446744073709551615 1\n18446744073709551616 1\n" > corpus/edges
+    printf '\007%s' "99999999999999999999 1\n1 2 3\n\n12 4\r\n2 30" > corpus/torn
+    # Once judged wrongly by this target: a line in order inside runs merged before.
+    printf '\002%s' "6  8\n8  8\n8 5\n6  8\n" > corpus/inside
     ;;
 *)
     echo "unknown target $target" >&2

@@ -57,6 +57,21 @@ TEST_F(SectorFileTest, NegativeOverflowingAndMalformedLinesAreSkippedOneByOne) {
     EXPECT_FALSE(log.Contains(SkippedLine(9)));
 }
 
+// Lines in order are merged while they are read; any other order is merged
+// after. Both must give the same runs, up to the top sector and for numbers
+// written with more digits than the quick path reads.
+TEST_F(SectorFileTest, LinesInAnyOrderLoadToTheSameRuns) {
+    const Runs merged = {{0, 17}, {20, 1}, {18446744073709551612ull, 4}};
+    WriteBytes(path, "0 4\n4 4\n6 10\n00000000000000000016 1\n20 1\n18446744073709551612 2\n"
+                     "18446744073709551614 2\n18446744073709551615 1\n");
+    EXPECT_EQ(DumpedRuns(L"vm", L"s"), merged);
+    WriteBytes(path, "20 1\n0 4\n18446744073709551614 2\n6 10\n 4 4\r\n18446744073709551612 2\n"
+                     "00000000000000000016 1\n18446744073709551615 1\n");
+    EXPECT_EQ(DumpedRuns(L"vm", L"s"), merged);
+    WriteBytes(path, "0 4\n4 4\n2 1\n6 10\n00000000000000000016 1\n20 1\n18446744073709551612 4\n");
+    EXPECT_EQ(DumpedRuns(L"vm", L"s"), merged) << "in order, then one inside what was merged before";
+}
+
 TEST_F(SectorFileTest, BinaryGarbageLoadsToTheLinesThatAreRuns) {
     std::mt19937 random(7);
     std::string bytes;

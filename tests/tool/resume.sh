@@ -4,7 +4,9 @@
 # 1. the stopped backup leaves no manifest; the resumed one reads only what
 #    was not committed and its image is qemu's raw view of the disk;
 # 2. a third run finds nothing left; another job's folder is refused;
-# 3. a restore stopped part-way and resumed gives a disk identical to the source.
+# 3. a restore stopped part-way, twice, and resumed gives a disk identical to
+#    the source, marked incomplete (info says so) until the last attempt ends,
+#    whatever mark the backed-up disk itself carried.
 # usage: resume.sh <wine run.sh> <diskbroker.exe>
 set -eu
 run=$1
@@ -17,6 +19,11 @@ expect_exit() {  # code, then the command
     want=$1; shift
     set +e; "$@" > last.out 2>&1; got=$?; set -e
     if [ "$got" != "$want" ]; then echo "exit $got, not $want: $*"; cat last.out; exit 1; fi
+}
+
+mark_is() {  # state, disk, when
+    db info "$2" > info.txt
+    if ! grep -q "^restore: *$1" info.txt; then echo "$2 is not marked $1 $3:"; cat info.txt; exit 1; fi
 }
 
 qemu-img create -q -f vmdk -o subformat=monolithicSparse disk.vmdk 32M
@@ -56,9 +63,23 @@ cmp disk.raw gone.raw
 echo "backup: an image deleted between attempts is made again, whole"
 
 expect_exit 9 db restore img.raw target.vmdk --resume rstate --stop-after 8000000
+mark_is INCOMPLETE target.vmdk "after the stopped restore"
+expect_exit 9 db restore img.raw target.vmdk --resume rstate --stop-after 8000000
+mark_is INCOMPLETE target.vmdk "after a resumed restore that stopped too"
 db restore img.raw target.vmdk --resume rstate > restored.out
 grep -q '^resume: extents 1, sectors asked 65536, already committed [1-9][0-9]*, left [1-9][0-9]*$' restored.out
 grep -q '^read back: matches' restored.out
+mark_is complete target.vmdk "after the restore ended"
 qemu-img compare -q -f vmdk -F vmdk disk.vmdk target.vmdk
 qemu-img check -q -f vmdk target.vmdk
-echo "restore: stopped, resumed, identical to the source"
+echo "restore: stopped twice, resumed, marked incomplete until its end, identical to the source"
+
+# The restored disk carries "complete" in its metadata, and so does a backup
+# of it; restoring that backup must not take the source's mark for its own.
+db backup target.vmdk marked.raw > /dev/null
+grep -aq 'diskbroker.restore' marked.raw.meta
+expect_exit 9 db restore marked.raw copy.vmdk --resume mstate --stop-after 8000000
+mark_is INCOMPLETE copy.vmdk "after a stopped restore of a restored disk's backup"
+db restore marked.raw copy.vmdk --resume mstate > /dev/null
+mark_is complete copy.vmdk "after that restore ended"
+echo "restore: a source's own mark is never copied over the target's"

@@ -21,26 +21,6 @@
 namespace dbtool {
 namespace {
 
-// The metadata export: key, NUL, value, NUL, ... as the read cache writes it.
-std::vector<std::pair<std::string, std::string>> ParseMetadata(const std::string &bytes) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        if (bytes[i] != '\0') continue;
-        parts.push_back(bytes.substr(start, i - start));
-        start = i + 1;
-    }
-    std::vector<std::pair<std::string, std::string>> pairs;
-    for (size_t i = 0; i + 1 < parts.size(); i += 2) pairs.emplace_back(parts[i], parts[i + 1]);
-    return pairs;
-}
-
-void RestoreMetadata(Disk &disk, const std::wstring &metadataPath) {
-    if (!PathExists(metadataPath)) throw Failure(L"the metadata export '" + metadataPath + L"' is missing (or use --no-metadata)");
-    for (const auto &entry : ParseMetadata(ReadWholeFile(metadataPath)))
-        if (entry.first != kRestoreMarkKey) disk.WriteMetadata(entry.first, entry.second);
-}
-
 void AppendMerged(ExtentList &list, const Extent &range) {
     if (!list.empty() && list.back().End() == range.offset)
         list.back().length += range.length;
@@ -130,34 +110,10 @@ void CheckStream(const Manifest &manifest, const std::wstring &actual, const std
                             manifest.streamSha256 + L". The target disk is incomplete and must not be used.");
 }
 
-// A target this restore created, or one an interrupted run of the same
-// image created, holds zeros wherever nothing was written: skipping zeros
-// keeps it sparse. Any other disk may hold data there, so zeros are written.
-bool TargetReadsZerosWhereUnwritten(const TargetMark &mark, const Manifest &manifest) {
-    return mark.state == TargetMark::State::Incomplete && mark.created && mark.streamSha256 == manifest.streamSha256;
-}
-
-// Before the first byte of data, so a restore that stops anywhere says so.
-TargetMark MarkIncomplete(Disk &disk, const Manifest &manifest, bool created) {
-    TargetMark mark;
-    mark.created = created || TargetReadsZerosWhereUnwritten(TargetMark::Read(disk), manifest);
-    mark.state = TargetMark::State::Incomplete;
-    mark.streamSha256 = manifest.streamSha256;
-    mark.Write(disk);
-    return mark;
-}
-
 void CheckTargetSize(uint64_t capacity, const Manifest &manifest, const std::wstring &target) {
     if (capacity != manifest.capacity)
         throw Failure(L"the target '" + target + L"' is " + std::to_wstring(capacity) + L" bytes, the backed-up disk was " +
                       std::to_wstring(manifest.capacity) + L"; restore into a disk of the same size");
-}
-
-void MarkComplete(Job &job, const std::wstring &target, TargetMark mark) {
-    Disk disk(job.Broker(), job.Link(), target, Disk::Mode::Write);
-    mark.state = TargetMark::State::Complete;
-    mark.Write(disk);
-    disk.Close();
 }
 
 void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request, const ExtentList &ranges,
@@ -213,7 +169,7 @@ TransferResult Restore(Job &job, const CacheTuning &tuning, const RestoreRequest
     const uint64_t capacity = disk.Info().capacityBytes;
     CheckTargetSize(capacity, manifest, request.target);
     CheckWithinDisk(selection, capacity, L"target '" + request.target + L"'");
-    const TargetMark mark = MarkIncomplete(disk, manifest, result.createdTarget);
+    const TargetMark mark = MarkIncomplete(disk, manifest.streamSha256, result.createdTarget);
     if (request.metadata) RestoreMetadata(disk, FolderOf(request.image) + manifest.metadataFile);
 
     Progress progress(L"restore", manifest.StreamBytes(), request.showProgress);

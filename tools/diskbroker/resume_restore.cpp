@@ -12,6 +12,7 @@
 #include "progress.h"
 #include "resume.h"
 #include "sha256.h"
+#include "target_mark.h"
 
 namespace dbtool {
 namespace {
@@ -38,29 +39,6 @@ void CheckImage(File &image, const Manifest &manifest) {
             throw MismatchError(L"checksum mismatch in extent " + std::to_wstring(i + 1) + L" of '" + image.Path() +
                                 L"': the image does not hold what its manifest says; nothing was written");
     }
-}
-
-// The metadata export: key, NUL, value, NUL, ... as the read cache writes it.
-std::vector<std::pair<std::string, std::string>> MetadataPairs(const std::string &bytes) {
-    std::vector<std::pair<std::string, std::string>> pairs;
-    size_t start = 0;
-    std::string key;
-    bool haveKey = false;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        if (bytes[i] != '\0') continue;
-        std::string part = bytes.substr(start, i - start);
-        start = i + 1;
-        if (haveKey) pairs.emplace_back(key, part);
-        else key = part;
-        haveKey = !haveKey;
-    }
-    return pairs;
-}
-
-void RestoreMetadata(Disk &disk, const std::wstring &image, const Manifest &manifest) {
-    const std::wstring path = image.substr(0, image.find_last_of(L"\\/") + 1) + manifest.metadataFile;
-    if (!PathExists(path)) throw Failure(L"the metadata export '" + path + L"' is missing (or use --no-metadata)");
-    for (const auto &entry : MetadataPairs(ReadWholeFile(path))) disk.WriteMetadata(entry.first, entry.second);
 }
 
 ExtentList Selection(const Manifest &manifest, const RestoreRequest &request) {
@@ -155,7 +133,12 @@ TransferResult ResumableRestore(Job &job, const CacheTuning &tuning, const Resto
     Disk disk(job.Broker(), job.Link(), request.target, Disk::Mode::Write, request.ancestors);
     const uint64_t capacity = disk.Info().capacityBytes;
     CheckWithinDisk(selection, capacity, L"target '" + request.target + L"'");
-    if (request.metadata) RestoreMetadata(disk, request.image, manifest);
+    // Incomplete from before the first byte of this attempt to the end of the
+    // last one: an attempt that stops anywhere, and every attempt between,
+    // leaves a target that says so.
+    const TargetMark mark = MarkIncomplete(disk, manifest.streamSha256, result.createdTarget);
+    if (request.metadata)
+        RestoreMetadata(disk, request.image.substr(0, request.image.find_last_of(L"\\/") + 1) + manifest.metadataFile);
     const ExtentList left = book.Left(selection, capacity);
     Progress progress(L"restore", TotalBytes(left), request.showProgress);
     StopSwitch stop(request.stopAfterBytes);
@@ -176,6 +159,7 @@ TransferResult ResumableRestore(Job &job, const CacheTuning &tuning, const Resto
         ReadBack(job, tuning, image, request, selection, capacity, result);
         CheckNoProblems(job.Log(), L"the read-back");
     }
+    MarkComplete(job, request.target, mark);
     return result;
 }
 

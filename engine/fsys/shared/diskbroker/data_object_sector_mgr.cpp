@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <string>
+#include <vector>
 
 #include <skstdutl/sklog.h>
 
@@ -105,11 +106,13 @@ int QuerySectors(const ObjectFiles &files, ObjectState &state, const std::wstrin
     SectorRunSet asked;
     uint64_t extents = 0;
     if (!ReadChangeList(changeList, asked, extents)) return 1;
-    SectorRuns left = Subtract(asked.Runs(), state.master.Runs());
-    for (SectorRunSet *set : sets) left = Subtract(left, set->Runs());
+    const uint64_t askedSectors = CountSectors(asked.Runs());
+    std::vector<const SectorRuns *> committed = {&state.master.Runs()};
+    for (SectorRunSet *set : sets) committed.push_back(&set->Runs());
+    const SectorRuns left = SubtractAll(asked.Take(), committed);
     if (path.empty() && !NewAnswerPath(files, path)) return 1;
     if (!WriteChangeList(path, left)) return 1;
-    const uint64_t askedSectors = CountSectors(asked.Runs()), leftSectors = CountSectors(left);
+    const uint64_t leftSectors = CountSectors(left);
     const std::wstring line = L"extents " + std::to_wstring(left.size()) + L", sectors asked " +
                               std::to_wstring(askedSectors) + L", already committed " +
                               std::to_wstring(askedSectors - leftSectors) + L", left " + std::to_wstring(leftSectors);

@@ -8,6 +8,7 @@
 #include "sector_names.h"
 #include "sector_objects.h"
 #include "sector_store.h"
+#include "sector_text.h"
 
 namespace sectormgr {
 

@@ -1,7 +1,10 @@
 // Reading a DiskChangeInfo list into sector runs, writing an answer list.
 #include "sector_changelist.h"
 
+#include <string.h>
+
 #include <charconv>
+#include <memory>
 #include <string>
 
 #include <skclass_mini/handles.h>
@@ -13,10 +16,9 @@ namespace sectormgr {
 namespace {
 
 constexpr uint64_t kSectorBytes = 512;
-constexpr size_t kWriteChunkBytes = 1 << 20;
 
 // The extent under the cursor, or false (logged) when it is not usable.
-bool TakeExtent(const CXmlReader &reader, const std::wstring &path, uint64_t index, SectorRunSet &asked) {
+bool TakeExtent(const CXmlReader &reader, const std::wstring &path, uint64_t index, SectorRuns &asked) {
     uint64_t offset = 0, length = 0;
     if (!reader.GetAttributeUInt64(L"offset", offset) || !reader.GetAttributeUInt64(L"length", length)) {
         SK_Zprintf_2(SK_SOURCE_FILE, 0,
@@ -31,32 +33,79 @@ bool TakeExtent(const CXmlReader &reader, const std::wstring &path, uint64_t ind
                      path.c_str());
         return false;
     }
-    asked.Add(SectorRun{first, first + count - 1});
+    asked.push_back(SectorRun{first, first + count - 1});
     return true;
 }
 
-void AppendNumber(std::string &text, uint64_t value) {
-    char buffer[24];
-    text.append(buffer, static_cast<size_t>(std::to_chars(buffer, buffer + sizeof buffer, value).ptr - buffer));
-}
+// Text handed to a file in large pieces: an answer of millions of extents
+// costs a few dozen WriteFile calls. The first failure sticks.
+class BufferedWriter {
+public:
+    explicit BufferedWriter(HANDLE file) : file_(file), buffer_(new char[kBytes]) {}
 
-bool WriteText(HANDLE file, std::string &text) {
-    DWORD written = 0;
-    const bool ok = WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
-                    written == text.size();
-    text.clear();
-    return ok;
+    void Put(const char *text, size_t length) {
+        if (used_ + length > kBytes) Flush();
+        memcpy(buffer_.get() + used_, text, length);  // every piece is far shorter than the buffer
+        used_ += length;
+    }
+    template <size_t N>
+    void Put(const char (&text)[N]) {
+        Put(text, N - 1);
+    }
+    void PutNumber(uint64_t value) {
+        char digits[24];
+        Put(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits));
+    }
+    // False when any write failed.
+    bool Flush() {
+        DWORD written = 0;
+        if (ok_ && used_ > 0)
+            ok_ = WriteFile(file_, buffer_.get(), static_cast<DWORD>(used_), &written, nullptr) && written == used_;
+        used_ = 0;
+        return ok_;
+    }
+
+private:
+    static constexpr size_t kBytes = 1 << 20;
+    HANDLE file_;
+    std::unique_ptr<char[]> buffer_;
+    size_t used_ = 0;
+    bool ok_ = true;
+};
+
+void PutRuns(BufferedWriter &out, const SectorRuns &runs) {
+    // No blanks between elements: every child the read cache visits is an element.
+    out.Put("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo>");
+    if (!runs.empty()) {
+        const uint64_t start = runs.front().first * kSectorBytes;
+        out.Put("<area startoffset=\"");
+        out.PutNumber(start);
+        out.Put("\" startlength=\"");
+        out.PutNumber((runs.back().last + 1) * kSectorBytes - start);
+        out.Put("\">");
+    }
+    for (const SectorRun &run : runs) {
+        out.Put("<extent offset=\"");
+        out.PutNumber(run.first * kSectorBytes);
+        out.Put("\" length=\"");
+        out.PutNumber((run.last - run.first + 1) * kSectorBytes);
+        out.Put("\"/>");
+    }
+    if (!runs.empty()) out.Put("</area>");
+    out.Put("</DiskChangeInfo>\r\n");
 }
 
 }  // namespace
 
-bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents) {
-    CXmlReader reader;
-    if (!reader.LoadFile(path.c_str())) {  // says why: cannot open, or where the XML breaks
-        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: cannot load the change list '%s': %s", path.c_str(),
-                     reader.ErrorText().c_str());
-        return false;
-    }
+bool LoadChangeList(const std::wstring &path, CXmlReader &reader) {
+    if (reader.LoadFile(path.c_str())) return true;
+    // The reader says why: cannot open, or where the XML breaks.
+    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: cannot load the change list '%s': %s", path.c_str(),
+                 reader.ErrorText().c_str());
+    return false;
+}
+
+bool ChangeListRuns(CXmlReader &reader, const std::wstring &path, SectorRuns &asked, uint64_t &extents) {
     if (!reader.SelectSingleNode(L"DiskChangeInfo")) {
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: the change list '%s' has no DiskChangeInfo element",
                      path.c_str());
@@ -74,6 +123,14 @@ bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &ext
     return true;
 }
 
+bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents) {
+    CXmlReader reader;
+    SectorRuns runs;
+    if (!LoadChangeList(path, reader) || !ChangeListRuns(reader, path, runs, extents)) return false;
+    asked.Add(std::move(runs));
+    return true;
+}
+
 bool WriteChangeList(const std::wstring &path, const SectorRuns &runs) {
     skclass::UniqueFile file(
         CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -82,28 +139,9 @@ bool WriteChangeList(const std::wstring &path, const SectorRuns &runs) {
                      static_cast<unsigned>(GetLastError()));
         return false;
     }
-    // No blanks between elements: every child the read cache visits is an element.
-    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo>";
-    bool ok = true;
-    if (!runs.empty()) {
-        const uint64_t start = runs.front().first * kSectorBytes;
-        text += "<area startoffset=\"";
-        AppendNumber(text, start);
-        text += "\" startlength=\"";
-        AppendNumber(text, (runs.back().last + 1) * kSectorBytes - start);
-        text += "\">";
-    }
-    for (const SectorRun &run : runs) {
-        text += "<extent offset=\"";
-        AppendNumber(text, run.first * kSectorBytes);
-        text += "\" length=\"";
-        AppendNumber(text, (run.last - run.first + 1) * kSectorBytes);
-        text += "\"/>";
-        if (text.size() >= kWriteChunkBytes) ok = ok && WriteText(file.get(), text);
-    }
-    if (!runs.empty()) text += "</area>";
-    text += "</DiskChangeInfo>\r\n";
-    if (!ok || !WriteText(file.get(), text)) {
+    BufferedWriter out(file.get());
+    PutRuns(out, runs);
+    if (!out.Flush()) {
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: cannot write the answer '%s', error %u", path.c_str(),
                      static_cast<unsigned>(GetLastError()));
         file.reset();

@@ -7,18 +7,29 @@
 
 #include "sector_runs.h"
 
+class CXmlReader;
+
 namespace sectormgr {
 
-// Adds the sectors of every extent of the list at path to asked, each extent
-// cut to whole sectors as the read cache cuts it (offset / 512, length / 512);
-// extents counts the extents read. False (logged) when the file cannot be
-// read or parsed, has no DiskChangeInfo element, or has an extent without a
-// decimal offset and length or one that ends past 2^64 bytes.
+// Loads the list at path into reader; false (logged) when the file cannot be
+// read or parsed.
+[[nodiscard]] bool LoadChangeList(const std::wstring &path, CXmlReader &reader);
+
+// Appends the sectors of every extent of the loaded list to asked, in document
+// order, each extent cut to whole sectors as the read cache cuts it (offset /
+// 512, length / 512; one of less than a sector adds nothing); extents counts
+// the extents read. False (logged, naming path) when the list has no
+// DiskChangeInfo element, or an extent without a decimal offset and length or
+// one that ends past 2^64 bytes.
+[[nodiscard]] bool ChangeListRuns(CXmlReader &reader, const std::wstring &path, SectorRuns &asked,
+                                  uint64_t &extents);
+
+// Both of the above, the runs merged into asked.
 [[nodiscard]] bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents);
 
 // Writes runs (merged, sorted) as a DiskChangeInfo file of one area over
 // them, each run an extent in bytes. No area when runs is empty, so the read
-// cache reads nothing. Logged on failure.
+// cache reads nothing. On failure (logged) no file is left at path.
 [[nodiscard]] bool WriteChangeList(const std::wstring &path, const SectorRuns &runs);
 
 }  // namespace sectormgr

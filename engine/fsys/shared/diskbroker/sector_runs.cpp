@@ -91,9 +91,29 @@ void SectorRunSet::Add(const SectorRuns &runs) {
     if (pending_.size() > std::max(kPendingFloor, runs_.size())) Merge();
 }
 
+void SectorRunSet::Add(SectorRuns &&runs, bool merged) {
+    if (merged && runs_.empty() && pending_.empty()) {
+        runs_.swap(runs);
+        return;
+    }
+    if (!pending_.empty()) {
+        Add(static_cast<const SectorRuns &>(runs));
+        return;
+    }
+    pending_.swap(runs);
+    if (pending_.size() > std::max(kPendingFloor, runs_.size())) Merge();
+}
+
 const SectorRuns &SectorRunSet::Runs() {
     if (!pending_.empty()) Merge();
     return runs_;
+}
+
+SectorRuns SectorRunSet::Take() {
+    Runs();
+    SectorRuns taken;
+    taken.swap(runs_);
+    return taken;
 }
 
 void SectorRunSet::Clear() {
@@ -117,6 +137,9 @@ void SectorRunSet::Merge() {
 
 SectorRuns Subtract(const SectorRuns &wanted, const SectorRuns &have) {
     SectorRuns left;
+    // A guess that holds when each wanted run is split once; more pieces only
+    // grow the vector.
+    left.reserve(wanted.size() + std::min(wanted.size(), have.size()));
     size_t next = 0;  // first run of have that may still meet a wanted run
     for (const SectorRun &want : wanted) {
         while (next < have.size() && have[next].last < want.first) ++next;
@@ -133,6 +156,12 @@ SectorRuns Subtract(const SectorRuns &wanted, const SectorRuns &have) {
         if (!covered) left.push_back({from, want.last});
     }
     return left;
+}
+
+SectorRuns SubtractAll(SectorRuns wanted, const std::vector<const SectorRuns *> &haves) {
+    for (const SectorRuns *have : haves)
+        if (!have->empty() && !wanted.empty()) wanted = Subtract(wanted, *have);
+    return wanted;
 }
 
 }  // namespace sectormgr

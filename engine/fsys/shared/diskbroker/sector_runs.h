@@ -41,8 +41,14 @@ class SectorRunSet {
 public:
     void Add(const SectorRun &run);
     void Add(const SectorRuns &runs);
+    // Takes runs over without a copy when nothing is pending. merged: runs
+    // are sorted and merged already (as Runs() gives them), so the set, when
+    // empty, holds them as they are.
+    void Add(SectorRuns &&runs, bool merged = false);
     // Sorted, disjoint, never two touching runs.
     const SectorRuns &Runs();
+    // The merged runs, moved out; the set is empty afterwards.
+    SectorRuns Take();
     bool Empty() const { return runs_.empty() && pending_.empty(); }
     void Clear();
 
@@ -53,7 +59,10 @@ private:
     SectorRuns pending_;  // added since the last merge, any order
 };
 
-// The parts of wanted not in have; both merged (as Runs() gives them).
+// The parts of wanted not in have; both merged (as Runs() gives them). One
+// sweep over the two lists.
 SectorRuns Subtract(const SectorRuns &wanted, const SectorRuns &have);
+// wanted minus each of haves in turn; a list with nothing in it costs nothing.
+SectorRuns SubtractAll(SectorRuns wanted, const std::vector<const SectorRuns *> &haves);
 
 }  // namespace sectormgr

@@ -2,138 +2,45 @@
 // stall, durable appends, atomic rewrites.
 #include "sector_store.h"
 
-#include <string.h>
-
 #include <algorithm>
-#include <charconv>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include <skclass_mini/dawdle.h>
 #include <skclass_mini/handles.h>
 #include <skstdutl/sklog.h>
 
+#include "sector_text.h"
+
 namespace sectormgr {
 
 namespace {
 
-// A valid line is at most two 20-digit numbers with a few blanks; anything
-// longer is skipped without being kept, however long it is.
-constexpr size_t kMaxLineBytes = 128;
-constexpr DWORD kChunkBytes = 1 << 20;
-// Lines skipped one by one in the log; beyond this only the total.
-constexpr uint64_t kSkippedLinesLogged = 10;
+// Read in pieces that stay in the processor's cache while they are scanned:
+// reading a large file whole costs more (fresh memory for all of it) than the
+// calls saved.
+constexpr DWORD kChunkBytes = 64u << 10;
+// A rewrite hands its text to the file in pieces of this size.
+constexpr size_t kWriteChunkBytes = 1 << 20;
+// Lines a file holds at least per run: "1 1\n" is four bytes, but what the
+// library writes for a real disk is longer; a wrong guess only costs growth.
+constexpr uint64_t kTypicalLineBytes = 12;
+constexpr size_t kMostRunsReserved = size_t(1) << 24;
 
-template <typename Char>
-bool IsBlank(Char c) {
-    return c == ' ' || c == '\t';
-}
-
-template <typename Char>
-bool ParseNumber(const Char *&p, const Char *end, uint64_t &value) {
-    const Char *start = p;
-    value = 0;
-    for (; p < end && *p >= '0' && *p <= '9'; ++p) {
-        const uint64_t digit = static_cast<uint64_t>(*p - '0');
-        if (value >= UINT64_MAX / 10 && (value > UINT64_MAX / 10 || digit > UINT64_MAX % 10)) return false;
-        value = value * 10 + digit;
-    }
-    return p != start;
-}
-
-template <typename Char>
-bool ParseRun(const Char *p, const Char *end, SectorRun &run) {
-    while (end > p && (IsBlank(end[-1]) || end[-1] == '\r')) --end;
-    while (p < end && IsBlank(*p)) ++p;
-    uint64_t start = 0, count = 0;
-    if (!ParseNumber(p, end, start) || p == end || !IsBlank(*p)) return false;
-    while (p < end && IsBlank(*p)) ++p;
-    if (!ParseNumber(p, end, count) || p != end) return false;
-    return MakeRun(start, count, run);
-}
-
-// Feeds a file's bytes line by line to the set, keeping at most one short
-// partial line between chunks.
-class LineLoader {
-public:
-    LineLoader(const std::wstring &path, SectorRunSet &set) : path_(path), set_(set) {}
-
-    void Feed(const char *p, const char *end) {
-        while (p < end) {
-            const char *lineEnd = static_cast<const char *>(memchr(p, '\n', static_cast<size_t>(end - p)));
-            if (!lineEnd) {
-                Carry(p, end);
-                return;
-            }
-            if (partial_.empty() && !overlong_) {
-                TakeLine(p, lineEnd);
-            } else {
-                Carry(p, lineEnd);
-                TakeLine(partial_.data(), partial_.data() + partial_.size());
-            }
-            partial_.clear();
-            overlong_ = false;
-            p = lineEnd + 1;
-        }
-    }
-
-    // Room for the runs of a file of size bytes, at a typical line length;
-    // more lines only cost the vector's growth.
-    void Expect(uint64_t size) { runs_.reserve(static_cast<size_t>(std::min<uint64_t>(size / 16, 1u << 24))); }
-
-    // Adds the runs read, all at once: one merge instead of one per few thousand.
-    void Finish() {
-        set_.Add(runs_);
-        if (!partial_.empty() || overlong_)
-            SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: '%s' ends in a torn line (no line end); ignored",
-                         path_.c_str());
-        if (skipped_ > kSkippedLinesLogged)
-            SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: '%s': %I64u lines skipped in all", path_.c_str(),
-                         skipped_);
-    }
-
-private:
-    void Carry(const char *p, const char *end) {
-        const size_t length = static_cast<size_t>(end - p);
-        if (overlong_ || partial_.size() + length > kMaxLineBytes) {
-            overlong_ = true;
-            partial_.clear();
-            return;
-        }
-        partial_.append(p, length);
-    }
-
-    void TakeLine(const char *p, const char *end) {
-        ++line_;
-        SectorRun run;
-        if (!overlong_ && static_cast<size_t>(end - p) <= kMaxLineBytes && ParseRun(p, end, run)) {
-            runs_.push_back(run);
-            return;
-        }
-        if (++skipped_ <= kSkippedLinesLogged)
-            SK_Zprintf_2(SK_SOURCE_FILE, 0,
-                         L"DataSetSectorManager: '%s' line %I64u is not a run \"start count\" in decimal sectors; skipped",
-                         path_.c_str(), line_);
-    }
-
-    const std::wstring &path_;
-    SectorRunSet &set_;
-    SectorRuns runs_;
-    std::string partial_;   // the current line's bytes seen so far, when short
-    bool overlong_ = false; // the current line is already too long to be a run
-    uint64_t line_ = 0;
-    uint64_t skipped_ = 0;
-};
-
-void AppendRunText(std::string &text, const SectorRun &run) {
-    ForEachCountedRun(run, [&text](uint64_t start, uint64_t count) {
-        char buffer[48];
-        char *p = std::to_chars(buffer, buffer + 20, start).ptr;
-        *p++ = ' ';
-        p = std::to_chars(p, p + 20, count).ptr;
-        *p++ = '\r';
-        *p++ = '\n';
-        text.append(buffer, static_cast<size_t>(p - buffer));
-    });
+// What the scanner skipped, said in the log: the first few lines by number,
+// a torn last line, the total when there were more.
+void LogScan(const std::wstring &path, const RunLineScanner &scanner) {
+    for (uint64_t line : scanner.FirstSkipped())
+        SK_Zprintf_2(SK_SOURCE_FILE, 0,
+                     L"DataSetSectorManager: '%s' line %I64u is not a run \"start count\" in decimal sectors; skipped",
+                     path.c_str(), line);
+    if (scanner.Torn())
+        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: '%s' ends in a torn line (no line end); ignored",
+                     path.c_str());
+    if (scanner.Skipped() > RunLineScanner::kSkippedNoted)
+        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: '%s': %I64u lines skipped in all", path.c_str(),
+                     scanner.Skipped());
 }
 
 bool WriteAll(HANDLE file, const std::string &text) {
@@ -212,9 +119,6 @@ void LogFileError(const wchar_t *what, const std::wstring &path) {
 
 }  // namespace
 
-bool ParseRunText(const char *begin, const char *end, SectorRun &run) { return ParseRun(begin, end, run); }
-bool ParseRunText(const wchar_t *begin, const wchar_t *end, SectorRun &run) { return ParseRun(begin, end, run); }
-
 bool LoadRunFile(const std::wstring &path, SectorRunSet &set) {
     skclass::UniqueFile file(
         OpenWhenFree(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN));
@@ -224,27 +128,30 @@ bool LoadRunFile(const std::wstring &path, SectorRunSet &set) {
         LogFileError(L"open", path);
         return false;
     }
-    std::string chunk(kChunkBytes, '\0');
-    LineLoader loader(path, set);
     LARGE_INTEGER size{};
-    if (GetFileSizeEx(file.get(), &size)) loader.Expect(static_cast<uint64_t>(size.QuadPart));
+    const uint64_t bytes = GetFileSizeEx(file.get(), &size) ? static_cast<uint64_t>(size.QuadPart) : 0;
+    std::unique_ptr<char[]> chunk(new char[kChunkBytes]);
+    SectorRuns runs;
+    runs.reserve(static_cast<size_t>(std::min<uint64_t>(bytes / kTypicalLineBytes, kMostRunsReserved)));
+    RunLineScanner scanner(runs);
     for (;;) {
         DWORD got = 0;
-        if (!ReadFile(file.get(), &chunk[0], kChunkBytes, &got, nullptr)) {
+        if (!ReadFile(file.get(), chunk.get(), kChunkBytes, &got, nullptr)) {
             LogFileError(L"read", path);
             return false;
         }
         if (got == 0) break;
-        loader.Feed(chunk.data(), chunk.data() + got);
+        scanner.Feed(chunk.get(), chunk.get() + got);
     }
-    loader.Finish();
+    LogScan(path, scanner);
+    set.Add(std::move(runs), scanner.Merged());
     return true;
 }
 
 bool AppendRuns(const std::wstring &path, const SectorRuns &runs) {
     std::string text;
     text.reserve(runs.size() * 24);
-    for (const SectorRun &run : runs) AppendRunText(text, run);
+    for (const SectorRun &run : runs) AppendRunLine(text, run);
     skclass::UniqueFile file(
         OpenWhenFree(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL));
     if (!file) {
@@ -283,8 +190,8 @@ bool RewriteRuns(const std::wstring &path, const SectorRuns &runs) {
         std::string text;
         bool ok = true;
         for (size_t i = 0; ok && i < runs.size(); ++i) {
-            AppendRunText(text, runs[i]);
-            if (text.size() >= kChunkBytes || i + 1 == runs.size()) {
+            AppendRunLine(text, runs[i]);
+            if (text.size() >= kWriteChunkBytes || i + 1 == runs.size()) {
                 ok = WriteAll(file.get(), text);
                 text.clear();
             }

@@ -8,12 +8,6 @@
 
 namespace sectormgr {
 
-// One run text "start count" (blanks around and between allowed, a CR before
-// the line end too); false for anything else, a count of 0 or a run past the
-// last sector.
-[[nodiscard]] bool ParseRunText(const char *begin, const char *end, SectorRun &run);
-[[nodiscard]] bool ParseRunText(const wchar_t *begin, const wchar_t *end, SectorRun &run);
-
 // Adds the runs of the file at path to set. A missing file adds nothing. A
 // torn last line (no line end) is ignored, lines that do not parse are
 // skipped; both are logged. False (logged) only when the file exists but
