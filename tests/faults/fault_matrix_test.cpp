@@ -2,8 +2,6 @@
 // fails always, takes 200 ms}, in every threading model. Each combination
 // ends with the result the caches promise for it, within the bounded waits
 // of the test, and a write pass writes nothing it was not given.
-#include <string.h>
-
 #include <vddksim.h>
 
 #include "readcache_fixture.h"
@@ -115,11 +113,8 @@ TEST_P(FaultMatrixTest, WritePassEndsWithThePromisedResult) {
     for (Fault fault : kFaults) {
         SCOPED_TRACE(FaultName(fault));
         const std::string name = std::string("w") + FaultName(fault);
-        _vixReadWriteHandle *handle = nullptr;
-        wcstring mode;
-        ASSERT_EQ(service->VixDiskLib_Open(connection, ("memdisk://" + name + "?size=1048576&seed=5&verify=1").c_str(),
-                                           0, L"Write", &handle, mode),
-                  VixError(VIX_OK));
+        _vixReadWriteHandle *handle = OpenDisk("memdisk://" + name + "?size=1048576&seed=5&verify=1", L"Write");
+        ASSERT_NE(handle, nullptr);
         Inject("VixDiskLib_Write", fault);
         diskWriteContextStruct context;
         ASSERT_EQ(service->startWriteCacheThread(&context, 2, 64, 0, 1), 0);
@@ -127,11 +122,7 @@ TEST_P(FaultMatrixTest, WritePassEndsWithThePromisedResult) {
         context.diskHandle = handle;
         context.diskSize = kDiskBytes * 2;
         ASSERT_EQ(service->startDiskWriteBuffer(&context), 0);
-        std::vector<uint8_t> bytes(kDiskBytes);
-        for (size_t word = 0; word < bytes.size() / 8; ++word) {
-            const uint64_t value = VddkSimPatternWord(5, word);
-            memcpy(&bytes[word * 8], &value, 8);
-        }
+        std::vector<uint8_t> bytes = servicetest::PatternBytes(5, 0, kDiskBytes / 512);
         long result = service->PutDiskCacheBuffer(&context, bytes.data(), 0, kDiskBytes / 512);
         EXPECT_EQ(service->closeWriteCacheThread(&context), 0);
         EXPECT_EQ(service->stopWriteCacheThread(&context), 0);
@@ -144,14 +135,10 @@ TEST_P(FaultMatrixTest, WritePassEndsWithThePromisedResult) {
         } else {
             EXPECT_TRUE(result == 0 || result == kWriteFailed) << result;
             EXPECT_LT(written, kDiskBytes / 512) << "a failed write is not counted as written";
-            bool told = false;
-            for (const std::wstring &line : log.Lines())
-                told = told || line.rfind(L"diskBroker::WriteDiskExtents() Could not write to the disk.", 0) == 0;
-            EXPECT_TRUE(told);
+            EXPECT_GE(log.CountStartingWith(L"diskBroker::WriteDiskExtents() Could not write to the disk."), 1u);
         }
         sim.VddkSim_Reset();
-        EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+        CloseDisk(handle);
     }
 }
 

@@ -6,13 +6,7 @@
 # 2. a third run finds nothing left; another job's folder is refused;
 # 3. a restore stopped part-way and resumed gives a disk identical to the source.
 # usage: resume.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 expect_exit() {  # code, then the command
     want=$1; shift
     set +e; "$@" > last.out 2>&1; got=$?; set -e
