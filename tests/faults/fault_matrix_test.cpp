@@ -2,6 +2,9 @@
 // fails always, takes 200 ms}, in every threading model. Each combination
 // ends with the result the caches promise for it, within the bounded waits
 // of the test, and a write pass writes nothing it was not given.
+#include <atomic>
+#include <thread>
+
 #include <vddksim.h>
 
 #include "readcache_fixture.h"
@@ -94,8 +97,6 @@ TEST_P(FaultMatrixTest, ReadPassEndsWithThePromisedResult) {
 }
 
 // A metadata value that fails once is asked for again: the pass is whole.
-// (Failing always, it is asked for until the pass is cancelled: the
-// behaviour the read-cache tests cover with their own close.)
 TEST_P(FaultMatrixTest, AMetadataValueThatFailsOnceOrIsSlowCostsNothing) {
     const std::string sparse = CreateSparseDisk(L"values.vmdk", kDiskBytes / 512, {{0, 8}}, 3);
     for (Fault fault : {Fault::Once, Fault::Slow}) {
@@ -105,6 +106,48 @@ TEST_P(FaultMatrixTest, AMetadataValueThatFailsOnceOrIsSlowCostsNothing) {
         EXPECT_EQ(ReadPass(sparse, stream), kEndOfData);
         EXPECT_EQ(stream.bytes.size(), kDiskBytes);
     }
+}
+
+// A metadata value that fails always is asked for until the job closes the
+// cache: the job's start call, held until the export ends, then returns, the
+// close ends the pass, and the export holds nothing of the unreadable key.
+TEST_P(FaultMatrixTest, AMetadataValueThatFailsAlwaysEndsWithTheClose) {
+    const std::string sparse = CreateSparseDisk(L"stuck.vmdk", kDiskBytes / 512, {{0, 8}}, 3);
+    _vixReadWriteHandle *handle = OpenDisk(sparse);
+    ASSERT_NE(handle, nullptr);
+    char keys[4096] = {};
+    size_t keysLength = 0;
+    ASSERT_EQ(service->VixDiskLib_GetMetadataKeys(handle, keys, sizeof keys, &keysLength), VixError(VIX_OK));
+    Inject("VixDiskLib_ReadMetadata", Fault::Always);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"stuck.xml", {{{0, kDiskBytes}}}));
+    const std::wstring metadataPath = cache.context.metadataFilePath;
+    // 1. The job starts the pass; the call waits for the metadata export.
+    skclass::UniqueHandle started(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::atomic<long> startResult{-1};
+    std::thread job([&] {
+        startResult = service->startDiskReadBuffer(&cache.context);
+        SetEvent(started.get());
+    });
+    // 2. The read thread meets the failure and says it retries.
+    const std::wstring retry = L"diskBroker::ReadVMDiskMetaData() Could not read the value of the key '" +
+                               std::wstring(wcstring::FromUtf8(keys)) + L"' Error: '16002'. Retrying...";
+    EXPECT_TRUE(log.WaitFor(retry, readcachetest::kTimeoutMs));
+    // 3. Another thread of the job closes the cache: the start call returns.
+    EXPECT_EQ(cache.Close(), 0);
+    if (WaitForSingleObject(started.get(), readcachetest::kTimeoutMs) != WAIT_OBJECT_0) {
+        cache.context.stopRequested = 1;
+        job.detach();
+        FAIL() << "startDiskReadBuffer did not return after the close";
+    }
+    job.join();
+    EXPECT_EQ(startResult.load(), 0);
+    WIN32_FILE_ATTRIBUTE_DATA exported = {};
+    ASSERT_TRUE(GetFileAttributesExW(metadataPath.c_str(), GetFileExInfoStandard, &exported));
+    EXPECT_EQ(exported.nFileSizeLow, 0u) << "nothing of a key whose value was never read";
+    sim.VddkSim_Reset();
+    CloseDisk(handle);
 }
 
 // Writes: a failure fails the pass (a later put or the close sees it) and
