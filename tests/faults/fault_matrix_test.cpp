@@ -96,6 +96,27 @@ TEST_P(FaultMatrixTest, ReadPassEndsWithThePromisedResult) {
     }
 }
 
+// The text of a failure: VDDK giving none (once or always) or taking 200 ms
+// leaves the failure as it was, logged with an empty text or its own.
+TEST_P(FaultMatrixTest, AFailureWhoseTextFailsOrIsSlowEndsTheSame) {
+    const std::string sparse = CreateSparseDisk(L"text.vmdk", kDiskBytes / 512, {{0, kDiskBytes / 512}}, 3);
+    for (Fault fault : kFaults) {
+        SCOPED_TRACE(FaultName(fault));
+        Inject("VixDiskLib_GetErrorText", fault);
+        ASSERT_EQ(sim.VddkSim_ScriptResult("VixDiskLib_Read", 1, VIX_E_DISK_NOIO, nullptr, VDDKSIM_ANY_SECTOR,
+                                           VDDKSIM_ANY_SECTOR),
+                  1);
+        log.Clear();
+        Stream stream;
+        EXPECT_EQ(ReadPass(sparse, stream), kReadError);
+        const std::wstring text = fault == Fault::Slow ? VddkErrorText(VIX_E_DISK_NOIO) : std::wstring();
+        EXPECT_EQ(log.CountStartingWith(L"diskBroker::ReadDiskExtents() Could not read the disk. start Sector: '0', "
+                                        L"Num of sectors: '128' Error Text: '" +
+                                        text + L"' Error: '16002' "),
+                  1u);
+    }
+}
+
 // A metadata value that fails once is asked for again: the pass is whole.
 TEST_P(FaultMatrixTest, AMetadataValueThatFailsOnceOrIsSlowCostsNothing) {
     const std::string sparse = CreateSparseDisk(L"values.vmdk", kDiskBytes / 512, {{0, 8}}, 3);
