@@ -46,22 +46,16 @@ std::string Descriptor(const std::string &cid, const std::string &parentCid, con
     return text + "\nRW 2048 SPARSE \"x.vmdk\"\n";
 }
 
-class LocalChainTest : public ServiceTest {
+class LocalChainTest : public ConnectedServiceTest {
 protected:
     void SetUp() override {
         ServiceTest::SetUp();
-        service = Start();
-        ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+        StartService(AllModels().front());
         ASSERT_TRUE(CreateDirectoryW(parentDir().c_str(), nullptr));
         ASSERT_TRUE(CreateDirectoryW(childDir().c_str(), nullptr));
         WriteBytes(parent(), SparseFile(Descriptor("a1b2c3d4", "ffffffff", "")));
         WriteBytes(child(), SparseFile(Descriptor("11112222", "a1b2c3d4", "..\\old\\disk.vmdk")));
         log.Clear();
-    }
-    void TearDown() override {
-        service->VixDiskLib_Disconnect(connection, &local);
-        service.reset();
-        ServiceTest::TearDown();
     }
     std::wstring parentDir() const { return disks.File(L"parent"); }
     std::wstring childDir() const { return disks.File(L"child"); }
@@ -79,16 +73,8 @@ protected:
         if (result == VIX_OK) service->VixDiskLib_Close(handle);
         return result;
     }
-    bool LogHasLineStarting(const std::wstring &prefix) const {
-        for (const std::wstring &line : log.Lines())
-            if (line.compare(0, prefix.size(), prefix) == 0) return true;
-        return false;
-    }
 
     dbtest::TempDir disks;
-    std::unique_ptr<diskBroker> service;
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
 };
 
 TEST_F(LocalChainTest, RelinksTheChildToItsAncestorAndSkipsItsOwnFolder) {
@@ -121,7 +107,7 @@ TEST_F(LocalChainTest, LeavesDisksAloneWhenWritingOrAlreadyLinked) {
     log.Clear();
     OpenLocal(child(), L"Read", {parentDir()});
     EXPECT_EQ(ReadBytes(child()), linked) << "a hint naming the found parent in another case is kept";
-    EXPECT_FALSE(LogHasLineStarting(L"diskBroker::UpdateParentDiskLink: Child Disk"));
+    EXPECT_FALSE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink: Child Disk"));
 }
 
 TEST_F(LocalChainTest, ParentWithoutValidCidFailsTheOpenWithTheChildUntouched) {
@@ -148,7 +134,7 @@ TEST_F(LocalChainTest, MissingAncestorAndNonDigitTail) {
     EXPECT_EQ(OpenLocal(child(), L"Read", {empty}), kChainNotRelinked);
     EXPECT_TRUE(log.Contains(L"diskBroker::VixDiskLib_OpenLocal: FindMatchingDisk returned empty string. Disk, = " +
                              child() + L", ancestor location = " + empty));
-    EXPECT_TRUE(LogHasLineStarting(L"diskBroker::FindMatchingDisk FindFirstFile failed for " + empty +
+    EXPECT_TRUE(log.CountStartingWith(L"diskBroker::FindMatchingDisk FindFirstFile failed for " + empty +
                                    L"\\disk*.vmdk. Windows Error = "));
 
     // A 7-character tail that is not digits still goes: disk-abcdef's parent is disk.
@@ -170,7 +156,7 @@ TEST_F(LocalChainTest, RewriteThatWouldNotFitIsRefused) {
     WriteBytes(deepFolder + L"\\disk.vmdk", ReadBytes(parent()));
     log.Clear();
     EXPECT_EQ(OpenLocal(child(), L"Read", {deepFolder}), kChainNotRelinked);
-    EXPECT_TRUE(LogHasLineStarting(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " + child() +
+    EXPECT_TRUE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " + child() +
                                    L", stream_error = rewritten descriptor does not fit in its area, win_error= "));
     EXPECT_EQ(ReadBytes(child()), before);
 }
@@ -198,13 +184,13 @@ TEST_F(LocalChainTest, HostileChildFilesAreNeverWritten) {
         WriteBytes(child(), hostile.bytes);
         log.Clear();
         EXPECT_FALSE(service->UpdateParentDiskLink(child(), parent()));
-        EXPECT_TRUE(LogHasLineStarting(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " +
+        EXPECT_TRUE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " +
                                        child() + L", stream_error = " + hostile.error + L", win_error= "));
         EXPECT_EQ(ReadBytes(child()), hostile.bytes);
         EXPECT_EQ(service->GetParentDiskPath(child()), L"");
     }
     EXPECT_FALSE(service->UpdateParentDiskLink(child(), disks.File(L"missing.vmdk")));
-    EXPECT_TRUE(LogHasLineStarting(L"diskBroker::UpdateParentDiskLink: Failed to open or read parent disk " +
+    EXPECT_TRUE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink: Failed to open or read parent disk " +
                                    disks.File(L"missing.vmdk") + L", stream_error = cannot open the file, win_error= 2"));
     WriteBytes(child(), SparseFile("", 0, 0));
     EXPECT_FALSE(service->UpdateParentDiskLink(child(), parent()));

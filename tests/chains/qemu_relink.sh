@@ -8,13 +8,8 @@
 #    only when every rewritten parentCID matches its parent's CID;
 # 3. qemu-img check is clean on every rewritten file.
 # usage: qemu_relink.sh <wine run.sh> <chains_relink_tool.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 winpath() { printf 'Z:%s' "$1" | sed 's|/|\\|g'; }
-cd "$work"
 mkdir -p made/A made/B made/C
 
 qemu-img create -q -f vmdk -o subformat=monolithicSparse made/A/disk.vmdk 32M

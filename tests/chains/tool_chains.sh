@@ -7,13 +7,7 @@
 #    without --ancestors and, with it, equals qemu's raw view of the chain made
 #    before the move.
 # usage: tool_chains.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 
 qemu-img create -q -f raw mbr.raw 16M
 # Two primary partitions: NTFS at 2048 (4096 sectors), Linux at 8192 (8192 sectors).

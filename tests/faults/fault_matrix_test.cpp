@@ -2,7 +2,8 @@
 // fails always, takes 200 ms}, in every threading model. Each combination
 // ends with the result the caches promise for it, within the bounded waits
 // of the test, and a write pass writes nothing it was not given.
-#include <string.h>
+#include <atomic>
+#include <thread>
 
 #include <vddksim.h>
 
@@ -95,9 +96,28 @@ TEST_P(FaultMatrixTest, ReadPassEndsWithThePromisedResult) {
     }
 }
 
+// The text of a failure: VDDK giving none (once or always) or taking 200 ms
+// leaves the failure as it was, logged with an empty text or its own.
+TEST_P(FaultMatrixTest, AFailureWhoseTextFailsOrIsSlowEndsTheSame) {
+    const std::string sparse = CreateSparseDisk(L"text.vmdk", kDiskBytes / 512, {{0, kDiskBytes / 512}}, 3);
+    for (Fault fault : kFaults) {
+        SCOPED_TRACE(FaultName(fault));
+        Inject("VixDiskLib_GetErrorText", fault);
+        ASSERT_EQ(sim.VddkSim_ScriptResult("VixDiskLib_Read", 1, VIX_E_DISK_NOIO, nullptr, VDDKSIM_ANY_SECTOR,
+                                           VDDKSIM_ANY_SECTOR),
+                  1);
+        log.Clear();
+        Stream stream;
+        EXPECT_EQ(ReadPass(sparse, stream), kReadError);
+        const std::wstring text = fault == Fault::Slow ? VddkErrorText(VIX_E_DISK_NOIO) : std::wstring();
+        EXPECT_EQ(log.CountStartingWith(L"diskBroker::ReadDiskExtents() Could not read the disk. start Sector: '0', "
+                                        L"Num of sectors: '128' Error Text: '" +
+                                        text + L"' Error: '16002' "),
+                  1u);
+    }
+}
+
 // A metadata value that fails once is asked for again: the pass is whole.
-// (Failing always, it is asked for until the pass is cancelled: the
-// behaviour the read-cache tests cover with their own close.)
 TEST_P(FaultMatrixTest, AMetadataValueThatFailsOnceOrIsSlowCostsNothing) {
     const std::string sparse = CreateSparseDisk(L"values.vmdk", kDiskBytes / 512, {{0, 8}}, 3);
     for (Fault fault : {Fault::Once, Fault::Slow}) {
@@ -109,17 +129,56 @@ TEST_P(FaultMatrixTest, AMetadataValueThatFailsOnceOrIsSlowCostsNothing) {
     }
 }
 
+// A metadata value that fails always is asked for until the job closes the
+// cache: the job's start call, held until the export ends, then returns, the
+// close ends the pass, and the export holds nothing of the unreadable key.
+TEST_P(FaultMatrixTest, AMetadataValueThatFailsAlwaysEndsWithTheClose) {
+    const std::string sparse = CreateSparseDisk(L"stuck.vmdk", kDiskBytes / 512, {{0, 8}}, 3);
+    _vixReadWriteHandle *handle = OpenDisk(sparse);
+    ASSERT_NE(handle, nullptr);
+    char keys[4096] = {};
+    size_t keysLength = 0;
+    ASSERT_EQ(service->VixDiskLib_GetMetadataKeys(handle, keys, sizeof keys, &keysLength), VixError(VIX_OK));
+    Inject("VixDiskLib_ReadMetadata", Fault::Always);
+    CacheContext cache(*service);
+    ASSERT_EQ(cache.Start(2, 64), 0);
+    Prepare(cache.context, handle, WriteExtentList(L"stuck.xml", {{{0, kDiskBytes}}}));
+    const std::wstring metadataPath = cache.context.metadataFilePath;
+    // 1. The job starts the pass; the call waits for the metadata export.
+    skclass::UniqueHandle started(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::atomic<long> startResult{-1};
+    std::thread job([&] {
+        startResult = service->startDiskReadBuffer(&cache.context);
+        SetEvent(started.get());
+    });
+    // 2. The read thread meets the failure and says it retries.
+    const std::wstring retry = L"diskBroker::ReadVMDiskMetaData() Could not read the value of the key '" +
+                               std::wstring(wcstring::FromUtf8(keys)) + L"' Error: '16002'. Retrying...";
+    EXPECT_TRUE(log.WaitFor(retry, readcachetest::kTimeoutMs));
+    // 3. Another thread of the job closes the cache: the start call returns.
+    EXPECT_EQ(cache.Close(), 0);
+    if (WaitForSingleObject(started.get(), readcachetest::kTimeoutMs) != WAIT_OBJECT_0) {
+        cache.context.stopRequested = 1;
+        job.detach();
+        FAIL() << "startDiskReadBuffer did not return after the close";
+    }
+    job.join();
+    EXPECT_EQ(startResult.load(), 0);
+    WIN32_FILE_ATTRIBUTE_DATA exported = {};
+    ASSERT_TRUE(GetFileAttributesExW(metadataPath.c_str(), GetFileExInfoStandard, &exported));
+    EXPECT_EQ(exported.nFileSizeLow, 0u) << "nothing of a key whose value was never read";
+    sim.VddkSim_Reset();
+    CloseDisk(handle);
+}
+
 // Writes: a failure fails the pass (a later put or the close sees it) and
 // nothing beyond what was put reaches the disk; slow is only slow.
 TEST_P(FaultMatrixTest, WritePassEndsWithThePromisedResult) {
     for (Fault fault : kFaults) {
         SCOPED_TRACE(FaultName(fault));
         const std::string name = std::string("w") + FaultName(fault);
-        _vixReadWriteHandle *handle = nullptr;
-        wcstring mode;
-        ASSERT_EQ(service->VixDiskLib_Open(connection, ("memdisk://" + name + "?size=1048576&seed=5&verify=1").c_str(),
-                                           0, L"Write", &handle, mode),
-                  VixError(VIX_OK));
+        _vixReadWriteHandle *handle = OpenDisk("memdisk://" + name + "?size=1048576&seed=5&verify=1", L"Write");
+        ASSERT_NE(handle, nullptr);
         Inject("VixDiskLib_Write", fault);
         diskWriteContextStruct context;
         ASSERT_EQ(service->startWriteCacheThread(&context, 2, 64, 0, 1), 0);
@@ -127,11 +186,7 @@ TEST_P(FaultMatrixTest, WritePassEndsWithThePromisedResult) {
         context.diskHandle = handle;
         context.diskSize = kDiskBytes * 2;
         ASSERT_EQ(service->startDiskWriteBuffer(&context), 0);
-        std::vector<uint8_t> bytes(kDiskBytes);
-        for (size_t word = 0; word < bytes.size() / 8; ++word) {
-            const uint64_t value = VddkSimPatternWord(5, word);
-            memcpy(&bytes[word * 8], &value, 8);
-        }
+        std::vector<uint8_t> bytes = servicetest::PatternBytes(5, 0, kDiskBytes / 512);
         long result = service->PutDiskCacheBuffer(&context, bytes.data(), 0, kDiskBytes / 512);
         EXPECT_EQ(service->closeWriteCacheThread(&context), 0);
         EXPECT_EQ(service->stopWriteCacheThread(&context), 0);
@@ -144,14 +199,10 @@ TEST_P(FaultMatrixTest, WritePassEndsWithThePromisedResult) {
         } else {
             EXPECT_TRUE(result == 0 || result == kWriteFailed) << result;
             EXPECT_LT(written, kDiskBytes / 512) << "a failed write is not counted as written";
-            bool told = false;
-            for (const std::wstring &line : log.Lines())
-                told = told || line.rfind(L"diskBroker::WriteDiskExtents() Could not write to the disk.", 0) == 0;
-            EXPECT_TRUE(told);
+            EXPECT_GE(log.CountStartingWith(L"diskBroker::WriteDiskExtents() Could not write to the disk."), 1u);
         }
         sim.VddkSim_Reset();
-        EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+        CloseDisk(handle);
     }
 }
 

@@ -4,7 +4,7 @@
 # (descriptors qemu-img writes; extent-list numbers; commit-list lines), and runs it for a
 # bounded time. A crash fails the test; its input is printed by libFuzzer and
 # becomes a regression seed.
-# usage: run_fuzz.sh <source root> <seconds> descriptor|extent_numbers|write_runs|sector_lines
+# usage: run_fuzz.sh <source root> <seconds> <target: fuzz_<target>.cpp beside this script>
 set -eu
 root=$1
 seconds=$2
@@ -13,6 +13,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/corpus"
 flags="-std=c++17 -g -O1 -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all"
+maxlen=4096
 case $target in
 descriptor)
     standin=$root/testing/vddk_standin/src
@@ -55,9 +56,32 @@ sector_lines)
     # Once judged wrongly by this target: a line in order inside runs merged before.
     printf '\002%s' "6  8\n8  8\n8 5\n6  8\n" > corpus/inside
     ;;
+sparse_image|local_chain)
+    # Whole sparse files: a base, a child naming it, one with data grains, one
+    # with zeroed grains (qemu-io writes them), and any input kept from a crash
+    # (tests/fuzz/regressions/<target>/).
+    standin=$root/testing/vddk_standin/src
+    broker=$root/engine/fsys/shared/diskbroker
+    if [ "$target" = sparse_image ]; then
+        clang++ $flags -DVDDKSIM_TEXT_ONLY -I"$standin" "$standin/sparse_format.cpp" "$standin/descriptor.cpp" \
+            "$root/tests/fuzz/fuzz_sparse_image.cpp" -o "$work/fuzz"
+    else
+        clang++ $flags -I"$broker" "$broker/vmdk_descriptor.cpp" "$root/tests/fuzz/fuzz_local_chain.cpp" -o "$work/fuzz"
+    fi
+    cd "$work"
+    head -c 65536 /dev/urandom > data.raw
+    truncate -s 1M data.raw
+    qemu-img convert -q -f raw -O vmdk data.raw corpus/data.vmdk
+    qemu-img create -q -f vmdk corpus/base.vmdk 1M
+    qemu-img create -q -f vmdk -b base.vmdk -F vmdk corpus/child.vmdk
+    qemu-img create -q -f vmdk -o zeroed_grain=on corpus/zeroed.vmdk 4M
+    qemu-io -c 'write -z 0 64k' -c 'write -P 7 128k 4k' corpus/zeroed.vmdk >/dev/null
+    if [ -d "$root/tests/fuzz/regressions/$target" ]; then cp "$root/tests/fuzz/regressions/$target"/* corpus/; fi
+    maxlen=262144
+    ;;
 *)
     echo "unknown target $target" >&2
     exit 2
     ;;
 esac
-./fuzz -max_total_time="$seconds" -max_len=4096 -print_final_stats=1 corpus
+./fuzz -max_total_time="$seconds" -max_len=$maxlen -print_final_stats=1 corpus

@@ -42,18 +42,8 @@ DWORD ThreadCount() {
     return count;
 }
 
-class LifecycleTest : public servicetest::ServiceTest {
+class LifecycleTest : public servicetest::ConnectedServiceTest {
 protected:
-    void StartService(DWORD workerForReadWrite) {
-        SetAgentDword(L"Use Worker thread for vixDiskLib read-write", workerForReadWrite);
-        service = Start();
-        ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
-    }
-    void TearDown() override {
-        if (connection) service->VixDiskLib_Disconnect(connection, &local);
-        service.reset();
-        ServiceTest::TearDown();
-    }
     // Runs cycle kWarmUp times, takes the counts, runs it kCycles times and
     // compares. The first failing cycle stops the run.
     void ExpectFlat(const std::function<bool()> &cycle) {
@@ -65,14 +55,10 @@ protected:
         EXPECT_LE(HandleCount(), handles + kHandleSlack) << "handles before: " << handles;
         EXPECT_EQ(ThreadCount(), threads);
     }
-
-    std::unique_ptr<diskBroker> service;
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
 };
 
 TEST_F(LifecycleTest, CacheRestartsLeakNothing) {
-    StartService(0);
+    StartService({L"", 0});
     ExpectFlat([&] {
         diskReadContextStruct read;
         diskWriteContextStruct write;
@@ -84,7 +70,7 @@ TEST_F(LifecycleTest, CacheRestartsLeakNothing) {
 }
 
 TEST_F(LifecycleTest, OpenCloseWithHandleWorkersLeaksNothing) {
-    StartService(1);
+    StartService({L"", 1});
     ExpectFlat([&] {
         _vixReadWriteHandle *handle = nullptr;
         wcstring mode;

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <mutex>
 
+#include <dbtest/install_files.h>
+
 namespace livetest {
 
 const char kUser[] = "backup@vsphere.local";
@@ -26,13 +28,6 @@ void Logger(const char *format, char *arguments) {
     logLines.push_back(text);
 }
 
-std::wstring ExeFolder() {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring folder(path);
-    return folder.substr(0, folder.find_last_of(L"\\/") + 1);
-}
-
 }  // namespace
 
 std::string SimulatorUrl() {
@@ -48,7 +43,7 @@ std::string SimulatorUrl() {
 const ravelkit::EntryTable &Client() {
     static ravelkit::EntryTable table;
     static HMODULE module = [] {
-        HMODULE loaded = LoadLibraryW((ExeFolder() + L"ravelkit-live\\ravelkit.dll").c_str());
+        HMODULE loaded = LoadLibraryW((dbtest::ExeFolder() + L"ravelkit-live\\ravelkit.dll").c_str());
         if (!loaded) return loaded;
 #define LIVETEST_BIND(name, ret, params, args) \
     table.name = reinterpret_cast<name##_fn>(reinterpret_cast<void *>(GetProcAddress(loaded, #name)));

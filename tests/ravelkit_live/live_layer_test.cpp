@@ -7,6 +7,7 @@
 #include <skclass_mini/singleton.h>
 #include <skstdutl/sklog.h>
 
+#include <dbtest/install_files.h>
 #include <dbtest/log_capture.h>
 #include <dbtest/product_keys.h>
 #include <dbtest/registry_sandbox.h>
@@ -27,13 +28,6 @@ const wchar_t kVm[] = L"DC0_H0_VM0";
 
 std::wstring Widen(const std::string &text) { return std::wstring(text.begin(), text.end()); }
 
-std::wstring ExeFolder() {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring folder(path);
-    return folder.substr(0, folder.find_last_of(L"\\/") + 1);
-}
-
 class LayerTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -47,7 +41,7 @@ protected:
         ASSERT_TRUE(dbtest::InstallVddkStandin(install.Path(), 0, dbtest::VddkVariant::Normal, &error)) << error;
         ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", data.Path()), ERROR_SUCCESS);
         // The client goes where the product's install value points, as the stand-in would.
-        ASSERT_TRUE(CopyFileW((ExeFolder() + L"ravelkit-live\\ravelkit.dll").c_str(),
+        ASSERT_TRUE(CopyFileW((dbtest::ExeFolder() + L"ravelkit-live\\ravelkit.dll").c_str(),
                               (install.Path() + L"\\ravelkit.dll").c_str(), FALSE));
         ASSERT_EQ(registry.SetString(dbtest::kMainInstallKey, L"Path", install.Path()), ERROR_SUCCESS);
         ASSERT_EQ(registry.SetDword(dbtest::kMainAgentKey, L"AutoOrphanSnapshotRemoval", 1), ERROR_SUCCESS);

@@ -132,10 +132,7 @@ TEST_P(ReadCacheFailureTest, CloseCancelsAReadThreadWaitingForABuffer) {
         EXPECT_EQ(cache.Close(), 0);
         EXPECT_TRUE(log.Contains(L"Read thread: Cancel request received. bailing out..."));
         EXPECT_EQ(WaitForSingleObject(cache.context.passEndedEvent.get(), 0), WAIT_OBJECT_0);
-        size_t depthOneLines = 0;
-        for (const std::wstring &line : log.Lines())
-            depthOneLines += line.rfind(L"\t Read Buffer Depth: '1'", 0) == 0;
-        EXPECT_EQ(depthOneLines, bufferCount) << "buckets 0..bufferCount";
+        EXPECT_EQ(log.CountStartingWith(L"\t Read Buffer Depth: '1'"), bufferCount) << "buckets 0..bufferCount";
         EXPECT_EQ(cache.context.freeQueue.Count() + cache.context.filledQueue.Count(), 0u)
             << "the held buffer leaves circulation until stop frees it";
     }

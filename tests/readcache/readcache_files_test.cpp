@@ -190,10 +190,8 @@ TEST_F(ReadCacheFilesTest, AValueThatCannotBeReadIsAskedForAgain) {
     ASSERT_TRUE(StreamPass(cache.context, 4096, stream));
     EXPECT_EQ(stream.lastResult, kEndOfData);
     EXPECT_EQ(ReadWholeFile(metadataPath), expected);
-    size_t retryLines = 0;
-    for (const std::wstring &line : log.Lines())
-        retryLines += line.rfind(L"diskBroker::ReadVMDiskMetaData() Could not read the value of the key '", 0) == 0;
-    EXPECT_EQ(retryLines, 1u) << "told once per key";
+    EXPECT_EQ(log.CountStartingWith(L"diskBroker::ReadVMDiskMetaData() Could not read the value of the key '"), 1u)
+        << "told once per key";
     EXPECT_EQ(cache.Close(), 0);
     CloseDisk(handle);
 }

@@ -1,21 +1,6 @@
 #include "readcache_fixture.h"
 
-#include <string.h>
-
-#include <vddksim.h>
-
 namespace readcachetest {
-
-std::string ModelName(const ::testing::TestParamInfo<Model> &info) {
-    return std::string(info.param.threadingText[0] ? "NoThreading" : "Worker") +
-           (info.param.workerForReadWrite ? "WithHandleWorkers" : "");
-}
-
-const std::vector<Model> &AllModels() {
-    static const std::vector<Model> models{
-        Model{L"", 0}, Model{L"", 1}, Model{L"no threading", 0}, Model{L"no threading", 1}};
-    return models;
-}
 
 CacheContext::~CacheContext() {
     if (!started_) return;
@@ -26,33 +11,6 @@ CacheContext::~CacheContext() {
 long CacheContext::Start(unsigned long bufferCount, unsigned long bufferSizeKB, unsigned long raisePriority) {
     started_ = true;
     return service_.startReadCacheThread(&context, bufferCount, bufferSizeKB, raisePriority);
-}
-
-void ReadCacheTest::StartService(const Model &model) {
-    SetThreadingModelText(model.threadingText);
-    SetAgentDword(L"Use Worker thread for vixDiskLib read-write", model.workerForReadWrite);
-    service = std::make_shared<diskBroker>();
-    ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
-    log.Clear();
-}
-
-void ReadCacheTest::TearDown() {
-    if (connection) service->VixDiskLib_Disconnect(connection, &local);
-    service.reset();
-    ServiceTest::TearDown();
-}
-
-_vixReadWriteHandle *ReadCacheTest::OpenDisk(const std::string &path) {
-    _vixReadWriteHandle *handle = nullptr;
-    wcstring mode;
-    EXPECT_EQ(service->VixDiskLib_Open(connection, path.c_str(), 0, L"Read", &handle, mode), VixError(VIX_OK))
-        << path;
-    return handle;
-}
-
-void ReadCacheTest::CloseDisk(_vixReadWriteHandle *handle) {
-    EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-    if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
 }
 
 std::string ReadCacheTest::CreateSparseDisk(const std::wstring &name, uint64_t capacity,
@@ -66,16 +24,10 @@ std::string ReadCacheTest::CreateSparseDisk(const std::wstring &name, uint64_t c
     params.logicalSectorSize = 512;
     params.physicalSectorSize = 512;
     EXPECT_EQ(service->VixDiskLib_Create(connection, path.c_str(), &params, nullptr, nullptr), VixError(VIX_OK));
-    _vixReadWriteHandle *handle = nullptr;
-    wcstring mode;
-    EXPECT_EQ(service->VixDiskLib_Open(connection, path.c_str(), 0, L"Write", &handle, mode), VixError(VIX_OK));
+    _vixReadWriteHandle *handle = OpenDisk(path, L"Write");
     if (!handle) return path;
     for (const Extent &run : writtenSectors) {
-        std::vector<uint8_t> bytes(run.length * 512);
-        for (size_t word = 0; word < bytes.size() / 8; ++word) {
-            const uint64_t value = VddkSimPatternWord(seed, run.offset * 64 + word);
-            memcpy(&bytes[word * 8], &value, 8);
-        }
+        const std::vector<uint8_t> bytes = servicetest::PatternBytes(seed, run.offset, run.length);
         EXPECT_EQ(service->VixDiskLib_Write(handle, run.offset, run.length, bytes.data()), VixError(VIX_OK));
     }
     CloseDisk(handle);

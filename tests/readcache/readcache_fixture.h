@@ -30,13 +30,9 @@ struct Extent {
 };
 using Area = std::vector<Extent>;
 
-struct Model {
-    const wchar_t *threadingText;  // "vixDiskLib Threading Model"
-    DWORD workerForReadWrite;      // "Use Worker thread for vixDiskLib read-write"
-};
-std::string ModelName(const ::testing::TestParamInfo<Model> &info);
-// Both threading models, each with and without per-handle workers.
-const std::vector<Model> &AllModels();
+using servicetest::AllModels;
+using servicetest::Model;
+using servicetest::ModelName;
 
 // A context whose thread is always stopped before it goes away.
 class CacheContext {
@@ -60,14 +56,8 @@ struct Stream {
     bool cancelled = false;  // ended by a call that returned 0 and left the length alone
 };
 
-class ReadCacheTest : public servicetest::ServiceTest {
+class ReadCacheTest : public servicetest::ConnectedServiceTest {
 protected:
-    void StartService(const Model &model);
-    void TearDown() override;
-
-    // Opens with the "Read" tag; CloseDisk also frees what the model leaves to us.
-    _vixReadWriteHandle *OpenDisk(const std::string &path);
-    void CloseDisk(_vixReadWriteHandle *handle);
     // A sparse VMDK of capacity sectors in the data folder; each run of
     // `written` (first sector, count) is filled with the memory-disk pattern
     // of seed. Returns its UTF-8 path.
@@ -86,9 +76,6 @@ protected:
     ::testing::AssertionResult StreamPass(diskReadContextStruct &context, unsigned requestBytes, Stream &stream,
                                           size_t maxCalls = 100000);
 
-    std::shared_ptr<diskBroker> service;
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
     unsigned metadataFiles = 0;
 };
 

@@ -3,8 +3,11 @@
 // directory, compressed time, and every log line captured.
 #pragma once
 
+#include <stdint.h>
+
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -62,6 +65,34 @@ protected:
     dbtest::VddkSimControl sim;
     dbtest::VddkDiskLibExports vddk;
 };
+
+// A threading model as the registry selects it.
+struct Model {
+    const wchar_t *threadingText;  // "vixDiskLib Threading Model"
+    DWORD workerForReadWrite;      // "Use Worker thread for vixDiskLib read-write"
+};
+std::string ModelName(const ::testing::TestParamInfo<Model> &info);
+// Both threading models, each with and without per-handle workers.
+const std::vector<Model> &AllModels();
+
+// A service started in one model with a local connection: the base of the
+// handle and cache tests.
+class ConnectedServiceTest : public ServiceTest {
+protected:
+    // Settings for model, the service, the local connection; the log cleared.
+    void StartService(const Model &model);
+    void TearDown() override;
+    // Opens with tag; CloseDisk also frees the record where the model leaves it to the caller.
+    _vixReadWriteHandle *OpenDisk(const std::string &path, const wchar_t *tag = L"Read");
+    VixError CloseDisk(_vixReadWriteHandle *handle);
+
+    std::shared_ptr<diskBroker> service;
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+};
+
+// The stand-in's memory-disk pattern of seed for sectors [first, first + count).
+std::vector<uint8_t> PatternBytes(uint64_t seed, uint64_t first, uint64_t count);
 
 // Connect parameters of a remote machine (vmxSpec set), for access preparation.
 struct RemoteMachine {

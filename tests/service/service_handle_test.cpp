@@ -15,34 +15,13 @@ const char kDisk[] = "memdisk://handles?size=1048576&seed=7";
 const wchar_t kDiskWide[] = L"memdisk://handles?size=1048576&seed=7";
 
 // The memory disk's pattern for sectors [first, first + count).
-std::vector<uint8_t> Pattern(uint64_t first, uint64_t count) {
-    std::vector<uint8_t> bytes(count * 512);
-    for (size_t word = 0; word < bytes.size() / 8; ++word) {
-        const uint64_t value = VddkSimPatternWord(7, first * 64 + word);
-        memcpy(&bytes[word * 8], &value, 8);
-    }
-    return bytes;
-}
+std::vector<uint8_t> Pattern(uint64_t first, uint64_t count) { return PatternBytes(7, first, count); }
 
-struct Model {
-    const wchar_t *threadingText;  // "vixDiskLib Threading Model"
-    DWORD workerForReadWrite;      // "Use Worker thread for vixDiskLib read-write"
-};
-
-class HandleTest : public ServiceTest, public ::testing::WithParamInterface<Model> {
+class HandleTest : public ConnectedServiceTest, public ::testing::WithParamInterface<Model> {
 protected:
     void SetUp() override {
         ServiceTest::SetUp();
-        SetThreadingModelText(GetParam().threadingText);
-        SetAgentDword(L"Use Worker thread for vixDiskLib read-write", GetParam().workerForReadWrite);
-        service = Start();
-        ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
-        log.Clear();
-    }
-    void TearDown() override {
-        if (connection) service->VixDiskLib_Disconnect(connection, &local);
-        service.reset();
-        ServiceTest::TearDown();
+        StartService(GetParam());
     }
     _vixReadWriteHandle *Open(const char *path, const wchar_t *tag, VixError expected = VIX_OK) {
         _vixReadWriteHandle *handle = reinterpret_cast<_vixReadWriteHandle *>(uintptr_t(0xBAD));
@@ -55,15 +34,6 @@ protected:
         }
         return handle;
     }
-    // Closes, and frees the record where the model leaves it to the caller.
-    VixError Close(_vixReadWriteHandle *handle) {
-        const VixError result = service->VixDiskLib_Close(handle);
-        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
-        return result;
-    }
-    std::unique_ptr<diskBroker> service;
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
 };
 
 TEST_P(HandleTest, ReadsThroughTheHandleAndLogsModeAndStatistics) {
@@ -86,7 +56,7 @@ TEST_P(HandleTest, ReadsThroughTheHandleAndLogsModeAndStatistics) {
     EXPECT_EQ(info->capacity, 2048u);
     service->VixDiskLib_FreeInfo(info);
 
-    EXPECT_EQ(Close(handle), VixError(VIX_OK));
+    EXPECT_EQ(CloseDisk(handle), VixError(VIX_OK));
     EXPECT_TRUE(log.Contains(std::wstring(L"VixDiskLib_Read(") + kDiskWide +
                              L") No of reads: 2 Data chunks: [2 * 16] Data extent: "
                              L"[00000008-00000032(00004096-00016384)] "));
@@ -98,11 +68,7 @@ TEST_P(HandleTest, WritesAndMetadataGoThroughTheHandle) {
     _vixReadWriteHandle *handle = Open(path, L"WRITE");
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(handle->stats.kind, _vixReadWriteStats::kWrite);
-    std::vector<uint8_t> sectors(8 * 512);
-    for (size_t word = 0; word < sectors.size() / 8; ++word) {
-        const uint64_t value = VddkSimPatternWord(3, 4 * 64 + word);
-        memcpy(&sectors[word * 8], &value, 8);
-    }
+    const std::vector<uint8_t> sectors = PatternBytes(3, 4, 8);
     EXPECT_EQ(service->VixDiskLib_Write(handle, 4, 8, sectors.data()), VixError(VIX_OK));
     EXPECT_EQ(sim.VddkSim_MemDiskWrittenSectors("writes"), 8u);
     EXPECT_EQ(sim.VddkSim_MemDiskMismatches("writes"), 0u);
@@ -114,7 +80,7 @@ TEST_P(HandleTest, WritesAndMetadataGoThroughTheHandle) {
     char value[64] = {};
     EXPECT_EQ(service->VixDiskLib_ReadMetadata(handle, "owner", value, sizeof value, &required), VixError(VIX_OK));
     EXPECT_STREQ(value, "backup");
-    EXPECT_EQ(Close(handle), VixError(VIX_OK));
+    EXPECT_EQ(CloseDisk(handle), VixError(VIX_OK));
     EXPECT_TRUE(log.Contains(L"VixDiskLib_Write(memdisk://writes?size=65536&seed=3&verify=1) No of writes: 1 "
                              L"Data chunks: [1 * 8] Data extent:[00000004-00000008(00002048-00004096)] "));
 }
@@ -123,7 +89,7 @@ TEST_P(HandleTest, AnUnknownTagKeepsStatisticsQuietAtClose) {
     _vixReadWriteHandle *handle = Open(kDisk, L"Reader");
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(handle->stats.kind, _vixReadWriteStats::kNone) << "only exactly Read or Write count";
-    EXPECT_EQ(Close(handle), VixError(VIX_OK));
+    EXPECT_EQ(CloseDisk(handle), VixError(VIX_OK));
     for (const std::wstring &line : log.Lines()) EXPECT_EQ(line.find(L"No of reads"), std::wstring::npos) << line;
 }
 
@@ -145,13 +111,13 @@ TEST_P(HandleTest, HandlesOpenAgainAfterAnotherHandleWasClosed) {
     // A handle's own worker must not take VDDK down with it at close.
     _vixReadWriteHandle *first = Open(kDisk, L"Read");
     ASSERT_NE(first, nullptr);
-    EXPECT_EQ(Close(first), VixError(VIX_OK));
+    EXPECT_EQ(CloseDisk(first), VixError(VIX_OK));
     _vixReadWriteHandle *second = nullptr;
     wcstring mode;
     ASSERT_EQ(service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &second, mode), VixError(VIX_OK));
     std::vector<uint8_t> buffer(512);
     EXPECT_EQ(service->VixDiskLib_Read(second, 0, 1, buffer.data()), VixError(VIX_OK));
-    EXPECT_EQ(Close(second), VixError(VIX_OK));
+    EXPECT_EQ(CloseDisk(second), VixError(VIX_OK));
 }
 
 TEST_P(HandleTest, CloseOfANullHandleDoesNothing) {
@@ -165,12 +131,7 @@ TEST_P(HandleTest, ForwardedCallsReachVddk) {
     EXPECT_STREQ(modes, "file:san:hotadd:nbdssl:nbd");
 }
 
-INSTANTIATE_TEST_SUITE_P(Models, HandleTest,
-                         ::testing::Values(Model{L"", 0}, Model{L"", 1}, Model{L"no threading", 0}),
-                         [](const ::testing::TestParamInfo<Model> &info) {
-                             return std::string(info.param.threadingText[0] ? "NoThreading" : "Worker") +
-                                    (info.param.workerForReadWrite ? "WithHandleWorkers" : "");
-                         });
+INSTANTIATE_TEST_SUITE_P(Models, HandleTest, ::testing::ValuesIn(AllModels()), ModelName);
 
 // Share paths in the worker model: the open runs under the caller's identity.
 class SharePathTest : public ServiceTest {

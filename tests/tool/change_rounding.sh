@@ -2,13 +2,7 @@
 # Change-list extents that are not whole sectors are widened to the sectors
 # that hold them, for backup and restore alike: every listed byte is copied.
 # usage: change_rounding.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 list() {
     printf '<DiskChangeInfo><area startoffset="0" startlength="4194304"><extent offset="%s" length="%s"/></area></DiskChangeInfo>\n' "$1" "$2"
 }

@@ -2,13 +2,7 @@
 # A restore from an image whose data no longer matches its manifest fails
 # loudly (exit 3, the extent named) and a damaged manifest is refused (exit 1).
 # usage: checksum_mismatch.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 # Runs the tool, expecting exit code $1 and stderr matching $2.
 expect_failure() {
     code=$1 pattern=$2

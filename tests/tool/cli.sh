@@ -3,12 +3,7 @@
 # arguments (exit 2 with the reason), a disk that cannot be opened (exit 1
 # with VDDK's text), and a server password that reaches no output or log.
 # usage: cli.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 # check <exit code> <pattern> <stream: out|err> <arguments...>
 check() {
     code=$1 pattern=$2 stream=$3

@@ -3,13 +3,7 @@
 # cleanly: exit 1 with the reason, no manifest for the backup, the restore's
 # target marked incomplete, and the registry left alone.
 # usage: ctrl_c.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 source="memdisk://cc?size=536870912&seed=2"
 # interrupted <label> <arguments...>: runs the tool, sends SIGINT when its
 # progress reaches 25% (read from a FIFO, no polling), expects exit 1.

@@ -2,11 +2,7 @@
 # The README's main command: the demo on its defaults (in a folder of its own)
 # runs its whole story and ends with the restored disk matching the source.
 # usage: demo.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 set +e
 "$run" "$tool" demo --dir "Z:$work\\demo" --size-mb 16 > "$work/out.txt" 2>&1
 rc=$?

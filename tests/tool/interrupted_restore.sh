@@ -3,13 +3,7 @@
 # so, though qemu-img check is clean); a re-run from the same image completes
 # it and writes the holes as holes, so the disk stays as sparse as a fresh one.
 # usage: interrupted_restore.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 
 qemu-img create -q -f vmdk disk.vmdk 32M
 qemu-io -f vmdk -c 'write -P 0x5a 1M 2M' -c 'write -P 0x6b 20M 1M' disk.vmdk >/dev/null

@@ -3,13 +3,7 @@
 # extent line, an edited stream digest and a changed capacity each stop the
 # restore with exit 3 instead of restoring part of the disk (or another size).
 # usage: manifest_edits.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 # mismatch <pattern> <target>: restore bad.img into target, expect exit 3.
 mismatch() {
     set +e

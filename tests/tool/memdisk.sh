@@ -3,13 +3,7 @@
 # with the same pattern (the stand-in checks each written sector), and the
 # read-back catches a target that does not keep what was written (exit 3).
 # usage: memdisk.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 size=8388608
 
 db backup "memdisk://src?size=$size&seed=7" mem.img > /dev/null

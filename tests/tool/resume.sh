@@ -8,13 +8,7 @@
 #    the source, marked incomplete (info says so) until the last attempt ends,
 #    whatever mark the backed-up disk itself carried.
 # usage: resume.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 expect_exit() {  # code, then the command
     want=$1; shift
     set +e; "$@" > last.out 2>&1; got=$?; set -e

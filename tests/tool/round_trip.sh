@@ -5,13 +5,7 @@
 # 3. the child changes; an incremental backup from a change list (two areas,
 #    whitespace between elements), restored on top: identical again.
 # usage: round_trip.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 
 qemu-img create -q -f vmdk -o subformat=monolithicSparse base.vmdk 64M
 qemu-io -f vmdk -c 'write -P 0xa1 0 24M' -c 'write -P 0xa2 40M 1M' base.vmdk >/dev/null

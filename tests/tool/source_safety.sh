@@ -4,13 +4,7 @@
 # spelling, its -flat extent, a hard link to it, a parent of the chain, the
 # change list; for restore, the image and the files beside it.
 # usage: source_safety.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-db() { "$run" "$tool" "$@"; }
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 # refused <what> <arguments...>: exit 1, the refusal on stderr, inputs unchanged.
 refused() {
     what=$1

@@ -86,12 +86,6 @@ void VsphereTest::LoadInventory(const std::string &xml) {
     ASSERT_EQ(sim.RavelSim_LoadInventory(path.c_str()), 0);
 }
 
-size_t VsphereTest::CountStartingWith(const std::wstring &prefix) const {
-    size_t n = 0;
-    for (const std::wstring &line : log.Lines()) n += line.compare(0, prefix.size(), prefix) == 0;
-    return n;
-}
-
 void VsphereTest::AccessCounts(const char *vmxSpec, uint32_t &prepared, uint32_t &ended) const {
     prepared = ended = 0;
     vddk.VddkSim_AccessState(vmxSpec, &prepared, &ended);

@@ -48,8 +48,6 @@ protected:
     void Connect();
     // Writes an inventory file and loads it into the stand-in.
     void LoadInventory(const std::string &xml);
-    // Captured lines that begin with prefix.
-    size_t CountStartingWith(const std::wstring &prefix) const;
     // PrepareForAccess / EndAccess the VDDK stand-in saw for vmxSpec.
     void AccessCounts(const char *vmxSpec, uint32_t &prepared, uint32_t &ended) const;
 

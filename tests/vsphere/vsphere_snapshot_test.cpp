@@ -90,7 +90,7 @@ TEST_F(SnapshotTest, DefaultsAreOneSecondAndOneAttempt) {
     EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
     EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 0u);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u);
-    EXPECT_EQ(CountStartingWith(L"vddkRemoveSnapshot(): Waiting"), 0u);
+    EXPECT_EQ(log.CountStartingWith(L"vddkRemoveSnapshot(): Waiting"), 0u);
 }
 
 TEST_F(SnapshotTest, FaultsAreReadAndTranslated) {
@@ -182,7 +182,7 @@ TEST_F(SnapshotTest, LastOrphanFailingLogsNoSuccess) {
     SetList({L"old-1[:]job-7"});
     sim.Script("vmcRemoveSnapshot", {9});
     EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
-    EXPECT_EQ(CountStartingWith(L"vddkCreateVMWareSnapshot(): successfully"), 0u);
+    EXPECT_EQ(log.CountStartingWith(L"vddkCreateVMWareSnapshot(): successfully"), 0u);
     EXPECT_EQ(List(), std::vector<wcstring>({L"old-1[:]job-7", L"backup-1[:]job-7"}));
 }
 

@@ -4,12 +4,7 @@
 # unknown VM, an unreachable server and a malformed inventory, and a run killed
 # while its disk streams whose snapshot the next run removes.
 # usage: vm_backup_cli.sh <wine run.sh> <diskbroker.exe>
-set -eu
-run=$1
-tool=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 DISKBROKER_PASSWORD=Standin-Pass1
 export DISKBROKER_PASSWORD
 inv="--inventory inventory.xml"

@@ -18,7 +18,7 @@ constexpr DWORD kMustHappenMs = 10000;
 constexpr DWORD kMustNotHappenMs = 200;
 constexpr uint64_t kSeed = 11;
 
-class WriteCacheTest : public servicetest::ServiceTest {
+class WriteCacheTest : public servicetest::ConnectedServiceTest {
 protected:
     void SetUp() override;
     void TearDown() override;
@@ -35,13 +35,9 @@ protected:
     uint64_t WrittenSectors() const { return sim.VddkSim_MemDiskWrittenSectors("wc"); }
     uint64_t Mismatches() const { return sim.VddkSim_MemDiskMismatches("wc"); }
     uint64_t Writes() const { return Calls("VixDiskLib_Write"); }
-    size_t LinesStartingWith(const std::wstring &prefix) const;
     // The write thread's failure line for a run, as VDDK's text gives it.
     std::wstring FailureLine(uint64_t start, uint64_t count, VixError error) const;
 
-    std::unique_ptr<diskBroker> service;
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
     _vixReadWriteHandle *disk = nullptr;
     diskWriteContextStruct context;
     bool cacheStarted = false;

@@ -20,7 +20,7 @@ TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfData) {
     EXPECT_EQ(log.Count(L"diskBroker::WriteDiskExtents() Acknowledged the receipt of the last buffer. "), 0u);
     EXPECT_EQ(WrittenSectors(), 16u);
     EXPECT_EQ(Mismatches(), 0u);
-    EXPECT_EQ(LinesStartingWith(L"Disk size:"), 0u);
+    EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
     EXPECT_EQ(context.endOfData, 0) << "reset for the next pass";
     EXPECT_EQ(context.bytesWritten, 0u);
 }
@@ -67,7 +67,7 @@ TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(Writes(), 1u);
     EXPECT_EQ(WrittenSectors(), 0u);
-    EXPECT_EQ(LinesStartingWith(L"Disk size:"), 0u);
+    EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
     EXPECT_EQ(context.freeQueue.Count(), 4u) << "every buffer is back, none left queued for the next pass";
     EXPECT_EQ(context.filledQueue.Count(), 0u);
 
@@ -77,7 +77,7 @@ TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(WrittenSectors(), 20u);
     EXPECT_EQ(Mismatches(), 0u);
-    EXPECT_EQ(LinesStartingWith(L"Disk size:"), 0u);
+    EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
 }
 
 TEST_F(WriteCacheTest, AMissingDiskHandleFailsTheWriteWithError1000) {
@@ -99,9 +99,9 @@ TEST_F(WriteCacheTest, CloseLogsTheDepthHistogramAndResetsIt) {
     StartPass(8 * 512);
     EXPECT_EQ(Put(0, 8), 0);
     EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(LinesStartingWith(header), 1u);
+    EXPECT_EQ(log.CountStartingWith(header), 1u);
     EXPECT_EQ(log.Count(header + L"0'"), 0u) << "the writer waited at least once";
-    EXPECT_EQ(LinesStartingWith(L"\t Write Buffer Depth: '"), 3u);
+    EXPECT_EQ(log.CountStartingWith(L"\t Write Buffer Depth: '"), 3u);
 
     log.Clear();
     EXPECT_EQ(Close(), 0);

@@ -75,6 +75,14 @@ size_t LogCapture::Count(const std::wstring &line) const {
     return count;
 }
 
+size_t LogCapture::CountStartingWith(const std::wstring &prefix) const {
+    EnterCriticalSection(&lock_);
+    size_t count = 0;
+    for (const std::wstring &line : lines_) count += line.compare(0, prefix.size(), prefix) == 0;
+    LeaveCriticalSection(&lock_);
+    return count;
+}
+
 void LogCapture::Clear() {
     EnterCriticalSection(&lock_);
     lines_.clear();

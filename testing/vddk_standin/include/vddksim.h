@@ -39,6 +39,7 @@ enum VddkSimLogKind { VDDKSIM_LOG = 0, VDDKSIM_WARNING = 1, VDDKSIM_PANIC = 2 };
 //   (Open/Create/Unlink/...: the path argument; Read/Write: the path the handle was opened with);
 //   [firstSector, lastSector] limits Read/Write to requests overlapping that range
 //   (VDDKSIM_ANY_SECTOR for both: any). Scripts for one function queue in order of addition.
+//   A scripted VixDiskLib_GetErrorText returns no text (null), whatever `result` says.
 // SetLatency: every call of `function` spends `microseconds` before doing its work (0 removes).
 // BlockNextCall: the next call of `function` stops at entry until VddkSim_Release(function).
 // WaitBlocked: waits up to timeoutMs for a call of `function` to be held; 1 if it is.

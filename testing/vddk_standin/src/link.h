@@ -12,6 +12,7 @@
 #include <vmware/vddk_api.h>
 
 #include "descriptor.h"
+#include "sparse_format.h"
 
 namespace vddksim {
 
@@ -56,9 +57,5 @@ VixError CreateRefused(const std::string &path);
 VixError CreateSparseFile(const std::string &path, uint64_t capacity, const Descriptor &desc);
 // New monolithicFlat pair: descriptor `path` and "<stem>-flat<ext>".
 VixError CreateFlatFiles(const std::string &path, uint64_t capacity, Descriptor desc);
-
-// Embedded descriptor area of a sparse extent (sector 1, 20 sectors).
-constexpr uint64_t kEmbeddedDescriptorOffset = 512;
-constexpr size_t kEmbeddedDescriptorBytes = 10240;
 
 }  // namespace vddksim

@@ -72,11 +72,14 @@ long LoadExtentList(CXmlReader &reader, const wcstring &path) {
 }
 
 // Returns once the read thread has exported this pass's metadata, or is gone.
+// The event alone decides once it is set: a close on another thread may end
+// the pass and clear metadataDone before this thread wakes, and the event,
+// still set, would then never block again.
 void WaitForMetadataExport(diskReadContextStruct *context) {
     while (!context->metadataDone && context->threadHandle) {
         HANDLE handles[2] = {context->metadataDoneEvent.get(), context->threadHandle};
         const DWORD result = handles[0] ? WaitForMultipleObjects(2, handles, FALSE, kMetadataPollMs) : WAIT_FAILED;
-        if (result == WAIT_OBJECT_0 + 1) return;
+        if (result == WAIT_OBJECT_0 || result == WAIT_OBJECT_0 + 1) return;
         if (result == WAIT_FAILED) skclass::Dawdle(kMetadataPollMs);  // nothing to wait on: poll
     }
 }

@@ -21,6 +21,7 @@ public:
     // message lists every captured message.
     ::testing::AssertionResult Contains(const std::wstring &line) const;
     size_t Count(const std::wstring &line) const;
+    size_t CountStartingWith(const std::wstring &prefix) const;
     void Clear();
     // Waits until a message equal to line has been captured (also one captured
     // before the call), at most timeoutMs. For lines logged by other threads.
