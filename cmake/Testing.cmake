@@ -14,7 +14,8 @@ if(DISKBROKER_BUILD_TESTS)
 
   if(CMAKE_CROSSCOMPILING)
     add_test(NAME wine.prefix.start
-             COMMAND ${CMAKE_SOURCE_DIR}/cmake/wine/prefix.sh start ${DISKBROKER_WINEPREFIX})
+             COMMAND ${CMAKE_SOURCE_DIR}/cmake/wine/prefix.sh start ${DISKBROKER_WINEPREFIX}
+                     $<TARGET_FILE:wine_desktop_keeper>)
     set_tests_properties(wine.prefix.start PROPERTIES FIXTURES_SETUP wine)
     add_test(NAME wine.prefix.stop
              COMMAND ${CMAKE_SOURCE_DIR}/cmake/wine/prefix.sh stop ${DISKBROKER_WINEPREFIX})
