@@ -1,4 +1,4 @@
-// Backup and checksum: streams through the read cache.
+// Backup and checksum: streams through the read cache to stage threads.
 #include <algorithm>
 #include <vector>
 
@@ -6,12 +6,12 @@
 #include "errors.h"
 #include "extents.h"
 #include "files.h"
-#include "hash_thread.h"
 #include "guard.h"
 #include "manifest.h"
 #include "progress.h"
 #include "resume.h"
 #include "sha256.h"
+#include "stream_stages.h"
 #include "transfer.h"
 
 namespace dbtool {
@@ -50,16 +50,17 @@ private:
     Sha256 sha_, stream_;
 };
 
-// Lays the stream out at the extents' offsets in the image and hands it to
-// the hash thread, so hashing runs beside the reading and writing.
+// Lays the stream out at the extents' offsets in the image; runs on a stage
+// thread of its own, beside the hashing. It flushes what it wrote every
+// kFlushEveryBytes and once more after the last byte, so that the flush the
+// image needs before a manifest may name it no longer waits, after the
+// reading and hashing are over, for every byte of the image to reach the disk.
 class ExtentImageWriter {
 public:
-    ExtentImageWriter(File &image, const ExtentList &extents, HashThread &hasher, Progress &progress)
-        : image_(image), extents_(extents), hasher_(hasher), progress_(progress) {}
+    ExtentImageWriter(File &image, const ExtentList &extents) : image_(image), extents_(extents), total_(TotalBytes(extents)) {}
 
     void Take(const uint8_t *data, size_t length) {
-        progress_.Advance(length);
-        hasher_.Put(data, length);
+        written_ += length, unflushed_ += length;
         while (length > 0) {
             const Extent &extent = extents_.at(index_);
             const size_t take = static_cast<size_t>(std::min<uint64_t>(length, extent.length - done_));
@@ -70,18 +71,48 @@ public:
             done_ += take, data += take, length -= take;
             if (done_ == extent.length) ++index_, done_ = 0;
         }
+        if (unflushed_ >= kFlushEveryBytes || written_ == total_) {
+            image_.Flush();
+            unflushed_ = 0;
+        }
     }
 
 private:
+    static constexpr uint64_t kFlushEveryBytes = 32ull << 20;
     File &image_;
     const ExtentList &extents_;
-    HashThread &hasher_;
-    Progress &progress_;
+    const uint64_t total_;
     size_t index_ = 0;
-    uint64_t done_ = 0;
+    uint64_t done_ = 0, written_ = 0, unflushed_ = 0;
 };
 
-size_t BufferBytes(const CacheTuning &tuning) { return static_cast<size_t>(tuning.bufferKB) * 1024; }
+// The reading thread's part: pieces of the read cache go to the stages
+// (hashing, writing) in the buffers they are read into.
+class StagesTarget : public ReadCache::Target {
+public:
+    StagesTarget(StreamStages &stages, Progress &progress) : stages_(stages), progress_(progress) {}
+    uint8_t *Borrow(size_t *capacity) override {
+        *capacity = stages_.BufferBytes();
+        return stages_.Borrow();
+    }
+    void Take(size_t length) override {
+        stages_.Submit(length);
+        progress_.Advance(length);
+    }
+
+private:
+    StreamStages &stages_;
+    Progress &progress_;
+};
+
+// A stage's piece spans several of the read cache's buffers, so the stages
+// wake, and the image is written, a few times less often than the cache
+// hands out buffers; the pieces ahead of the slowest stage (the hashing)
+// ride out the moments the reading thread is not scheduled.
+constexpr size_t kBuffersPerPiece = 4;
+constexpr size_t kPiecesInFlight = 6;
+
+size_t PieceBytes(const CacheTuning &tuning) { return static_cast<size_t>(tuning.bufferKB) * 1024 * kBuffersPerPiece; }
 
 std::wstring FileName(const std::wstring &path) { return path.substr(path.find_last_of(L"\\/") + 1); }
 
@@ -133,13 +164,15 @@ TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &
     manifest.metadataFile = FileName(MetadataPathFor(request.image));
     Progress progress(L"backup", TotalBytes(extents), request.showProgress);
     ExtentHasher hashes(extents, manifest);
-    HashThread hasher([&](const uint8_t *data, size_t length) { hashes.Take(data, length); }, BufferBytes(tuning));
-    ExtentImageWriter writer(image, extents, hasher, progress);
+    ExtentImageWriter writer(image, extents);
+    StreamStages stages({[&](const uint8_t *data, size_t length) { hashes.Take(data, length); },
+                         [&](const uint8_t *data, size_t length) { writer.Take(data, length); }},
+                        PieceBytes(tuning), kPiecesInFlight);
+    StagesTarget target(stages, progress);
     ReadCache cache(job.Broker(), tuning);
     TransferResult result;
-    result.depth = cache.Stream(disk, listPath, MetadataPathFor(request.image), TotalBytes(extents),
-                                [&](const uint8_t *data, size_t length) { writer.Take(data, length); });
-    hasher.Finish();
+    result.depth = cache.Stream(disk, listPath, MetadataPathFor(request.image), TotalBytes(extents), target);
+    stages.Finish();
     progress.Finish();
     disk.Close();
     image.Close();
@@ -161,15 +194,13 @@ TransferResult Checksum(Job &job, const CacheTuning &tuning, const std::wstring 
     SaveChangeList(list.Path(), {{0, info.capacityBytes}}, info.capacityBytes);
     Progress progress(L"checksum", info.capacityBytes, showProgress);
     Sha256 sha;
-    HashThread hasher([&](const uint8_t *data, size_t length) { sha.Update(data, length); }, BufferBytes(tuning));
+    StreamStages stages({[&](const uint8_t *data, size_t length) { sha.Update(data, length); }}, PieceBytes(tuning),
+                        kPiecesInFlight);
+    StagesTarget target(stages, progress);
     ReadCache cache(job.Broker(), tuning);
     TransferResult result;
-    result.depth = cache.Stream(disk, list.Path(), metadata.Path(), info.capacityBytes,
-                                [&](const uint8_t *data, size_t length) {
-                                    hasher.Put(data, length);
-                                    progress.Advance(length);
-                                });
-    hasher.Finish();
+    result.depth = cache.Stream(disk, list.Path(), metadata.Path(), info.capacityBytes, target);
+    stages.Finish();
     progress.Finish();
     disk.Close();
     CheckNoProblems(job.Log(), L"the checksum pass");
