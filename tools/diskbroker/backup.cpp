@@ -12,6 +12,7 @@
 #include "resume.h"
 #include "sha256.h"
 #include "stream_stages.h"
+#include "transfer_stages.h"
 #include "transfer.h"
 
 namespace dbtool {
@@ -49,70 +50,6 @@ private:
     uint64_t done_ = 0;
     Sha256 sha_, stream_;
 };
-
-// Lays the stream out at the extents' offsets in the image; runs on a stage
-// thread of its own, beside the hashing. It flushes what it wrote every
-// kFlushEveryBytes and once more after the last byte, so that the flush the
-// image needs before a manifest may name it no longer waits, after the
-// reading and hashing are over, for every byte of the image to reach the disk.
-class ExtentImageWriter {
-public:
-    ExtentImageWriter(File &image, const ExtentList &extents) : image_(image), extents_(extents), total_(TotalBytes(extents)) {}
-
-    void Take(const uint8_t *data, size_t length) {
-        written_ += length, unflushed_ += length;
-        while (length > 0) {
-            const Extent &extent = extents_.at(index_);
-            const size_t take = static_cast<size_t>(std::min<uint64_t>(length, extent.length - done_));
-            // The image was created at full size, so a range of zeros is
-            // already there; skipping it keeps the file sparse.
-            if (!AllZero(data, take))
-                image_.WriteAt(extent.offset + done_, data, take);
-            done_ += take, data += take, length -= take;
-            if (done_ == extent.length) ++index_, done_ = 0;
-        }
-        if (unflushed_ >= kFlushEveryBytes || written_ == total_) {
-            image_.Flush();
-            unflushed_ = 0;
-        }
-    }
-
-private:
-    static constexpr uint64_t kFlushEveryBytes = 32ull << 20;
-    File &image_;
-    const ExtentList &extents_;
-    const uint64_t total_;
-    size_t index_ = 0;
-    uint64_t done_ = 0, written_ = 0, unflushed_ = 0;
-};
-
-// The reading thread's part: pieces of the read cache go to the stages
-// (hashing, writing) in the buffers they are read into.
-class StagesTarget : public ReadCache::Target {
-public:
-    StagesTarget(StreamStages &stages, Progress &progress) : stages_(stages), progress_(progress) {}
-    uint8_t *Borrow(size_t *capacity) override {
-        *capacity = stages_.BufferBytes();
-        return stages_.Borrow();
-    }
-    void Take(size_t length) override {
-        stages_.Submit(length);
-        progress_.Advance(length);
-    }
-
-private:
-    StreamStages &stages_;
-    Progress &progress_;
-};
-
-// A stage's piece spans several of the read cache's buffers, so the stages
-// wake, and the image is written, a few times less often than the cache
-// hands out buffers; the pieces ahead of the slowest stage (the hashing)
-// ride out the moments the reading thread is not scheduled.
-constexpr size_t kBuffersPerPiece = 4;
-constexpr size_t kPiecesInFlight = 6;
-
-size_t PieceBytes(const CacheTuning &tuning) { return static_cast<size_t>(tuning.bufferKB) * 1024 * kBuffersPerPiece; }
 
 std::wstring FileName(const std::wstring &path) { return path.substr(path.find_last_of(L"\\/") + 1); }
 
