@@ -18,14 +18,14 @@
 namespace dbtool {
 namespace {
 
-// One checksum per extent and one over the whole stream; runs on the hash
-// thread. With a single extent (a whole disk) the two are the same digest.
+// One checksum per extent, on a stage thread. With a single extent (a whole
+// disk) that digest is also the stream's; with several, the stream's digest is
+// a stage of its own, so the bytes are not hashed twice on one thread.
 class ExtentHasher {
 public:
     ExtentHasher(const ExtentList &extents, Manifest &manifest) : extents_(extents), manifest_(manifest) {}
 
     void Take(const uint8_t *data, size_t length) {
-        if (extents_.size() != 1) stream_.Update(data, length);
         while (length > 0) {
             // The read cache stops at the listed total, so index_ stays in range.
             const Extent &extent = extents_.at(index_);
@@ -39,8 +39,9 @@ public:
             }
         }
     }
-    std::wstring StreamSha() {
-        return extents_.size() == 1 && manifest_.extents.size() == 1 ? manifest_.extents[0].sha256 : stream_.FinishHex();
+    bool StreamIsOneExtent() const { return extents_.size() == 1; }
+    std::wstring StreamSha(Sha256 &stream) {
+        return StreamIsOneExtent() && manifest_.extents.size() == 1 ? manifest_.extents[0].sha256 : stream.FinishHex();
     }
 
 private:
@@ -48,7 +49,7 @@ private:
     Manifest &manifest_;
     size_t index_ = 0;
     uint64_t done_ = 0;
-    Sha256 sha_, stream_;
+    Sha256 sha_;
 };
 
 std::wstring FileName(const std::wstring &path) { return path.substr(path.find_last_of(L"\\/") + 1); }
@@ -102,9 +103,12 @@ TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &
     Progress progress(L"backup", TotalBytes(extents), request.showProgress);
     ExtentHasher hashes(extents, manifest);
     ExtentImageWriter writer(image, extents);
-    StreamStages stages({[&](const uint8_t *data, size_t length) { hashes.Take(data, length); },
-                         [&](const uint8_t *data, size_t length) { writer.Take(data, length); }},
-                        PieceBytes(tuning), kPiecesInFlight);
+    Sha256 stream;
+    std::vector<StreamStages::Work> work{[&](const uint8_t *data, size_t length) { hashes.Take(data, length); },
+                                         [&](const uint8_t *data, size_t length) { writer.Take(data, length); }};
+    if (!hashes.StreamIsOneExtent())
+        work.push_back([&](const uint8_t *data, size_t length) { stream.Update(data, length); });
+    StreamStages stages(std::move(work), PieceBytes(tuning), kPiecesInFlight);
     StagesTarget target(stages, progress);
     ReadCache cache(job.Broker(), tuning);
     TransferResult result;
@@ -114,7 +118,7 @@ TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &
     disk.Close();
     image.Close();
     CheckNoProblems(job.Log(), L"the backup");
-    manifest.streamSha256 = hashes.StreamSha();
+    manifest.streamSha256 = hashes.StreamSha(stream);
     manifest.Save(ManifestPathFor(request.image));
 
     result.bytes = TotalBytes(extents);
