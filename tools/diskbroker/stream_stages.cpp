@@ -10,7 +10,7 @@ StreamStages::StreamStages(std::vector<Work> stages, size_t bufferBytes, size_t 
     : work_(std::move(stages)), bufferBytes_(std::max<size_t>(bufferBytes, 1)),
       buffers_(std::max<size_t>(bufferCount, 1)), queued_(work_.size()) {
     for (Buffer &buffer : buffers_) {
-        buffer.bytes.resize(bufferBytes_);
+        buffer.bytes.reset(new uint8_t[bufferBytes_]);
         free_.push_back(&buffer);
     }
     for (size_t stage = 0; stage < work_.size(); ++stage) threads_.emplace_back([this, stage] { Run(stage); });
@@ -33,7 +33,7 @@ uint8_t *StreamStages::Borrow() {
         borrowed_ = free_.back();
         free_.pop_back();
     }
-    return borrowed_->bytes.data();
+    return borrowed_->bytes.get();
 }
 
 void StreamStages::Submit(size_t length) {
@@ -74,7 +74,7 @@ void StreamStages::Finish() {
 bool StreamStages::WorkOn(size_t stage, Buffer &buffer) {
     std::exception_ptr failure;
     try {
-        work_[stage](buffer.bytes.data(), buffer.length);
+        work_[stage](buffer.bytes.get(), buffer.length);
     } catch (...) {
         failure = std::current_exception();
     }

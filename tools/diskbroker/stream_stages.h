@@ -18,6 +18,7 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -50,7 +51,8 @@ public:
 
 private:
     struct Buffer {
-        std::vector<uint8_t> bytes;
+        // Not zero-filled: a backup's clock runs while the stages are made.
+        std::unique_ptr<uint8_t[]> bytes;
         size_t length = 0;
         size_t stagesLeft = 0;  // lock_
     };
