@@ -1,4 +1,4 @@
-// Backup and checksum: streams through the read cache.
+// Backup and checksum: streams through the read cache to stage threads.
 #include <algorithm>
 #include <vector>
 
@@ -6,25 +6,26 @@
 #include "errors.h"
 #include "extents.h"
 #include "files.h"
-#include "hash_thread.h"
 #include "guard.h"
 #include "manifest.h"
 #include "progress.h"
 #include "resume.h"
 #include "sha256.h"
+#include "stream_stages.h"
+#include "transfer_stages.h"
 #include "transfer.h"
 
 namespace dbtool {
 namespace {
 
-// One checksum per extent and one over the whole stream; runs on the hash
-// thread. With a single extent (a whole disk) the two are the same digest.
+// One checksum per extent, on a stage thread. With a single extent (a whole
+// disk) that digest is also the stream's; with several, the stream's digest is
+// a stage of its own, so the bytes are not hashed twice on one thread.
 class ExtentHasher {
 public:
     ExtentHasher(const ExtentList &extents, Manifest &manifest) : extents_(extents), manifest_(manifest) {}
 
     void Take(const uint8_t *data, size_t length) {
-        if (extents_.size() != 1) stream_.Update(data, length);
         while (length > 0) {
             // The read cache stops at the listed total, so index_ stays in range.
             const Extent &extent = extents_.at(index_);
@@ -38,8 +39,9 @@ public:
             }
         }
     }
-    std::wstring StreamSha() {
-        return extents_.size() == 1 && manifest_.extents.size() == 1 ? manifest_.extents[0].sha256 : stream_.FinishHex();
+    bool StreamIsOneExtent() const { return extents_.size() == 1; }
+    std::wstring StreamSha(Sha256 &stream) {
+        return StreamIsOneExtent() && manifest_.extents.size() == 1 ? manifest_.extents[0].sha256 : stream.FinishHex();
     }
 
 private:
@@ -47,41 +49,8 @@ private:
     Manifest &manifest_;
     size_t index_ = 0;
     uint64_t done_ = 0;
-    Sha256 sha_, stream_;
+    Sha256 sha_;
 };
-
-// Lays the stream out at the extents' offsets in the image and hands it to
-// the hash thread, so hashing runs beside the reading and writing.
-class ExtentImageWriter {
-public:
-    ExtentImageWriter(File &image, const ExtentList &extents, HashThread &hasher, Progress &progress)
-        : image_(image), extents_(extents), hasher_(hasher), progress_(progress) {}
-
-    void Take(const uint8_t *data, size_t length) {
-        progress_.Advance(length);
-        hasher_.Put(data, length);
-        while (length > 0) {
-            const Extent &extent = extents_.at(index_);
-            const size_t take = static_cast<size_t>(std::min<uint64_t>(length, extent.length - done_));
-            // The image was created at full size, so a range of zeros is
-            // already there; skipping it keeps the file sparse.
-            if (!AllZero(data, take))
-                image_.WriteAt(extent.offset + done_, data, take);
-            done_ += take, data += take, length -= take;
-            if (done_ == extent.length) ++index_, done_ = 0;
-        }
-    }
-
-private:
-    File &image_;
-    const ExtentList &extents_;
-    HashThread &hasher_;
-    Progress &progress_;
-    size_t index_ = 0;
-    uint64_t done_ = 0;
-};
-
-size_t BufferBytes(const CacheTuning &tuning) { return static_cast<size_t>(tuning.bufferKB) * 1024; }
 
 std::wstring FileName(const std::wstring &path) { return path.substr(path.find_last_of(L"\\/") + 1); }
 
@@ -133,18 +102,23 @@ TransferResult Backup(Job &job, const CacheTuning &tuning, const BackupRequest &
     manifest.metadataFile = FileName(MetadataPathFor(request.image));
     Progress progress(L"backup", TotalBytes(extents), request.showProgress);
     ExtentHasher hashes(extents, manifest);
-    HashThread hasher([&](const uint8_t *data, size_t length) { hashes.Take(data, length); }, BufferBytes(tuning));
-    ExtentImageWriter writer(image, extents, hasher, progress);
+    ExtentImageWriter writer(image, extents);
+    Sha256 stream;
+    std::vector<StreamStages::Work> work{[&](const uint8_t *data, size_t length) { hashes.Take(data, length); },
+                                         [&](const uint8_t *data, size_t length) { writer.Take(data, length); }};
+    if (!hashes.StreamIsOneExtent())
+        work.push_back([&](const uint8_t *data, size_t length) { stream.Update(data, length); });
+    StreamStages stages(std::move(work), PieceBytes(tuning), kPiecesInFlight);
+    StagesTarget target(stages, progress);
     ReadCache cache(job.Broker(), tuning);
     TransferResult result;
-    result.depth = cache.Stream(disk, listPath, MetadataPathFor(request.image), TotalBytes(extents),
-                                [&](const uint8_t *data, size_t length) { writer.Take(data, length); });
-    hasher.Finish();
+    result.depth = cache.Stream(disk, listPath, MetadataPathFor(request.image), TotalBytes(extents), target);
+    stages.Finish();
     progress.Finish();
     disk.Close();
     image.Close();
     CheckNoProblems(job.Log(), L"the backup");
-    manifest.streamSha256 = hashes.StreamSha();
+    manifest.streamSha256 = hashes.StreamSha(stream);
     manifest.Save(ManifestPathFor(request.image));
 
     result.bytes = TotalBytes(extents);
@@ -161,15 +135,13 @@ TransferResult Checksum(Job &job, const CacheTuning &tuning, const std::wstring 
     SaveChangeList(list.Path(), {{0, info.capacityBytes}}, info.capacityBytes);
     Progress progress(L"checksum", info.capacityBytes, showProgress);
     Sha256 sha;
-    HashThread hasher([&](const uint8_t *data, size_t length) { sha.Update(data, length); }, BufferBytes(tuning));
+    StreamStages stages({[&](const uint8_t *data, size_t length) { sha.Update(data, length); }}, PieceBytes(tuning),
+                        kPiecesInFlight);
+    StagesTarget target(stages, progress);
     ReadCache cache(job.Broker(), tuning);
     TransferResult result;
-    result.depth = cache.Stream(disk, list.Path(), metadata.Path(), info.capacityBytes,
-                                [&](const uint8_t *data, size_t length) {
-                                    hasher.Put(data, length);
-                                    progress.Advance(length);
-                                });
-    hasher.Finish();
+    result.depth = cache.Stream(disk, list.Path(), metadata.Path(), info.capacityBytes, target);
+    stages.Finish();
     progress.Finish();
     disk.Close();
     CheckNoProblems(job.Log(), L"the checksum pass");

@@ -1,5 +1,6 @@
 #include "caches.h"
 
+#include <algorithm>
 #include <vector>
 
 #include <vddkcache.h>
@@ -68,8 +69,58 @@ ReadCache::~ReadCache() {
     ReleaseContext(context_, copy, L"read");
 }
 
+namespace {
+
+// The Sink form: one buffer of the cache's size, reused for every piece.
+class SinkTarget : public ReadCache::Target {
+public:
+    SinkTarget(size_t bytes, const ReadCache::Sink &sink) : chunk_(bytes), sink_(sink) {}
+    uint8_t *Borrow(size_t *capacity) override {
+        *capacity = chunk_.size();
+        return chunk_.data();
+    }
+    void Take(size_t length) override { sink_(chunk_.data(), length); }
+
+private:
+    std::vector<uint8_t> chunk_;
+    const ReadCache::Sink &sink_;
+};
+
+}  // namespace
+
 DepthReading ReadCache::Stream(Disk &disk, const std::wstring &listPath, const std::wstring &metadataPath,
                                uint64_t expectedBytes, const Sink &sink) {
+    SinkTarget target(static_cast<size_t>(tuning_.bufferKB) * 1024, sink);
+    return Stream(disk, listPath, metadataPath, expectedBytes, target);
+}
+
+uint64_t ReadCache::Drain(Disk &disk, uint64_t expectedBytes, Target &target) {
+    diskReadContextStruct &ctx = *context_;
+    uint8_t *buffer = nullptr;
+    size_t capacity = 0, filled = 0;
+    uint64_t delivered = 0;
+    for (;;) {
+        if (Interrupted()) ThrowIfInterrupted(L"reading '" + disk.Path() + L"'");
+        if (!buffer) buffer = target.Borrow(&capacity), filled = 0;
+        unsigned int length = static_cast<unsigned int>(std::min<size_t>(capacity - filled, 1u << 30));
+        const long result = service_.Broker().GetDiskCacheBuffer(&ctx, buffer + filled, &length);
+        if (result == kEndOfData) break;
+        if (result != 0)
+            throw Failure(L"reading '" + disk.Path() + L"' failed: " +
+                          (ctx.errorText.empty() ? std::wstring(L"see the log") : std::wstring(ctx.errorText)) + L" (" +
+                          ResultText(result) + L")");
+        if (length > capacity - filled || delivered + length > expectedBytes)
+            throw Failure(L"the read cache delivered more than the " + std::to_wstring(expectedBytes) +
+                          L" bytes the list names");
+        filled += length, delivered += length;
+        if (filled == capacity) target.Take(filled), buffer = nullptr;
+    }
+    if (buffer && filled != 0) target.Take(filled);
+    return delivered;
+}
+
+DepthReading ReadCache::Stream(Disk &disk, const std::wstring &listPath, const std::wstring &metadataPath,
+                               uint64_t expectedBytes, Target &target) {
     diskReadContextStruct &ctx = *context_;
     diskBroker &broker = service_.Broker();
     DeleteIfExists(metadataPath);  // the export refuses to overwrite
@@ -83,23 +134,7 @@ DepthReading ReadCache::Stream(Disk &disk, const std::wstring &listPath, const s
         throw Failure(L"the read pass could not start with the list '" + listPath + L"' (" + ResultText(started) + L")");
     }
     auto close = skclass::MakeScopeExit([&] { broker.closeReadCacheThread(&ctx); });
-    std::vector<uint8_t> chunk(static_cast<size_t>(tuning_.bufferKB) * 1024);
-    uint64_t delivered = 0;
-    for (;;) {
-        ThrowIfInterrupted(L"reading '" + disk.Path() + L"'");
-        unsigned int length = static_cast<unsigned int>(chunk.size());
-        const long result = broker.GetDiskCacheBuffer(&ctx, chunk.data(), &length);
-        if (result == kEndOfData) break;
-        if (result != 0)
-            throw Failure(L"reading '" + disk.Path() + L"' failed: " +
-                          (ctx.errorText.empty() ? std::wstring(L"see the log") : std::wstring(ctx.errorText)) + L" (" +
-                          ResultText(result) + L")");
-        if (length > chunk.size() || delivered + length > expectedBytes)
-            throw Failure(L"the read cache delivered more than the " + std::to_wstring(expectedBytes) +
-                          L" bytes the list names");
-        sink(chunk.data(), length);
-        delivered += length;
-    }
+    const uint64_t delivered = Drain(disk, expectedBytes, target);
     if (delivered != expectedBytes)
         throw Failure(L"the read cache delivered " + std::to_wstring(delivered) + L" bytes, the list names " +
                       std::to_wstring(expectedBytes));

@@ -24,6 +24,16 @@ struct CacheTuning {
 class ReadCache {
 public:
     using Sink = std::function<void(const uint8_t *data, size_t length)>;
+    // Buffers the caller lends the pass: the cache copies straight into them,
+    // so data bound for worker threads is not copied a second time.
+    class Target {
+    public:
+        virtual ~Target() = default;
+        // A buffer for the next bytes of the stream, and its size.
+        virtual uint8_t *Borrow(size_t *capacity) = 0;
+        // The borrowed buffer holds the next length bytes: full, or the last.
+        virtual void Take(size_t length) = 0;
+    };
 
     ReadCache(Service &service, const CacheTuning &tuning);
     ~ReadCache();
@@ -36,8 +46,14 @@ public:
     // expectedBytes. Returns the reading of the depth histogram.
     DepthReading Stream(Disk &disk, const std::wstring &listPath, const std::wstring &metadataPath,
                         uint64_t expectedBytes, const Sink &sink);
+    // The same pass into the target's buffers, each filled before it is taken.
+    DepthReading Stream(Disk &disk, const std::wstring &listPath, const std::wstring &metadataPath,
+                        uint64_t expectedBytes, Target &target);
 
 private:
+    // Copies the pass into target until the end of data; returns the bytes.
+    uint64_t Drain(Disk &disk, uint64_t expectedBytes, Target &target);
+
     Service &service_;
     CacheTuning tuning_;
     std::unique_ptr<diskReadContextStruct> context_;

@@ -67,9 +67,13 @@ void File::WriteAt(uint64_t offset, const void *data, size_t length) {
         const DWORD step = static_cast<DWORD>(length < kMaxIo ? length : kMaxIo);
         OVERLAPPED where = At(offset);
         DWORD written = 0;
-        if (!WriteFile(handle_.get(), bytes, step, &written, &where) || written != step)
+        if (!WriteFile(handle_.get(), bytes, step, &written, &where))
             ThrowLastError(L"cannot write to '" + path_ + L"'");
-        bytes += step, offset += step, length -= step;
+        // A short write (Wine passes on the host's, as the disk fills) is
+        // retried for the rest, which then reports the real error.
+        if (written == 0)
+            throw Failure(L"cannot write to '" + path_ + L"': nothing was written at offset " + std::to_wstring(offset));
+        bytes += written, offset += written, length -= written;
     }
 }
 

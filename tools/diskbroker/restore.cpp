@@ -8,13 +8,13 @@
 #include "extents.h"
 #include "files.h"
 #include "guard.h"
-#include "hash_thread.h"
 #include "image_check.h"
 #include "interrupt.h"
 #include "manifest.h"
 #include "progress.h"
 #include "resume.h"
 #include "sha256.h"
+#include "stream_stages.h"
 #include "target_mark.h"
 #include "transfer.h"
 
@@ -123,8 +123,8 @@ void ReadBack(Job &job, const CacheTuning &tuning, const RestoreRequest &request
     SaveChangeList(list.Path(), ranges, capacity);
     Progress progress(L"verify", TotalBytes(ranges), request.showProgress);
     Sha256 sha;
-    HashThread hasher([&](const uint8_t *data, size_t length) { sha.Update(data, length); },
-                      static_cast<size_t>(tuning.bufferKB) * 1024);
+    StreamStages hasher({[&](const uint8_t *data, size_t length) { sha.Update(data, length); }},
+                        static_cast<size_t>(tuning.bufferKB) * 1024, 4);
     ReadCache cache(job.Broker(), tuning);
     cache.Stream(disk, list.Path(), metadata.Path(), TotalBytes(ranges), [&](const uint8_t *data, size_t length) {
         hasher.Put(data, length);
