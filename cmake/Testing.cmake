@@ -42,6 +42,25 @@ function(diskbroker_add_test name)
   endif()
 endfunction()
 
+# diskbroker_add_wine_script(<name> <script> <program target> [ARGS ...]
+#                            [FIXTURES ...] [PROPERTIES ...])
+# A shell script that drives a Windows program through the Wine harness, run as
+# <script> <wine run.sh> <program> [ARGS...] in the prefix fixture (and FIXTURES).
+function(diskbroker_add_wine_script name script program)
+  if(NOT CMAKE_CROSSCOMPILING)
+    return()
+  endif()
+  cmake_parse_arguments(S "" "" "ARGS;FIXTURES;PROPERTIES" ${ARGN})
+  set(fixtures wine ${S_FIXTURES})
+  add_test(NAME ${name}
+           COMMAND ${script} ${CMAKE_SOURCE_DIR}/cmake/wine/run.sh $<TARGET_FILE:${program}> ${S_ARGS})
+  set_tests_properties(${name} PROPERTIES
+    TIMEOUT ${DISKBROKER_TEST_TIMEOUT}
+    FIXTURES_REQUIRED "${fixtures}"
+    ENVIRONMENT "DISKBROKER_WINEPREFIX=${DISKBROKER_WINEPREFIX}"
+    ${S_PROPERTIES})
+endfunction()
+
 # Adds every immediate subfolder of the current folder that has a CMakeLists.txt,
 # so each area owns its folder without editing a shared list.
 function(diskbroker_add_child_dirs)
