@@ -8,35 +8,15 @@
 # removed by the next run. Failures end with exit 1 and a message and leave no
 # snapshot; the password reaches no output and no log.
 # usage: vm_backup_live.sh <wine run.sh> <diskbroker.exe> <simulator state folder>
-set -eu
-run=$1
-tool=$2
+. "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 sim=$3
 if [ ! -s "$sim/url.txt" ]; then echo "the vSphere simulator is not running (no Go?)"; exit 77; fi
 url=$(head -n1 "$sim/url.txt")
 server=${url#https://}
 server=${server%/sdk}
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
 DISKBROKER_PASSWORD=Sim-Pass1
 VDDKSIM_REMOTE_ROOT="Z:$sim/datastores"
 export DISKBROKER_PASSWORD VDDKSIM_REMOTE_ROOT
-# check <exit code> <pattern> <stream: out|err> <arguments...>
-check() {
-    code=$1 pattern=$2 stream=$3
-    shift 3
-    set +e
-    "$run" "$tool" "$@" > out.txt 2> err.txt
-    rc=$?
-    set -e
-    cat out.txt err.txt >> all.txt
-    if [ "$rc" != "$code" ] || ! grep -q -- "$pattern" "$stream.txt"; then
-        echo "expected exit $code and '$pattern' on std$stream from: diskbroker $*; got exit $rc"
-        cat out.txt err.txt
-        exit 1
-    fi
-}
 # The local file of the VM's first disk, from the datastore path vm-info shows.
 disk_of() {
     check 0 '^disk: ' out vm-info --server "$server" --vm "$1"

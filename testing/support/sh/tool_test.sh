@@ -1,7 +1,7 @@
 # The start every shell test of the program shares, sourced as its first
 # command: strict mode; the Wine runner and the program under test from the
 # arguments; a private work folder, made current and removed at exit; and db
-# to run the program.
+# to run the program; check to run it expecting an exit code and a pattern.
 # usage: . "$(dirname "$0")/../../testing/support/sh/tool_test.sh"   (args: <wine run.sh> <program>)
 set -eu
 run=$1
@@ -10,3 +10,19 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 db() { "$run" "$tool" "$@"; }
+# check <exit code> <pattern> <stream: out|err> <arguments...>: the run's output
+# stays in out.txt and err.txt, and is added to all.txt (the whole transcript).
+check() {
+    code=$1 pattern=$2 stream=$3
+    shift 3
+    set +e
+    "$run" "$tool" "$@" > out.txt 2> err.txt
+    rc=$?
+    set -e
+    cat out.txt err.txt >> all.txt
+    if [ "$rc" != "$code" ] || ! grep -q -- "$pattern" "$stream.txt"; then
+        echo "expected exit $code and '$pattern' on std$stream from: diskbroker $*; got exit $rc"
+        cat out.txt err.txt
+        exit 1
+    fi
+}
