@@ -25,6 +25,10 @@ qemu-io -f vmdk -c 'write -P 0xa1 0 12M' -c 'write -P 0xa2 20M 5M' -c 'write -P 
 qemu-img convert -f vmdk -O raw disk.vmdk disk.raw
 sha=$(sha256sum disk.raw | cut -d' ' -f1)
 
+# Working files a stopped backup leaves anywhere but in its state folder (the
+# prefix's Temp, shared by every test) would pile up run after run.
+strays() { find "$DISKBROKER_WINEPREFIX/drive_c/users" -name 'diskbroker-*.left.xml' -newer disk.raw 2>/dev/null; }
+
 expect_exit 2 db backup disk.vmdk img.raw --stop-after 1000
 expect_exit 9 db backup disk.vmdk img.raw --resume state --stop-after 10000000
 grep -q 'stopped hard after' last.out
@@ -40,6 +44,8 @@ cmp disk.raw img.raw
 grep -q "^stream $sha\$" img.raw.manifest
 grep -q '^extent 0 33554432 ' img.raw.manifest
 echo "backup: stopped at $1 sectors, resumed for the other $2; the image is qemu's raw view"
+stray=$(strays)
+test -z "$stray" || { echo "a stopped backup left working files outside its state folder: $stray"; exit 1; }
 
 db backup disk.vmdk img.raw --resume state > again.out
 grep -q '^resume: extents 0, sectors asked 65536, already committed 65536, left 0$' again.out

@@ -38,6 +38,9 @@ public:
     void End();
     // Drops every commit (what they describe is gone) and starts afresh.
     void Forget();
+    // A working file of this job, kept in the state folder so that a run killed
+    // half-way leaves nothing behind anywhere else.
+    std::wstring WorkFile(const std::wstring &name) const { return folder_ + L"\\" + name; }
 
 private:
     void Call(int result, const std::wstring &what) const;

@@ -134,12 +134,12 @@ TransferResult ResumableBackup(Job &job, const CacheTuning &tuning, const Backup
     if (!left.empty()) {
         // The pass exports the metadata again, into a file it must create.
         DeleteIfExists(MetadataPathFor(request.image));
-        TempPath list(L".left.xml");
-        SaveChangeList(list.Path(), left, info.capacityBytes);
+        const std::wstring list = book.WorkFile(L"pass.xml");
+        SaveChangeList(list, left, info.capacityBytes);
         StopSwitch stop(request.stopAfterBytes);
         ResumingImageWriter writer(image, left, book, progress, stop);
         ReadCache cache(job.Broker(), tuning);
-        result.depth = cache.Stream(disk, list.Path(), MetadataPathFor(request.image), TotalBytes(left),
+        result.depth = cache.Stream(disk, list, MetadataPathFor(request.image), TotalBytes(left),
                                     [&](const uint8_t *data, size_t length) { writer.Take(data, length); });
         writer.CommitPending();
     }
