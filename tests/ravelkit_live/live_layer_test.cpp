@@ -55,8 +55,18 @@ protected:
         diskBroker::ReleaseInstance();
         skclass::ReleaseSingleton("vmToolsLoader");
         skclass::SetTimeScale(1.0);
+        EXPECT_TRUE(Unloaded(install.Path() + L"\\ravelkit.dll")) << "the client stays loaded once the layer lets it go";
         for (const std::wstring &line : log.Lines())
             EXPECT_EQ(std::wstring::npos, line.find(Widen(livetest::kPassword))) << std::string(line.begin(), line.end());
+    }
+    // The last request's thread gives its reference back as it leaves, which
+    // can come a moment after the layer's own.
+    static bool Unloaded(const std::wstring &path) {
+        for (int waitedMs = 0; GetModuleHandleW(path.c_str()); waitedMs += 10) {
+            if (waitedMs >= 10000) return false;
+            Sleep(10);
+        }
+        return true;
     }
     uint32_t Connect(const wchar_t *password) {
         return vddkConnectToVMWareServer(server.c_str(), Widen(livetest::kUser).c_str(), password, &wrapper, &session);

@@ -165,9 +165,11 @@ DWORD WINAPI ExchangeThread(void *parameter) {
     DWORD failure = 0;
     if (!Exchange1(x, failure)) x.failure = failure ? failure : ERROR_WINHTTP_INTERNAL_ERROR;
     SetEvent(x.done.get());
+    // The reference to give back is the one Post took for this thread; taking
+    // another here would keep the library loaded for good.
     HMODULE self = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<const wchar_t *>(&ExchangeThread),
-                       &self);
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<const wchar_t *>(&ExchangeThread), &self);
     shared.reset();
     FreeLibraryAndExitThread(self, 0);
 }
