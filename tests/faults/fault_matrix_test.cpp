@@ -7,6 +7,7 @@
 
 #include <vddksim.h>
 
+#include "fault_matrix.h"
 #include "readcache_fixture.h"
 
 namespace faulttest {
@@ -23,15 +24,7 @@ using readcachetest::ModelName;
 using readcachetest::Stream;
 
 constexpr long kWriteFailed = static_cast<long>(0xE0009579u);
-constexpr uint32_t kAlways = 1000000;
-constexpr uint32_t kSlowMicroseconds = 200000;
 constexpr uint64_t kDiskBytes = 131072;  // two 64 KB buffers
-
-enum class Fault { Once, Always, Slow };
-const Fault kFaults[] = {Fault::Once, Fault::Always, Fault::Slow};
-const char *FaultName(Fault fault) {
-    return fault == Fault::Once ? "once" : fault == Fault::Always ? "always" : "slow";
-}
 
 class FaultMatrixTest : public readcachetest::ReadCacheTest, public ::testing::WithParamInterface<Model> {
 protected:
@@ -39,15 +32,7 @@ protected:
         ReadCacheTest::SetUp();
         StartService(GetParam());
     }
-    void Inject(const char *function, Fault fault) {
-        sim.VddkSim_Reset();
-        if (fault == Fault::Slow)
-            ASSERT_EQ(sim.VddkSim_SetLatency(function, kSlowMicroseconds), 1);
-        else
-            ASSERT_EQ(sim.VddkSim_ScriptResult(function, fault == Fault::Once ? 1 : kAlways, VIX_E_DISK_NOIO, nullptr,
-                                               VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR),
-                      1);
-    }
+    void Inject(const char *function, Fault fault) { ASSERT_TRUE(faulttest::Inject(sim, function, fault)); }
     // One read pass over the first kDiskBytes of path; the stream's result.
     long ReadPass(const std::string &path, Stream &stream) {
         _vixReadWriteHandle *handle = OpenDisk(path);
