@@ -5,11 +5,14 @@
 
 #include <charconv>
 #include <memory>
+#include <new>
 #include <string>
 
 #include <skclass_mini/handles.h>
 #include <skstdutl/sklog.h>
 #include <skxml/xmlreader.h>
+
+#include "sector_listscan.h"
 
 namespace sectormgr {
 
@@ -123,10 +126,33 @@ bool ChangeListRuns(CXmlReader &reader, const std::wstring &path, SectorRuns &as
     return true;
 }
 
+bool ScanChangeListFile(const std::wstring &path, SectorRuns &asked, uint64_t &extents) {
+    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                         FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    LARGE_INTEGER size = {};
+    // Past this size XmlLite's own limits (32-bit offsets into its text) may
+    // refuse what the scan would take; it decides alone there.
+    if (!file || !GetFileSizeEx(file.get(), &size) || size.QuadPart < 0 ||
+        static_cast<uint64_t>(size.QuadPart) > kPlainListBytes)
+        return false;
+    const size_t bytes = static_cast<size_t>(size.QuadPart);
+    std::unique_ptr<char[]> text(new (std::nothrow) char[bytes + 1]);
+    if (!text) return false;
+    size_t got = 0;
+    DWORD read = 0;
+    // One byte more than the size asked for: a file that grew meanwhile is not taken whole.
+    while (got <= bytes && ReadFile(file.get(), text.get() + got, static_cast<DWORD>(bytes + 1 - got), &read, nullptr) &&
+           read > 0)
+        got += read;
+    return got == bytes && ScanPlainChangeList(text.get(), text.get() + bytes, asked, extents);
+}
+
 bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents) {
-    CXmlReader reader;
     SectorRuns runs;
-    if (!LoadChangeList(path, reader) || !ChangeListRuns(reader, path, runs, extents)) return false;
+    if (!ScanChangeListFile(path, runs, extents)) {
+        CXmlReader reader;
+        if (!LoadChangeList(path, reader) || !ChangeListRuns(reader, path, runs, extents)) return false;
+    }
     asked.Add(std::move(runs));
     return true;
 }

@@ -24,7 +24,14 @@ namespace sectormgr {
 [[nodiscard]] bool ChangeListRuns(CXmlReader &reader, const std::wstring &path, SectorRuns &asked,
                                   uint64_t &extents);
 
-// Both of the above, the runs merged into asked.
+// The list at path read as ScanPlainChangeList reads bytes, when it is of that
+// plain shape and small enough to hold whole (kPlainListBytes); false, nothing
+// logged and asked untouched, otherwise or when the file cannot be read: the
+// two above then read it and say what is wrong.
+constexpr uint64_t kPlainListBytes = uint64_t(1) << 30;
+[[nodiscard]] bool ScanChangeListFile(const std::wstring &path, SectorRuns &asked, uint64_t &extents);
+
+// The plain scan, else the XmlLite path; the runs merged into asked.
 [[nodiscard]] bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents);
 
 // Writes runs (merged, sorted) as a DiskChangeInfo file of one area over
