@@ -1,9 +1,9 @@
 #!/bin/sh
 # Builds a libFuzzer target natively (clang, AddressSanitizer and
 # UndefinedBehaviorSanitizer) from the parsers that need no Windows, seeds it
-# (descriptors qemu-img writes; extent-list numbers; commit-list lines), and runs it for a
-# bounded time. A crash fails the test; its input is printed by libFuzzer and
-# becomes a regression seed.
+# (descriptors qemu-img writes; extent-list numbers; commit-list lines; change
+# lists), and runs it for a bounded time. A crash fails the test; its input is
+# printed by libFuzzer and becomes a regression seed.
 # usage: run_fuzz.sh <source root> <seconds> <target: fuzz_<target>.cpp beside this script>
 set -eu
 root=$1
@@ -55,6 +55,23 @@ sector_lines)
     printf '\007%s' "99999999999999999999 1\n1 2 3\n\n12 4\r\n2 30" > corpus/torn
     # Once judged wrongly by this target: a line in order inside runs merged before.
     printf '\002%s' "6  8\n8  8\n8 5\n6  8\n" > corpus/inside
+    ;;
+sector_list)
+    broker=$root/engine/fsys/shared/diskbroker
+    clang++ $flags -I"$broker" "$broker/sector_listscan.cpp" "$root/tests/fuzz/fuzz_sector_list.cpp" -o "$work/fuzz"
+    cd "$work"
+    # As the library and the tool write lists, as the benches do, and the edges.
+    printf '%b' '<?xml version="1.0" encoding="UTF-8"?>\r\n<DiskChangeInfo><area startoffset="0" startlength="4096">' \
+        '<extent offset="512" length="1536"/><extent offset="0" length="100"/></area></DiskChangeInfo>\r\n' \
+        > corpus/written
+    printf '%b' '\0357\0273\0277<?xml version=\00471.0\0047 encoding="utf-8" standalone="yes" ?>\n<DiskChangeInfo>\n' \
+        ' <area startlength="1" >\n  <extent length = "1024" offset=\0047000512\0047 />\n </area >\n <area/>' \
+        '</DiskChangeInfo >\n' > corpus/spaced
+    printf '%b' '<DiskChangeInfo><area><extent offset="18446744073709551104" length="512"/>' \
+        '<!-- x --></area></DiskChangeInfo>' > corpus/refused
+    printf '%b' '<DiskChangeInfo><area><extent offset="1&#48;" length="5&amp;"/></area></DiskChangeInfo>' \
+        > corpus/references
+    printf '<DiskChangeInfo/>' > corpus/empty
     ;;
 sparse_image|local_chain)
     # Whole sparse files: a base, a child naming it, one with data grains, one
