@@ -168,6 +168,10 @@ private:
 
 bool ScanPlainChangeList(const char *begin, const char *end, SectorRuns &asked, uint64_t &extents) {
     const size_t had = asked.size();
+    // Room for as many extents as the bytes can hold (each takes 31 or more),
+    // so a million of them are not copied over and over while the vector
+    // grows; the pages of room left unused are never touched.
+    asked.reserve(had + static_cast<size_t>(end - begin) / 31);
     uint64_t count = 0;
     if (!PlainScan(begin, end).Document(asked, count)) {
         asked.resize(had);
