@@ -80,6 +80,10 @@ bool CXmlReader::LoadFile(const wchar_t *path) {
     return doc_->Loaded(skxml::ParseFileIntoTable(file.get(), doc_->table, doc_->error));
 }
 
+bool CXmlReader::LoadOpenFile(void *file) {
+    return doc_->Loaded(skxml::ParseFileIntoTable(file, doc_->table, doc_->error));
+}
+
 const std::wstring &CXmlReader::ErrorText() const { return doc_->error; }
 
 bool CXmlReader::SelectSingleNode(const wchar_t *name) {

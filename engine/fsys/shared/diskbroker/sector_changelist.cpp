@@ -76,6 +76,14 @@ private:
     bool ok_ = true;
 };
 
+// loaded, logged when false: the reader says why (cannot open, or where the XML breaks).
+bool Loaded(bool loaded, const std::wstring &path, const CXmlReader &reader) {
+    if (!loaded)
+        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: cannot load the change list '%s': %s", path.c_str(),
+                     reader.ErrorText().c_str());
+    return loaded;
+}
+
 void PutRuns(BufferedWriter &out, const SectorRuns &runs) {
     // No blanks between elements: every child the read cache visits is an element.
     out.Put("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo>");
@@ -101,11 +109,7 @@ void PutRuns(BufferedWriter &out, const SectorRuns &runs) {
 }  // namespace
 
 bool LoadChangeList(const std::wstring &path, CXmlReader &reader) {
-    if (reader.LoadFile(path.c_str())) return true;
-    // The reader says why: cannot open, or where the XML breaks.
-    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"DataSetSectorManager: cannot load the change list '%s': %s", path.c_str(),
-                 reader.ErrorText().c_str());
-    return false;
+    return Loaded(reader.LoadFile(path.c_str()), path, reader);
 }
 
 bool ChangeListRuns(CXmlReader &reader, const std::wstring &path, SectorRuns &asked, uint64_t &extents) {
@@ -126,33 +130,37 @@ bool ChangeListRuns(CXmlReader &reader, const std::wstring &path, SectorRuns &as
     return true;
 }
 
-bool ScanChangeListFile(const std::wstring &path, SectorRuns &asked, uint64_t &extents) {
-    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                         FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+bool ScanChangeListFile(void *file, SectorRuns &asked, uint64_t &extents) {
     LARGE_INTEGER size = {};
     // Past this size XmlLite's own limits (32-bit offsets into its text) may
     // refuse what the scan would take; it decides alone there.
-    if (!file || !GetFileSizeEx(file.get(), &size) || size.QuadPart < 0 ||
+    if (GetFileType(file) != FILE_TYPE_DISK || !GetFileSizeEx(file, &size) || size.QuadPart < 0 ||
         static_cast<uint64_t>(size.QuadPart) > kPlainListBytes)
         return false;
     const size_t bytes = static_cast<size_t>(size.QuadPart);
     std::unique_ptr<char[]> text(new (std::nothrow) char[bytes + 1]);
-    if (!text) return false;
     size_t got = 0;
     DWORD read = 0;
     // One byte more than the size asked for: a file that grew meanwhile is not taken whole.
-    while (got <= bytes && ReadFile(file.get(), text.get() + got, static_cast<DWORD>(bytes + 1 - got), &read, nullptr) &&
-           read > 0)
+    while (text && got <= bytes &&
+           ReadFile(file, text.get() + got, static_cast<DWORD>(bytes + 1 - got), &read, nullptr) && read > 0)
         got += read;
-    return got == bytes && ScanPlainChangeList(text.get(), text.get() + bytes, asked, extents);
+    if (text && got == bytes && ScanPlainChangeList(text.get(), text.get() + bytes, asked, extents)) return true;
+    const LARGE_INTEGER start = {};
+    SetFilePointerEx(file, start, nullptr, FILE_BEGIN);  // never fails on a disk file
+    return false;
 }
 
 bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents) {
     SectorRuns runs;
-    if (!ScanChangeListFile(path, runs, extents)) {
-        CXmlReader reader;
-        if (!LoadChangeList(path, reader) || !ChangeListRuns(reader, path, runs, extents)) return false;
-    }
+    CXmlReader reader;
+    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                         FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    const bool scanned = file && ScanChangeListFile(file.get(), runs, extents);
+    // Not open: XmlLite's path tries again and says why it cannot.
+    if (!scanned && (!Loaded(file ? reader.LoadOpenFile(file.get()) : reader.LoadFile(path.c_str()), path, reader) ||
+                     !ChangeListRuns(reader, path, runs, extents)))
+        return false;
     asked.Add(std::move(runs));
     return true;
 }

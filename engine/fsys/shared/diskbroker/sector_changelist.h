@@ -24,14 +24,16 @@ namespace sectormgr {
 [[nodiscard]] bool ChangeListRuns(CXmlReader &reader, const std::wstring &path, SectorRuns &asked,
                                   uint64_t &extents);
 
-// The list at path read as ScanPlainChangeList reads bytes, when it is of that
-// plain shape and small enough to hold whole (kPlainListBytes); false, nothing
-// logged and asked untouched, otherwise or when the file cannot be read: the
-// two above then read it and say what is wrong.
+// The open list (a HANDLE with read access) read as ScanPlainChangeList reads
+// bytes, when it is a disk file of that plain shape and small enough to hold
+// whole (kPlainListBytes). Otherwise false, nothing logged, asked untouched and
+// the file back at its start (a pipe is not read at all), for the XmlLite path
+// to read it and say what is wrong.
 constexpr uint64_t kPlainListBytes = uint64_t(1) << 30;
-[[nodiscard]] bool ScanChangeListFile(const std::wstring &path, SectorRuns &asked, uint64_t &extents);
+[[nodiscard]] bool ScanChangeListFile(void *file, SectorRuns &asked, uint64_t &extents);
 
-// The plain scan, else the XmlLite path; the runs merged into asked.
+// The plain scan, else the XmlLite path, over one open of path (a list on a
+// pipe can be opened once only); the runs merged into asked.
 [[nodiscard]] bool ReadChangeList(const std::wstring &path, SectorRunSet &asked, uint64_t &extents);
 
 // Writes runs (merged, sorted) as a DiskChangeInfo file of one area over

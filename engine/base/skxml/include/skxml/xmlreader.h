@@ -24,6 +24,9 @@ public:
     bool LoadXML(const wchar_t *text, size_t length);
     bool LoadUtf8(const char *text, size_t length);
     bool LoadFile(const wchar_t *path);  // encoding from the document (BOM / declaration)
+    // The same from a file (or pipe) the caller has open (a HANDLE), read from
+    // its current position; the handle stays the caller's.
+    bool LoadOpenFile(void *file);
     // "line L, column C: <XmlLite error>" of the last failed load; empty after success.
     const std::wstring &ErrorText() const;
 
