@@ -154,7 +154,9 @@ bool TimeQueryParts(const Bench &bench, Times &times) {
     double t = Now();
     sectormgr::SectorRuns extents;
     uint64_t count = 0;
-    if (!sectormgr::ScanChangeListFile(bench.list, extents, count)) return false;
+    skclass::UniqueFile list(CreateFileW(bench.list.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                         FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    if (!sectormgr::ScanChangeListFile(list.get(), extents, count)) return false;
     times.scan.push_back(Now() - t);
     t = Now();
     sectormgr::SectorRunSet asked;

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <dbtest/temp_dir.h>
+#include <skclass_mini/handles.h>
 #include <skstdutl/sklog.h>
 #include <skxml/xmlreader.h>
 
@@ -28,19 +29,26 @@ struct Reading {
     uint64_t extents = 0;
 };
 
+::testing::AssertionResult SameRuns(const SectorRuns &a, const SectorRuns &b) {
+    if (a.size() != b.size()) return ::testing::AssertionFailure() << a.size() << " runs against " << b.size();
+    for (size_t i = 0; i < a.size(); ++i)
+        if (a[i].first != b[i].first || a[i].last != b[i].last) return ::testing::AssertionFailure() << "run " << i;
+    return ::testing::AssertionSuccess();
+}
+
 class ListScanTest : public ::testing::Test {
 protected:
     void SetUp() override { SK_SetLogFilePath(L""); }
 
     // XmlLite's reading of text as a file.
-    Reading Slow(const std::string &text, std::string &error) {
+    Reading Slow(const std::string &text, std::wstring &error) {
         const std::wstring path = dir.File(L"list.xml");
         WriteBytes(path, text);
         Reading slow;
         CXmlReader reader;
         slow.ok = sectormgr::LoadChangeList(path, reader) &&
                   sectormgr::ChangeListRuns(reader, path, slow.runs, slow.extents);
-        error.assign(reader.ErrorText().begin(), reader.ErrorText().end());
+        error = reader.ErrorText();
         return slow;
     }
 
@@ -51,14 +59,15 @@ protected:
         const std::wstring path = dir.File(L"list.xml");
         WriteBytes(path, text);
         Reading fast;
-        if (!sectormgr::ScanChangeListFile(path, fast.runs, fast.extents)) return false;
-        std::string error;
+        skclass::UniqueFile file(
+            CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+        if (!sectormgr::ScanChangeListFile(file.get(), fast.runs, fast.extents)) return false;
+        file.reset();
+        std::wstring error;
         const Reading slow = Slow(text, error);
         EXPECT_TRUE(slow.ok) << text << "\nXmlLite: " << error;
         EXPECT_EQ(fast.extents, slow.extents) << text;
-        EXPECT_EQ(fast.runs.size(), slow.runs.size()) << text;
-        for (size_t i = 0; i < fast.runs.size() && i < slow.runs.size(); ++i)
-            EXPECT_TRUE(fast.runs[i].first == slow.runs[i].first && fast.runs[i].last == slow.runs[i].last) << text;
+        EXPECT_TRUE(SameRuns(fast.runs, slow.runs)) << text;
         return true;
     }
 
@@ -122,7 +131,7 @@ protected:
 TEST_F(ListScanTest, TakesEveryPlainSpellingAndReadsItAsXmlLiteDoes) {
     for (int i = 0; i < 300; ++i) {
         const std::string text = PlainList(unsigned(random() % 4), unsigned(random() % 5));
-        std::string error;
+        std::wstring error;
         // The only plain lists XmlLite's path refuses end past 2^64; the scan leaves those to it.
         EXPECT_EQ(Compare(text), Slow(text, error).ok) << text << "\nXmlLite: " << error;
     }
@@ -143,7 +152,8 @@ TEST_F(ListScanTest, DamagedListsAreLeftToXmlLiteOrReadAsItReadsThem) {
     const std::vector<std::string> inserts = {
         "<!-- x -->", "&amp;", "&#49;", "<![CDATA[1]]>", "<?pi x?>", "<!DOCTYPE DiskChangeInfo>", "<x/>",
         " extra=\"1\"", "99999999999999999999", " offset=\"1\"", "\"", "'", "=", "/", ">", "<", "\xEF\xBB\xBF",
-        "-", "+", " ", "a", std::string(1, '\0'), "\xC3\xA9", "</area>", "<area>", "<extent offset=\"0\" length=\"512\"/>"};
+        "-", "+", " ", "a", std::string(1, '\0'), "\xC3\xA9", "</area>", "<area>",
+        "<extent offset=\"0\" length=\"512\"/>"};
     for (int i = 0; i < 600; ++i) {
         std::string text = list;
         const size_t at = random() % (text.size() + 1);
@@ -168,6 +178,24 @@ TEST_F(ListScanTest, NumbersAtTheEdgesOfSixtyFourBitsAndWithReferences) {
     EXPECT_FALSE(Compare(list(" 512", "512")));  // XmlLite's path takes blanks; the scan leaves it to it
     for (const char *reference : {"1&#48;", "&#49;024", "5&amp;"}) EXPECT_FALSE(Compare(list(reference, "512")));
     EXPECT_TRUE(Compare(list("000000000000000000000512", "512")));
+}
+
+// The query's reading: what the scan gives up, XmlLite reads from the same open file.
+TEST_F(ListScanTest, WhatTheScanLeavesXmlLiteReadsWhole) {
+    const char *texts[] = {"<DiskChangeInfo><!-- c --><area><extent offset='1024' length='1536'/></area>"
+                           "<area><extent offset=' 0' length='&#49;024'/></area></DiskChangeInfo>",
+                           "<DiskChangeInfo><area><extent offset='0' length='1024'/></area></DiskChangeInfo>"};
+    for (const std::string text : texts) {
+        std::wstring error;
+        const Reading slow = Slow(text, error);
+        sectormgr::SectorRunSet read;
+        uint64_t extents = 0;
+        ASSERT_TRUE(sectormgr::ReadChangeList(dir.File(L"list.xml"), read, extents)) << text;
+        sectormgr::SectorRunSet expected;
+        expected.Add(slow.runs);
+        EXPECT_EQ(extents, slow.extents) << text;
+        EXPECT_TRUE(SameRuns(read.Runs(), expected.Runs())) << text;
+    }
 }
 
 }  // namespace
