@@ -97,7 +97,7 @@ protected:
             "", "\xEF\xBB\xBF", "<?xml version=\"1.0\"?>\n", "\xEF\xBB\xBF<?xml version='1.0' encoding='utf-8'?>",
             "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\" ?>\r\n",
             "<?xml  version = \"1.0\"\tstandalone='yes'?>"};
-        const std::vector<std::string> space = {"", " ", "\r\n", "\n\t "};
+        const std::vector<std::string> space = {"", " ", "\r\n", "\n\t ", "\r"};
         const std::string prolog = Pick(prologs);
         // Blanks before the root only after a declaration: Wine's XmlLite finds no root after others.
         std::string text = prolog + (prolog.find('<') == std::string::npos ? "" : Pick(space)) + "<DiskChangeInfo" +
