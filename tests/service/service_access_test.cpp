@@ -37,7 +37,7 @@ TEST_P(AccessTest, ConnectExAlwaysCleansUpFirstAndDisconnectRoutes) {
     EXPECT_EQ(service->VixDiskLib_ConnectEx(&local, 1, nullptr, "file", &connection), VixError(VIX_OK));
     EXPECT_EQ(Calls("VixDiskLib_Cleanup"), 1u);
     EXPECT_EQ(Calls("VixDiskLib_ConnectEx"), 1u);
-    EXPECT_EQ(LastArg("transportModes"), "file");
+    EXPECT_EQ(sim.LastArg("transportModes"), "file");
     ASSERT_NE(connection, nullptr);
     EXPECT_EQ(service->VixDiskLib_Disconnect(connection, &local), VixError(VIX_OK));
     EXPECT_EQ(Calls("VixDiskLib_Disconnect"), 1u);
@@ -71,7 +71,7 @@ TEST_P(AccessTest, PrepareSucceedsAtOnce) {
     EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
     EXPECT_EQ(Calls(kPrepare), 1u);
     EXPECT_EQ(Calls(kEnd), 0u);
-    EXPECT_EQ(LastArg("identity"), kIdentity);
+    EXPECT_EQ(sim.LastArg("identity"), kIdentity);
 }
 
 TEST_P(AccessTest, NullVmxSpecCallsNothing) {

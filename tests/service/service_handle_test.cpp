@@ -177,7 +177,7 @@ TEST_F(SharePathTest, ASharePathIsOpenedUnderTheCallersToken) {
     RevertToSelf();
     EXPECT_NE(result, VixError(VIX_OK)) << "no such share";
     EXPECT_EQ(handle, nullptr);
-    EXPECT_FALSE(LastArg("user.VixDiskLib_Open").empty()) << "the worker impersonated the job thread for the open";
+    EXPECT_FALSE(sim.LastArg("user.VixDiskLib_Open").empty()) << "the worker impersonated the job thread for the open";
     EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(result) + L"' Error: '" +
                              std::to_wstring(static_cast<long long>(result)) + L"'"))
         << "a share path always asks the remote-parent mapping";
@@ -189,7 +189,7 @@ TEST_F(SharePathTest, ALocalPathIsOpenedWithoutImpersonation) {
     _vixReadWriteHandle *handle = nullptr;
     wcstring mode;
     ASSERT_EQ(service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &handle, mode), VixError(VIX_OK));
-    EXPECT_EQ(LastArg("user.VixDiskLib_Open"), "");
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), "");
     EXPECT_EQ(log.Count(L"vixWorkerThread::::SKWT_VixDiskLib_Open: Failed to duplicate main job thread token "), 0u);
     EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
 }

@@ -18,13 +18,6 @@ protected:
     void ScriptVddk(const char *function, uint32_t count, VixError result) {
         vddk.VddkSim_ScriptResult(function, count, result, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
     }
-    std::string VddkArg(const char *key) {
-        std::string value(vddk.VddkSim_LastArg(key, nullptr, 0), '\0');
-        if (value.empty()) return value;
-        vddk.VddkSim_LastArg(key, &value[0], value.size());
-        value.pop_back();
-        return value;
-    }
     wcstring vddkLog;
 };
 
@@ -34,7 +27,7 @@ TEST_F(AccessTest, VcenterLocksAndReleasesTheVmByItsMoRef) {
     AccessCounts(kVmSpec, prepared, ended);
     EXPECT_EQ(prepared, 1u);
     EXPECT_EQ(ended, 0u);
-    EXPECT_EQ(VddkArg("identity"), "backup job 7");
+    EXPECT_EQ(vddk.LastArg("identity"), "backup job 7");
     EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Getting moRef for VM 'web01'"));
     EXPECT_NE(sim.Query("journal").find("vmcGetObjDetails thread="), std::string::npos);
     EXPECT_EQ(Lock(false), dbresult::kOk);

@@ -162,7 +162,7 @@ TEST_F(WriteCacheTest, TheWriterRunsAboveNormalPriorityUnderTheJobsToken) {
     StartPass(8 * 512);
     EXPECT_EQ(Put(0, 8), 0);
     EXPECT_EQ(Close(), 0);
-    EXPECT_FALSE(LastArg("user.VixDiskLib_Write").empty()) << "the write ran under the job thread's token";
+    EXPECT_FALSE(sim.LastArg("user.VixDiskLib_Write").empty()) << "the write ran under the job thread's token";
 }
 
 }  // namespace
