@@ -114,21 +114,6 @@ TEST_P(AccessTest, PrepareRetriesTenTimesAndTheLastEndAccessDecides) {
     EXPECT_FALSE(log.Contains(L"Masking the last error from VixDiskLib_PrepareForAccess()."));
 }
 
-TEST_P(AccessTest, PrepareThatNeverSucceedsReportsSuccessWhenTheLastEndAccessDid) {
-    Script(kPrepare, 10, VIX_E_DISK_INVAL);
-    EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
-    EXPECT_EQ(Calls(kPrepare), 10u);
-    EXPECT_EQ(Calls(kEnd), 10u);
-}
-
-TEST_P(AccessTest, PrepareSucceedsOnTheSecondAttempt) {
-    Script(kPrepare, 1, VIX_E_DISK_INVAL);
-    EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
-    EXPECT_EQ(Calls(kPrepare), 2u);
-    EXPECT_EQ(Calls(kEnd), 1u);
-    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 1000u);
-}
-
 TEST_P(AccessTest, EndAccessRetriesAndMasksEveryFailure) {
     Script(kEnd, 10, VIX_E_DISK_INVAL);
     EXPECT_EQ(service->VixDiskLib_EndAccess(&machine.params, kIdentity), VixError(VIX_OK));

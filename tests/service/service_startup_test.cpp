@@ -103,11 +103,6 @@ TEST_F(ServiceTest, ExitReleasesOnceAndVddkExitsOnce) {
     }
 }
 
-TEST_F(ServiceTest, DestructorExitsVddk) {
-    Start().reset();
-    EXPECT_EQ(Calls("VixDiskLib_Exit"), 1u);
-}
-
 TEST_F(ServiceTest, GetInstanceConstructsOnceUntilReleased) {
     auto first = diskBroker::GetInstance();
     auto second = diskBroker::GetInstance();
