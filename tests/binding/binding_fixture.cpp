@@ -65,13 +65,4 @@ void BindingTest::SetLogLevel(DWORD mask) {
     return ::testing::AssertionSuccess();
 }
 
-std::string BindingTest::LastArg(const char *key) const {
-    const size_t needed = sim.VddkSim_LastArg(key, nullptr, 0);
-    if (needed == 0) return std::string();
-    std::string value(needed, '\0');
-    sim.VddkSim_LastArg(key, &value[0], needed);
-    value.resize(needed - 1);
-    return value;
-}
-
 }  // namespace bindingtest

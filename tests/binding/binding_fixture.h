@@ -58,7 +58,6 @@ protected:
     // Pins the stand-in module that a binding loaded (so counts outlive the
     // binding) and loads its control interface.
     ::testing::AssertionResult Attach(HMODULE loadedDiskLib);
-    std::string LastArg(const char *key) const;
     uint64_t Calls(const char *function) const { return sim.VddkSim_CallCount(function); }
 
     dbtest::RegistrySandbox registry;

@@ -2,8 +2,7 @@
 // stand-in: what is relinked and what is left alone, the failures that end in
 // 16030, and hostile disk files that must end in a log line, never a write.
 // (Whole chains read back and checked by qemu-img: qemu_relink.sh.)
-#include <fstream>
-#include <iterator>
+#include <dbtest/files.h>
 
 #include "../service/service_fixture.h"
 
@@ -11,16 +10,6 @@ namespace servicetest {
 namespace {
 
 constexpr VixError kChainNotRelinked = 16030;
-
-std::string ReadBytes(const std::wstring &path) {
-    std::ifstream in(path.c_str(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void WriteBytes(const std::wstring &path, const std::string &bytes) {
-    std::ofstream out(path.c_str(), std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), std::streamsize(bytes.size()));
-}
 
 void PutLe64(std::string &bytes, size_t at, uint64_t value) {
     for (int i = 0; i < 8; ++i) bytes[at + i] = char(value >> (8 * i));
@@ -53,8 +42,9 @@ protected:
         StartService(AllModels().front());
         ASSERT_TRUE(CreateDirectoryW(parentDir().c_str(), nullptr));
         ASSERT_TRUE(CreateDirectoryW(childDir().c_str(), nullptr));
-        WriteBytes(parent(), SparseFile(Descriptor("a1b2c3d4", "ffffffff", "")));
-        WriteBytes(child(), SparseFile(Descriptor("11112222", "a1b2c3d4", "..\\old\\disk.vmdk")));
+        EXPECT_TRUE(dbtest::WriteWholeFile(parent(), SparseFile(Descriptor("a1b2c3d4", "ffffffff", ""))));
+        EXPECT_TRUE(
+            dbtest::WriteWholeFile(child(), SparseFile(Descriptor("11112222", "a1b2c3d4", "..\\old\\disk.vmdk"))));
         log.Clear();
     }
     std::wstring parentDir() const { return disks.File(L"parent"); }
@@ -84,7 +74,7 @@ TEST_F(LocalChainTest, RelinksTheChildToItsAncestorAndSkipsItsOwnFolder) {
     for (wchar_t &c : ownFolder) c = wchar_t(towupper(c));
     OpenLocal(child(), L"READ", {parentDir(), ownFolder});
     EXPECT_EQ(service->GetParentDiskPath(child()), parent());
-    const std::string bytes = ReadBytes(child());
+    const std::string bytes = dbtest::ReadWholeFile(child());
     EXPECT_NE(bytes.find("CID=11112222\nparentCID=a1b2c3d4\nparentFileNameHint=\"" + Utf8(parent()) + "\"\n"),
               std::string::npos);
     EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink: Successfully processed descriptor for Parent disk " +
@@ -95,35 +85,35 @@ TEST_F(LocalChainTest, RelinksTheChildToItsAncestorAndSkipsItsOwnFolder) {
 }
 
 TEST_F(LocalChainTest, LeavesDisksAloneWhenWritingOrAlreadyLinked) {
-    const std::string before = ReadBytes(child());
+    const std::string before = dbtest::ReadWholeFile(child());
     OpenLocal(child(), L"Write", {parentDir()});
-    EXPECT_EQ(ReadBytes(child()), before) << "a disk opened for writing is not relinked";
+    EXPECT_EQ(dbtest::ReadWholeFile(child()), before) << "a disk opened for writing is not relinked";
     EXPECT_EQ(Calls("VixDiskLib_Open"), 1u);
 
     std::wstring sameParent = parent();
     for (wchar_t &c : sameParent) c = wchar_t(towlower(c));
-    WriteBytes(child(), SparseFile(Descriptor("11112222", "a1b2c3d4", Utf8(sameParent))));
-    const std::string linked = ReadBytes(child());
+    EXPECT_TRUE(dbtest::WriteWholeFile(child(), SparseFile(Descriptor("11112222", "a1b2c3d4", Utf8(sameParent)))));
+    const std::string linked = dbtest::ReadWholeFile(child());
     log.Clear();
     OpenLocal(child(), L"Read", {parentDir()});
-    EXPECT_EQ(ReadBytes(child()), linked) << "a hint naming the found parent in another case is kept";
+    EXPECT_EQ(dbtest::ReadWholeFile(child()), linked) << "a hint naming the found parent in another case is kept";
     EXPECT_FALSE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink: Child Disk"));
 }
 
 TEST_F(LocalChainTest, ParentWithoutValidCidFailsTheOpenWithTheChildUntouched) {
-    const std::string before = ReadBytes(child());
+    const std::string before = dbtest::ReadWholeFile(child());
     const std::string parents[] = {
         SparseFile(Descriptor("FFFFFFFF", "ffffffff", "")),
         SparseFile("# Disk DescriptorFile\nversion=1\ncreateType=\"monolithicSparse\"\n"),
         SparseFile("", 0, 0),  // no embedded descriptor
     };
     for (const std::string &bytes : parents) {
-        WriteBytes(parent(), bytes);
+        EXPECT_TRUE(dbtest::WriteWholeFile(parent(), bytes));
         log.Clear();
         EXPECT_EQ(OpenLocal(child(), L"Read", {parentDir()}), kChainNotRelinked);
         EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink : Parent disk " + parent() + L" has invalid CID"));
         EXPECT_TRUE(log.Contains(L"diskBroker::VixDiskLib_OpenLocal: UpdateParentDiskLink failed for " + child()));
-        EXPECT_EQ(ReadBytes(child()), before);
+        EXPECT_EQ(dbtest::ReadWholeFile(child()), before);
     }
     EXPECT_EQ(Calls("VixDiskLib_Open"), 0u) << "nothing is opened after a failed relink";
 }
@@ -139,7 +129,7 @@ TEST_F(LocalChainTest, MissingAncestorAndNonDigitTail) {
 
     // A 7-character tail that is not digits still goes: disk-abcdef's parent is disk.
     const std::wstring oddChild = childDir() + L"\\disk-abcdef.vmdk";
-    WriteBytes(oddChild, SparseFile(Descriptor("33334444", "a1b2c3d4", "nowhere.vmdk")));
+    EXPECT_TRUE(dbtest::WriteWholeFile(oddChild, SparseFile(Descriptor("33334444", "a1b2c3d4", "nowhere.vmdk"))));
     EXPECT_EQ(service->FindMatchingDisk(parentDir(), L"disk"), L"disk.vmdk");
     OpenLocal(oddChild, L"Read", {parentDir()});
     EXPECT_EQ(service->GetParentDiskPath(oddChild), parent());
@@ -149,16 +139,16 @@ TEST_F(LocalChainTest, RewriteThatWouldNotFitIsRefused) {
     // One sector of descriptor, nearly full already.
     const std::string text = Descriptor("11112222", "a1b2c3d4", "old.vmdk") + "# " + std::string(280, 'c') + "\n";
     ASSERT_LT(text.size(), 512u);
-    WriteBytes(child(), SparseFile(text, 1));
-    const std::string before = ReadBytes(child());
+    EXPECT_TRUE(dbtest::WriteWholeFile(child(), SparseFile(text, 1)));
+    const std::string before = dbtest::ReadWholeFile(child());
     const std::wstring deepFolder = disks.File(std::wstring(200, L'p'));
     ASSERT_TRUE(CreateDirectoryW(deepFolder.c_str(), nullptr));
-    WriteBytes(deepFolder + L"\\disk.vmdk", ReadBytes(parent()));
+    EXPECT_TRUE(dbtest::WriteWholeFile(deepFolder + L"\\disk.vmdk", dbtest::ReadWholeFile(parent())));
     log.Clear();
     EXPECT_EQ(OpenLocal(child(), L"Read", {deepFolder}), kChainNotRelinked);
     EXPECT_TRUE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " + child() +
                                    L", stream_error = rewritten descriptor does not fit in its area, win_error= "));
-    EXPECT_EQ(ReadBytes(child()), before);
+    EXPECT_EQ(dbtest::ReadWholeFile(child()), before);
 }
 
 // Hostile children: each ends in the child message and false, file unchanged.
@@ -181,18 +171,18 @@ TEST_F(LocalChainTest, HostileChildFilesAreNeverWritten) {
     };
     for (const auto &hostile : cases) {
         SCOPED_TRACE(hostile.what);
-        WriteBytes(child(), hostile.bytes);
+        EXPECT_TRUE(dbtest::WriteWholeFile(child(), hostile.bytes));
         log.Clear();
         EXPECT_FALSE(service->UpdateParentDiskLink(child(), parent()));
         EXPECT_TRUE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " +
                                        child() + L", stream_error = " + hostile.error + L", win_error= "));
-        EXPECT_EQ(ReadBytes(child()), hostile.bytes);
+        EXPECT_EQ(dbtest::ReadWholeFile(child()), hostile.bytes);
         EXPECT_EQ(service->GetParentDiskPath(child()), L"");
     }
     EXPECT_FALSE(service->UpdateParentDiskLink(child(), disks.File(L"missing.vmdk")));
     EXPECT_TRUE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink: Failed to open or read parent disk " +
                                    disks.File(L"missing.vmdk") + L", stream_error = cannot open the file, win_error= 2"));
-    WriteBytes(child(), SparseFile("", 0, 0));
+    EXPECT_TRUE(dbtest::WriteWholeFile(child(), SparseFile("", 0, 0)));
     EXPECT_FALSE(service->UpdateParentDiskLink(child(), parent()));
     EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink: ERROR: Child disk " + child() + L" has no descriptor!!"));
 }

@@ -110,6 +110,7 @@ TEST_P(MountTest, VolumesOfAnMbrDiskAreListedMountedAndDismounted) {
     ASSERT_EQ(service->VixMntapi_GetVolumeHandles(set, &count, &volumes), VixError(VIX_OK));
     ASSERT_EQ(count, 2u);
     ASSERT_EQ(service->VixMntapi_MountVolume(volumes[1], 1), VixError(VIX_OK));
+    EXPECT_EQ(service->VixMntapi_MountVolume(volumes[1], 1), VixError(VIX_E_MNTAPI_VOLUME_ALREADY_MOUNTED));
     VixVolumeInfo *info = nullptr;
     ASSERT_EQ(service->VixMntapi_GetVolumeInfo(volumes[1], &info), VixError(VIX_OK));
     EXPECT_EQ(info->type, VIXMNTAPI_BASIC_PARTITION);

@@ -4,8 +4,7 @@
 // drive, read equal to what qemu read, closed, and at Disconnect everything is
 // put back. The network calls go through the service's seam: Wine has no
 // network (its WNetUseConnectionW answers 1222, checked here too).
-#include <fstream>
-#include <iterator>
+#include <dbtest/files.h>
 
 #include "../service/service_fixture.h"
 
@@ -16,11 +15,6 @@ std::wstring Env(const wchar_t *name) {
     wchar_t value[1024] = {};
     const DWORD length = GetEnvironmentVariableW(name, value, 1024);
     return length > 0 && length < 1024 ? std::wstring(value) : std::wstring();
-}
-
-std::string ReadBytes(const std::wstring &path) {
-    std::ifstream in(path.c_str(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // The test's network: connections to the share get the drive share_env.sh made.
@@ -131,7 +125,7 @@ TEST_F(ShareTest, ChildWithParentOnShareIsMappedReadAndPutBackAtDisconnect) {
     _vixReadWriteHandle *handle = OpenAfterFailure(child());
     ASSERT_NE(handle, nullptr);
     EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(21) + L"' Error: '21'"));
-    EXPECT_EQ(LastArg("openPath"), Utf8(device(child()))) << "the retry opens the disk through the device";
+    EXPECT_EQ(sim.LastArg("openPath"), Utf8(device(child()))) << "the retry opens the disk through the device";
     EXPECT_EQ(DeviceTarget(name.c_str()), L"\\Device\\LanmanRedirector\\dbchains\\share\\");
     ASSERT_EQ(service->DeviceMappings().size(), 1u);
     EXPECT_EQ(service->DeviceMappings().front().remoteShare, L"dbchains\\share\\");
@@ -140,7 +134,8 @@ TEST_F(ShareTest, ChildWithParentOnShareIsMappedReadAndPutBackAtDisconnect) {
     EXPECT_EQ(FakeNetwork::connected, std::vector<std::wstring>{unc});
     EXPECT_EQ(service->GetParentDiskPath(child()), FakeNetwork::drive + L"\\IMG0001\\disk.vmdk");
 
-    EXPECT_EQ(ReadAll(handle, 8 << 20), ReadBytes(local + L"\\expected.raw")) << "what qemu read from the chain";
+    EXPECT_EQ(ReadAll(handle, 8 << 20), dbtest::ReadWholeFile(local + L"\\expected.raw"))
+        << "what qemu read from the chain";
     EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
     EXPECT_EQ(DeviceReferences(), 0u);
     EXPECT_EQ(DeviceTarget(name.c_str()), L"\\Device\\LanmanRedirector\\dbchains\\share\\") << "kept until Disconnect";
@@ -164,7 +159,7 @@ TEST_F(ShareTest, ReferencesCountPerHandleOnOneShare) {
     EXPECT_EQ(DeviceReferences(), 2u);
     ASSERT_EQ(service->ShareDrives().size(), 1u);
     EXPECT_EQ(service->ShareDrives().begin()->second.referenceCount, 2u) << "one per relinked descriptor";
-    EXPECT_EQ(ReadAll(second, 8 << 20), ReadBytes(local + L"\\other.raw"));
+    EXPECT_EQ(ReadAll(second, 8 << 20), dbtest::ReadWholeFile(local + L"\\other.raw"));
 
     EXPECT_EQ(service->VixDiskLib_Close(first), VixError(VIX_OK));
     EXPECT_EQ(DeviceReferences(), 1u);
@@ -206,7 +201,7 @@ TEST_F(ShareTest, DiskSetOnTheShareIsRetriedThroughTheDeviceInEitherModel) {
         ASSERT_EQ(service->VixMntapi_OpenDisks(connection, pointers, 3, VIXDISKLIB_FLAG_OPEN_READ_ONLY, &set),
                   VixError(VIX_OK));
         EXPECT_EQ(Calls("VixMntapi_OpenDisks"), 2u);
-        EXPECT_EQ(LastArg("openPath"), Utf8(device(child()))) << "the third name, rewritten";
+        EXPECT_EQ(sim.LastArg("openPath"), Utf8(device(child()))) << "the third name, rewritten";
         EXPECT_EQ(Calls("VixDiskLib_Open"), 2u + 3u) << "the handle's two tries, then the set's three disks";
         EXPECT_EQ(DeviceReferences(), 2u) << "one handle and one set";
         EXPECT_EQ(service->GetParentDiskPath(other()), FakeNetwork::drive + L"\\IMG0001\\disk.vmdk");

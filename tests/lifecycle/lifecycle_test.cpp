@@ -80,6 +80,7 @@ TEST_F(LifecycleTest, OpenCloseWithHandleWorkersLeaksNothing) {
         const bool read = service->VixDiskLib_Read(handle, 0, 1, sector) == VIX_OK;
         return service->VixDiskLib_Close(handle) == VIX_OK && read;
     });
+    EXPECT_EQ(Calls("VixDiskLib_Exit"), 0u) << "a handle's worker leaves VDDK to the service";
 }
 
 }  // namespace

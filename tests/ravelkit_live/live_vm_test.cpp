@@ -1,5 +1,6 @@
 // Virtual machines against the simulator: details by name, hosts, change
 // tracking seen from a second session, snapshots created and removed by name.
+#include <dbtest/temp_dir.h>
 #include <skxml/xmlreader.h>
 #include "live_fixture.h"
 
@@ -87,17 +88,12 @@ TEST_F(LiveTest, SnapshotCreatedAndRemovedByName) {
 
 namespace {
 
-std::wstring TempFile(const wchar_t *name) {
-    wchar_t folder[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, folder);
-    return std::wstring(folder) + name;
-}
-
 std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
 
 TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocuments) {
     void *session = OpenSession();
-    const std::wstring file = TempFile(L"live-backup-info.xml");
+    dbtest::TempDir folder;
+    const std::wstring file = folder.File(L"live-backup-info.xml");
     ASSERT_EQ(0, vmc->vmcGetVmBackupInfo(session, kVm, Narrow(file).c_str())) << LastErrorText();
     CXmlReader reader;
     ASSERT_TRUE(reader.LoadFile(file.c_str())) << Narrow(reader.ErrorText());
@@ -118,7 +114,6 @@ TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocuments) {
     EXPECT_EQ(0u, value.find(L"host-"));
     EXPECT_EQ(1, vmc->vmcGetObjectInfo(session, "root", "datastore", nullptr, Narrow(file).c_str()));
     EXPECT_EQ(3, vmc->vmcGetVmBackupInfo(session, kVm, "Z:\\no\\such\\folder\\info.xml"));
-    DeleteFileW(file.c_str());
 }
 
 }  // namespace

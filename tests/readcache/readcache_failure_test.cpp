@@ -3,10 +3,9 @@
 // and priority.
 #include "readcache_fixture.h"
 
-#include <sddl.h>
-
 #include <vddksim.h>
 
+#include <dbtest/token_user.h>
 #include <skclass_mini/impersonator.h>
 
 namespace readcachetest {
@@ -184,26 +183,10 @@ protected:
     }
 };
 
-// The stand-in records "DOMAIN\user", or the SID where no name maps to it (Wine).
-std::string TokenUserText() {
-    const wcstring name = Impersonator::WhoAmI();
-    if (!name.empty()) return servicetest::Utf8(name);
-    skclass::UniqueHandle token;
-    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put())) return std::string();
-    alignas(8) unsigned char buffer[512];
-    DWORD size = 0;
-    if (!GetTokenInformation(token.get(), TokenUser, buffer, sizeof buffer, &size)) return std::string();
-    char *sid = nullptr;
-    if (!ConvertSidToStringSidA(reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid, &sid)) return std::string();
-    const std::string text = sid;
-    LocalFree(sid);
-    return text;
-}
-
 TEST_P(ReadCacheIdentityTest, AnImpersonatingJobLendsItsTokenToTheReadThread) {
     if (!ImpersonateSelf(SecurityImpersonation)) GTEST_SKIP() << "ImpersonateSelf failed: " << GetLastError();
     const wcstring user = Impersonator::WhoAmI();
-    const std::string recorded = TokenUserText();
+    const std::string recorded = dbtest::ThreadUserText();
     CacheContext cache(*service);
     const long started = cache.Start(2, 64);
     RevertToSelf();
@@ -214,7 +197,7 @@ TEST_P(ReadCacheIdentityTest, AnImpersonatingJobLendsItsTokenToTheReadThread) {
     StreamSmallDisk(cache);
     EXPECT_TRUE(log.Contains(L"diskBroker::diskReadThread : Running as user " + user));
     ASSERT_FALSE(recorded.empty()) << "the job thread's token names no user";
-    EXPECT_EQ(LastArg("user.VixDiskLib_Read"), recorded);
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Read"), recorded);
 }
 
 TEST_P(ReadCacheIdentityTest, WithoutImpersonationTheReadThreadReadsAsItself) {
@@ -223,7 +206,7 @@ TEST_P(ReadCacheIdentityTest, WithoutImpersonationTheReadThreadReadsAsItself) {
     EXPECT_EQ(cache.context.impersonationToken, nullptr);
     EXPECT_TRUE(log.Contains(L"diskBroker::startReadCacheThread : Thread is not impersonating !"));
     StreamSmallDisk(cache);
-    EXPECT_EQ(LastArg("user.VixDiskLib_Read"), "");
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Read"), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(ReadThreadCallsVddk, ReadCacheIdentityTest,

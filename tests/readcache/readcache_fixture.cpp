@@ -1,5 +1,7 @@
 #include "readcache_fixture.h"
 
+#include <dbtest/files.h>
+
 namespace readcachetest {
 
 CacheContext::~CacheContext() {
@@ -36,10 +38,7 @@ std::string ReadCacheTest::CreateSparseDisk(const std::wstring &name, uint64_t c
 
 std::wstring ReadCacheTest::WriteFileText(const std::wstring &name, const std::string &text) {
     const std::wstring path = data.File(name);
-    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
-    EXPECT_TRUE(file) << "CreateFileW: " << GetLastError();
-    DWORD written = 0;
-    EXPECT_TRUE(WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr));
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, text)) << "error " << GetLastError();
     return path;
 }
 

@@ -2,6 +2,7 @@
 // object whose call is stuck holds up no other object.
 #include <thread>
 
+#include <dbtest/wait.h>
 #include <skclass_mini/handles.h>
 
 #include "sector_fixture.h"
@@ -9,12 +10,10 @@
 namespace sectortest {
 namespace {
 
-// How long anything that must happen may take before the test calls it a hang,
-// and how long something that must not happen is given to show itself.
-constexpr DWORD kTimeoutMs = 10000;
+using dbtest::kTimeoutMs;
+using dbtest::NewEvent;
+// How long something that must not happen is given to show itself.
 constexpr DWORD kMustNotMs = 300;
-
-skclass::UniqueHandle NewEvent() { return skclass::UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr)); }
 
 TEST_F(SectorTest, ConcurrentCommitsToOneObjectAreAllKeptWhole) {
     constexpr int kThreads = 4, kCommits = 50;

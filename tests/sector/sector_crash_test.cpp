@@ -8,6 +8,8 @@
 
 #include <random>
 
+#include <dbtest/child_process.h>
+#include <dbtest/wait.h>
 #include <skclass_mini/handles.h>
 
 #include "sector_crash_plan.h"
@@ -19,20 +21,13 @@ namespace {
 using namespace sectorcrash;
 
 constexpr unsigned kDefaultKills = 150;
-constexpr DWORD kTimeoutMs = 10000;
+using dbtest::kTimeoutMs;
 
 unsigned Kills() {
     wchar_t text[16] = {};
     if (GetEnvironmentVariableW(L"SECTOR_CRASH_KILLS", text, 16) == 0) return kDefaultKills;
     const unsigned long value = wcstoul(text, nullptr, 10);
     return value > 0 ? static_cast<unsigned>(value) : kDefaultKills;
-}
-
-std::wstring ChildPath() {
-    wchar_t self[MAX_PATH];
-    const DWORD length = GetModuleFileNameW(nullptr, self, MAX_PATH);
-    std::wstring path(self, length);
-    return path.substr(0, path.find_last_of(L'\\') + 1) + L"sector_crash_child.exe";
 }
 
 class Bitmap {
@@ -69,34 +64,6 @@ private:
     return ::testing::AssertionSuccess();
 }
 
-class Child {
-public:
-    bool Start(const std::wstring &dataPath, uint64_t seed) {
-        std::wstring command = L"\"" + ChildPath() + L"\" \"" + dataPath + L"\" " + std::to_wstring(seed) + L" " +
-                               std::to_wstring(GetCurrentProcessId());
-        STARTUPINFOW startup{};
-        startup.cb = sizeof(startup);
-        PROCESS_INFORMATION info{};
-        if (!CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info))
-            return false;
-        process_.reset(info.hProcess);
-        skclass::UniqueHandle thread(info.hThread);
-        return true;
-    }
-    HANDLE Process() const { return process_.get(); }
-    // Kills it and waits for it to be gone; its exit code (1 when killed).
-    DWORD Kill() {
-        TerminateProcess(process_.get(), 1);
-        WaitForSingleObject(process_.get(), kTimeoutMs);
-        DWORD code = 0;
-        GetExitCodeProcess(process_.get(), &code);
-        return code;
-    }
-
-private:
-    skclass::UniqueHandle process_;
-};
-
 void SpinMicroseconds(uint64_t microseconds) {  // a random kill point, not a wait for anything
     LARGE_INTEGER frequency, now, end;
     QueryPerformanceFrequency(&frequency);
@@ -124,21 +91,22 @@ TEST_F(SectorTest, KilledCommitsLeaveEveryAcknowledgedRunAndNothingUncommitted) 
     unsigned tornOrInFlight = 0;
     for (unsigned round = 0; round < kills; ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
-        Child child;
-        ASSERT_TRUE(child.Start(data.Path(), seed)) << GetLastError();
+        dbtest::ChildProcess child(L"sector_crash_child.exe", L"\"" + data.Path() + L"\" " + std::to_wstring(seed) +
+                                                                  L" " + std::to_wstring(GetCurrentProcessId()));
+        ASSERT_TRUE(child.Started()) << child.StartError();
         HANDLE waits[2] = {ack.get(), child.Process()};
         for (unsigned acks = random() % 8; acks > 0; --acks)
             ASSERT_EQ(WaitForMultipleObjects(2, waits, FALSE, kTimeoutMs), WAIT_OBJECT_0)
-                << "the child stopped (exit code " << child.Kill() << ") or hung; its log:\n"
-                << ReadBytes(data.File(L"crash-child.log"));
+                << "the child " << (child.Kill(kTimeoutMs) ? "hung" : "stopped") << "; its log:\n"
+                << dbtest::ReadWholeFile(data.File(L"crash-child.log"));
         SpinMicroseconds(random() % 3000);
-        ASSERT_EQ(child.Kill(), 1u) << "the child ended by itself";
+        ASSERT_TRUE(child.Kill(kTimeoutMs)) << "the child ended by itself";
         const uint64_t now = Acknowledged(shared);
         for (; counted < now; ++counted)
             for (const auto &run : CommitRuns(seed, counted)) acknowledged.Add(run.first, run.second);
         Bitmap inFile, allowed = acknowledged;
         for (const auto &run : CommitRuns(seed, now)) allowed.Add(run.first, run.second);  // the one in flight
-        ASSERT_TRUE(LoadStrictly(ReadBytes(file), inFile));
+        ASSERT_TRUE(LoadStrictly(dbtest::ReadWholeFile(file), inFile));
         ASSERT_TRUE(acknowledged.Within(inFile)) << "an acknowledged run is lost";
         ASSERT_TRUE(inFile.Within(allowed)) << "the file holds a run that was never committed";
         tornOrInFlight += !inFile.Within(acknowledged);

@@ -26,7 +26,7 @@ void WriteChangeList(const std::wstring &path, const ByteExtents &extents, size_
         if (i % perArea == perArea - 1 || i + 1 == extents.size()) xml += "</area>";
     }
     xml += "</DiskChangeInfo>\n";
-    WriteBytes(path, xml);
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, xml));
 }
 
 ::testing::AssertionResult ReadChangeList(const std::wstring &path, ByteExtents &extents) {
@@ -47,25 +47,6 @@ void WriteChangeList(const std::wstring &path, const ByteExtents &extents, size_
         reader.SelectParent();
     } while (reader.SelectNextSibling());
     return ::testing::AssertionSuccess();
-}
-
-std::string ReadBytes(const std::wstring &path) {
-    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                         OPEN_EXISTING, 0, nullptr));
-    std::string bytes;
-    if (!file) return bytes;
-    char buffer[65536];
-    DWORD got = 0;
-    while (ReadFile(file.get(), buffer, sizeof buffer, &got, nullptr) && got > 0) bytes.append(buffer, got);
-    return bytes;
-}
-
-void WriteBytes(const std::wstring &path, const std::string &bytes) {
-    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
-    ASSERT_TRUE(file) << "cannot create the file: " << GetLastError();
-    DWORD written = 0;
-    ASSERT_TRUE(WriteFile(file.get(), bytes.data(), DWORD(bytes.size()), &written, nullptr));
-    ASSERT_EQ(written, bytes.size());
 }
 
 void SectorTest::SetUp() {

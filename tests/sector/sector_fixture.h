@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <data_object_sector_mgr.h>
+#include <dbtest/files.h>
 #include <dbtest/log_capture.h>
 #include <dbtest/registry_sandbox.h>
 #include <dbtest/temp_dir.h>
@@ -35,9 +36,6 @@ void WriteChangeList(const std::wstring &path, const ByteExtents &extents, size_
 // file cannot be read.
 ::testing::AssertionResult ReadChangeList(const std::wstring &path, ByteExtents &extents);
 
-// The whole file as bytes; empty when it cannot be read.
-std::string ReadBytes(const std::wstring &path);
-void WriteBytes(const std::wstring &path, const std::string &bytes);
 
 class SectorTest : public ::testing::Test {
 protected:

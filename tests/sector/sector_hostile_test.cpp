@@ -40,16 +40,16 @@ protected:
 };
 
 TEST_F(SectorFileTest, AnEmptyFileHoldsNothing) {
-    WriteBytes(path, "");
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, ""));
     log.Clear();
     EXPECT_EQ(LeftOfFirst64(), (ByteExtents{{0, 64 * 512}}));
     EXPECT_TRUE(log.Contains(L"DataSetSectorManager: started 'vm' set 's': 0 runs, 0 sectors committed"));
 }
 
 TEST_F(SectorFileTest, NegativeOverflowingAndMalformedLinesAreSkippedOneByOne) {
-    WriteBytes(path,
-               "-5 3\n18446744073709551616 1\n18446744073709551615 2\n4 0\n1 2 3\n\n 2  3 \r\n"
-               "99999999999999999999999 1\n10 1\n");
+    EXPECT_TRUE(dbtest::WriteWholeFile(path,
+                                       "-5 3\n18446744073709551616 1\n18446744073709551615 2\n4 0\n1 2 3\n\n 2  3 \r\n"
+                                       "99999999999999999999999 1\n10 1\n"));
     log.Clear();
     EXPECT_EQ(DumpedRuns(L"vm", L"s"), (Runs{{2, 3}, {10, 1}}));
     for (uint64_t line : {1, 2, 3, 4, 5, 6, 8}) EXPECT_TRUE(log.Contains(SkippedLine(line)));
@@ -62,13 +62,14 @@ TEST_F(SectorFileTest, NegativeOverflowingAndMalformedLinesAreSkippedOneByOne) {
 // written with more digits than the quick path reads.
 TEST_F(SectorFileTest, LinesInAnyOrderLoadToTheSameRuns) {
     const Runs merged = {{0, 17}, {20, 1}, {18446744073709551612ull, 4}};
-    WriteBytes(path, "0 4\n4 4\n6 10\n00000000000000000016 1\n20 1\n18446744073709551612 2\n"
-                     "18446744073709551614 2\n18446744073709551615 1\n");
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, "0 4\n4 4\n6 10\n00000000000000000016 1\n20 1\n18446744073709551612 2\n"
+                                             "18446744073709551614 2\n18446744073709551615 1\n"));
     EXPECT_EQ(DumpedRuns(L"vm", L"s"), merged);
-    WriteBytes(path, "20 1\n0 4\n18446744073709551614 2\n6 10\n 4 4\r\n18446744073709551612 2\n"
-                     "00000000000000000016 1\n18446744073709551615 1\n");
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, "20 1\n0 4\n18446744073709551614 2\n6 10\n 4 4\r\n18446744073709551612 2\n"
+                                             "00000000000000000016 1\n18446744073709551615 1\n"));
     EXPECT_EQ(DumpedRuns(L"vm", L"s"), merged);
-    WriteBytes(path, "0 4\n4 4\n2 1\n6 10\n00000000000000000016 1\n20 1\n18446744073709551612 4\n");
+    EXPECT_TRUE(
+        dbtest::WriteWholeFile(path, "0 4\n4 4\n2 1\n6 10\n00000000000000000016 1\n20 1\n18446744073709551612 4\n"));
     EXPECT_EQ(DumpedRuns(L"vm", L"s"), merged) << "in order, then one inside what was merged before";
 }
 
@@ -80,7 +81,7 @@ TEST_F(SectorFileTest, BinaryGarbageLoadsToTheLinesThatAreRuns) {
     for (int i = 0; i < 100; ++i) bytes += static_cast<char>(random() & 0xFF);
     bytes += "\n40 2\n";
     bytes += std::string(3, '\0');
-    WriteBytes(path, bytes);
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, bytes));
     log.Clear();
     EXPECT_EQ(LeftOfFirst64(), (ByteExtents{{0, 12 * 512}, {16 * 512, 24 * 512}, {42 * 512, 22 * 512}}));
     EXPECT_TRUE(log.Contains(TornLine()));
@@ -96,7 +97,7 @@ TEST_F(SectorFileTest, TenMegabytesOfOneLineCostNothingToSkip) {
     huge += std::string(10 << 20, '7');
     huge += "\n5 1\n";
     huge += std::string(10 << 20, ' ');  // and a torn last line as long
-    WriteBytes(path, huge);
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, huge));
     log.Clear();
     EXPECT_EQ(DumpedRuns(L"vm", L"s"), (Runs{{3, 1}, {5, 1}}));
     EXPECT_TRUE(log.Contains(SkippedLine(2)));
@@ -104,16 +105,16 @@ TEST_F(SectorFileTest, TenMegabytesOfOneLineCostNothingToSkip) {
 }
 
 TEST_F(SectorFileTest, ATornLastLineIsIgnoredAndCutBeforeTheNextCommit) {
-    WriteBytes(path, "1 1\n2 30");  // "2 3" was being written when the process died
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, "1 1\n2 30"));  // "2 3" was being written when the process died
     log.Clear();
     EXPECT_EQ(DumpedRuns(L"vm", L"s"), (Runs{{1, 1}}));
     EXPECT_TRUE(log.Contains(TornLine()));
     ASSERT_EQ(Commit(L"vm", L"s", {{9, 1}}), 0);
     EXPECT_TRUE(log.Contains(L"DataSetSectorManager: '" + path + L"': cut a torn last line of 4 bytes before appending"));
-    EXPECT_EQ(ReadBytes(path), "1 1\n9 1\r\n");
-    WriteBytes(path, "12345");  // nothing whole at all
+    EXPECT_EQ(dbtest::ReadWholeFile(path), "1 1\n9 1\r\n");
+    EXPECT_TRUE(dbtest::WriteWholeFile(path, "12345"));  // nothing whole at all
     ASSERT_EQ(Commit(L"vm", L"s", {{8, 1}}), 0);
-    EXPECT_EQ(ReadBytes(path), "8 1\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(path), "8 1\r\n");
 }
 
 TEST_F(SectorFileTest, AFileThatCannotBeReadFailsTheStart) {
@@ -141,9 +142,9 @@ TEST_F(SectorFileTest, AFileHeldByAnotherProgramFailsTheCallAndIsLeftAlone) {
     EXPECT_EQ(log.Lines().size(), 1u);
     EXPECT_EQ(DataSetSectorManager(L"vm", L"s", SECTOR_MANAGER_END_QUERY), 1);
     holder.reset();
-    EXPECT_EQ(ReadBytes(path), "0 1\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(path), "0 1\r\n");
     ASSERT_EQ(Commit(L"vm", L"s", {{5, 1}}), 0);
-    EXPECT_EQ(ReadBytes(path), "0 1\r\n5 1\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(path), "0 1\r\n5 1\r\n");
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ TEST_F(SectorTest, UnknownOperationsAreRefusedWithTheirText) {
 TEST_F(SectorTest, CommitsAreLinesInTheSetsFileAndQueriesSubtractThem) {
     ASSERT_EQ(Commit(L"vm-1", L"disk0", {{8, 8}, {0, 4}}), 0);
     ASSERT_EQ(Commit(L"vm-1", L"disk0", {{4, 2}}), 0);
-    EXPECT_EQ(ReadBytes(ObjectFolder(L"vm-1") + L"\\disk0.dat"), "8 8\r\n0 4\r\n4 2\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm-1") + L"\\disk0.dat"), "8 8\r\n0 4\r\n4 2\r\n");
 
     ASSERT_EQ(DataSetSectorManager(L"vm-1", L"disk0", SECTOR_MANAGER_START_QUERY), 0);
     EXPECT_TRUE(log.Contains(L"DataSetSectorManager: started 'vm-1' set 'disk0': 2 runs, 14 sectors committed"));
@@ -39,7 +39,7 @@ TEST_F(SectorTest, CommitsAreLinesInTheSetsFileAndQueriesSubtractThem) {
     EXPECT_EQ(answer, (ByteExtents{{16 * 512, 4 * 512}}));
 
     ASSERT_EQ(DataSetSectorManager(L"vm-1", L"disk0", SECTOR_MANAGER_END_QUERY), 0);
-    EXPECT_EQ(ReadBytes(ObjectFolder(L"vm-1") + L"\\disk0.dat"), "0 16\r\n20 100\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm-1") + L"\\disk0.dat"), "0 16\r\n20 100\r\n");
     EXPECT_EQ(Query(L"vm-1", {{0, 512}}, answer, summary), 1) << "nothing held after the end";
 }
 
@@ -59,7 +59,7 @@ TEST_F(SectorTest, TheShorterFormsReachTheSameOperations) {
     EXPECT_EQ(second, ObjectFolder(L"obj") + L"\\query-1.xml");
     ASSERT_EQ(DataSetSectorManager(L"obj", L"a", SECTOR_MANAGER_END_QUERY), 0);
     ASSERT_EQ(DataSetSectorManager(L"obj", std::vector<wcstring>{L"a"}, SECTOR_MANAGER_LOAD_MASTER), 0);
-    EXPECT_EQ(ReadBytes(ObjectFolder(L"obj") + L"\\master.dat"), "0 10\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"obj") + L"\\master.dat"), "0 10\r\n");
     ASSERT_EQ(DataSetSectorManager(L"obj", SECTOR_MANAGER_DUMP), 0);
     EXPECT_TRUE(log.Contains(L"DataSetSectorManager: dump 'obj' set 'a': run 0 10"));
     EXPECT_TRUE(log.Contains(L"DataSetSectorManager: dump 'obj' set 'a': 1 runs, 10 sectors"));
@@ -73,7 +73,7 @@ TEST_F(SectorTest, TheMasterListCountsForEverySetOfTheObject) {
     ASSERT_EQ(Commit(L"vm", L"full", {{0, 100}}), 0);
     ASSERT_EQ(Commit(L"vm", L"other", {{200, 10}}), 0);
     ASSERT_EQ(DataSetSectorManager(L"vm", std::vector<wcstring>{L"full", L"other"}, SECTOR_MANAGER_LOAD_MASTER), 0);
-    EXPECT_EQ(ReadBytes(ObjectFolder(L"vm") + L"\\master.dat"), "0 100\r\n200 10\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\master.dat"), "0 100\r\n200 10\r\n");
     ASSERT_EQ(DataSetSectorManager(L"vm", L"incremental", SECTOR_MANAGER_START_QUERY), 0);
     ByteExtents answer;
     std::wstring summary;
@@ -81,7 +81,7 @@ TEST_F(SectorTest, TheMasterListCountsForEverySetOfTheObject) {
     EXPECT_EQ(answer, (ByteExtents{{100 * 512, 100 * 512}, {210 * 512, 90 * 512}}));
     // The master list of a set named "master" is another file than master.dat.
     ASSERT_EQ(Commit(L"vm", L"master", {{5, 1}}), 0);
-    EXPECT_EQ(ReadBytes(ObjectFolder(L"vm") + L"\\master.dat"), "0 100\r\n200 10\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\master.dat"), "0 100\r\n200 10\r\n");
     log.Clear();
     EXPECT_EQ(DataSetSectorManager(L"vm", std::vector<wcstring>{L"missing"}, SECTOR_MANAGER_LOAD_MASTER), 1);
     EXPECT_EQ(log.Lines(), std::vector<std::wstring>{
@@ -100,7 +100,7 @@ TEST_F(SectorTest, NamesBecomeDistinctSafeFileNames) {
     for (size_t i = 0; i < names.size(); ++i) {
         SCOPED_TRACE(testing::Message() << "name " << i);
         ASSERT_EQ(Commit(L"objects", names[i].first, {{i, 1}}), 0);
-        EXPECT_EQ(ReadBytes(ObjectFolder(L"objects") + L"\\" + names[i].second + L".dat"),
+        EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"objects") + L"\\" + names[i].second + L".dat"),
                   std::to_string(i) + " 1\r\n");
         EXPECT_EQ(DumpedRuns(L"objects", names[i].first), (Runs{{i, 1}})) << "the dump names the set again";
     }
@@ -141,12 +141,12 @@ TEST_F(SectorTest, BadRunTextsCommitNothing) {
         EXPECT_EQ(log.Lines()[0].compare(0, 54, L"DataSetSectorManager: commit to 'vm' set 's': item 2 '"), 0)
             << testing::PrintToString(log.Lines()[0].substr(0, 200));
     }
-    EXPECT_EQ(ReadBytes(ObjectFolder(L"vm") + L"\\s.dat"), "1 1\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\s.dat"), "1 1\r\n");
     // Blanks and a CR are tolerated; a run up to the last sector is valid.
     ASSERT_EQ(DataSetSectorManager(L"vm", L"s", std::vector<wcstring>{L" 3\t 4 \r", L"1 18446744073709551615"},
                                    SECTOR_MANAGER_COMMIT_SECTORS),
               0);
-    EXPECT_EQ(ReadBytes(ObjectFolder(L"vm") + L"\\s.dat"), "1 1\r\n3 4\r\n1 18446744073709551615\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\s.dat"), "1 1\r\n3 4\r\n1 18446744073709551615\r\n");
 }
 
 TEST_F(SectorTest, QueriesWithoutAHeldSetOrAUsableListFail) {
@@ -181,7 +181,7 @@ TEST_F(SectorTest, QueriesWithoutAHeldSetOrAUsableListFail) {
          nullptr}};
     for (const BadList &bad : lists) {
         SCOPED_TRACE(bad.text);
-        WriteBytes(list, bad.text);
+        EXPECT_TRUE(dbtest::WriteWholeFile(list, bad.text));
         wcstring out1 = L"canary", out2 = L"canary";
         log.Clear();
         EXPECT_EQ(DataSetSectorManager(L"vm", list, out1, out2, {L"a"}, SECTOR_MANAGER_QUERY_SECTORS), 1);
@@ -197,27 +197,28 @@ TEST_F(SectorTest, QueriesWithoutAHeldSetOrAUsableListFail) {
                                    SECTOR_MANAGER_QUERY_SECTORS),
               1);
     // An answer written over a commit list would lose what it records.
-    const std::string committed = ReadBytes(ObjectFolder(L"vm") + L"\\a.dat");
+    const std::string committed = dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\a.dat");
     WriteChangeList(list, {{0, 512}});
     wcstring own = ObjectFolder(L"vm") + L"\\..\\vm\\A.DAT";
     log.Clear();
     EXPECT_EQ(DataSetSectorManager(L"vm", list, own, out2, {L"a"}, SECTOR_MANAGER_QUERY_SECTORS), 1);
     EXPECT_EQ(log.Lines(), std::vector<std::wstring>{L"DataSetSectorManager: query on 'vm': the answer path '" + own +
                                                      L"' is a commit list"});
-    EXPECT_EQ(ReadBytes(ObjectFolder(L"vm") + L"\\a.dat"), committed);
+    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\a.dat"), committed);
 }
 
 TEST_F(SectorTest, AnEmptyAnswerHasNoAreaAndTheOverrideMovesTheFolder) {
     dbtest::TempDir elsewhere;
     DataSetSectorManagerSetDataPath((elsewhere.Path() + L"\\").c_str());
     ASSERT_EQ(Commit(L"vm", L"s", {{0, 8}}), 0);
-    EXPECT_EQ(ReadBytes(elsewhere.Path() + L"\\SectorManager\\vm\\s.dat"), "0 8\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(elsewhere.Path() + L"\\SectorManager\\vm\\s.dat"), "0 8\r\n");
     ASSERT_EQ(DataSetSectorManager(L"vm", L"s", SECTOR_MANAGER_START_QUERY), 0);
     const std::wstring list = scratch.File(L"all.xml");
     WriteChangeList(list, {{0, 4096}});
     wcstring answer = scratch.File(L"answer.xml"), summary;
     ASSERT_EQ(DataSetSectorManager(L"vm", list, answer, summary, SECTOR_MANAGER_QUERY_SECTORS), 0);
-    EXPECT_EQ(ReadBytes(answer), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo></DiskChangeInfo>\r\n");
+    EXPECT_EQ(dbtest::ReadWholeFile(answer),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo></DiskChangeInfo>\r\n");
     EXPECT_EQ(summary, L"extents 0, sectors asked 8, already committed 8, left 0");
     ASSERT_EQ(DataSetSectorManager(L"vm", L"s", SECTOR_MANAGER_END_QUERY), 0);
     DataSetSectorManagerSetDataPath(nullptr);

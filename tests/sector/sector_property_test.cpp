@@ -129,12 +129,12 @@ void SectorPropertyTest::RunRound(uint32_t seed) {
             ASSERT_EQ(answer, oracle.Left(asked));
         } else {  // compact, compare the file, hold it again from the file
             ASSERT_EQ(DataSetSectorManager(L"vm", set, SECTOR_MANAGER_END_QUERY), 0);
-            ASSERT_EQ(ReadBytes(file), oracle.FileText());
+            ASSERT_EQ(dbtest::ReadWholeFile(file), oracle.FileText());
             ASSERT_EQ(DataSetSectorManager(L"vm", set, SECTOR_MANAGER_START_QUERY), 0);
         }
     }
     ASSERT_EQ(DataSetSectorManager(L"vm", set, SECTOR_MANAGER_END_QUERY), 0);
-    ASSERT_EQ(ReadBytes(file), oracle.FileText());
+    ASSERT_EQ(dbtest::ReadWholeFile(file), oracle.FileText());
 }
 
 TEST_F(SectorPropertyTest, RandomCommitsAndQueriesMatchABitmapOracle) {
@@ -178,10 +178,10 @@ TEST_F(SectorTest, AFileOfThousandsOfShuffledRunsCompactsToTheirUnion) {
     }
     ASSERT_EQ(Commit(L"big", L"s", {{0, 1}}), 0);  // makes the folders
     const std::wstring file = ObjectFolder(L"big") + L"\\s.dat";
-    WriteBytes(file, text);
+    EXPECT_TRUE(dbtest::WriteWholeFile(file, text));
     ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_START_QUERY), 0);
     ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_END_QUERY), 0);
-    EXPECT_EQ(ReadBytes(file), expected);
+    EXPECT_EQ(dbtest::ReadWholeFile(file), expected);
 }
 
 }  // namespace

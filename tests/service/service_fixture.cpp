@@ -52,15 +52,6 @@ std::unique_ptr<diskBroker> ServiceTest::StartWithModel(uint32_t model) {
     return std::make_unique<diskBroker>(diskBroker::ThreadingModelOverride{model});
 }
 
-std::string ServiceTest::LastArg(const char *key) const {
-    const size_t needed = sim.VddkSim_LastArg(key, nullptr, 0);
-    if (needed == 0) return std::string();
-    std::string value(needed, '\0');
-    sim.VddkSim_LastArg(key, &value[0], needed);
-    value.resize(needed - 1);
-    return value;
-}
-
 std::wstring ServiceTest::VddkErrorText(VixError error) const {
     char *text = vddk.VixDiskLib_GetErrorText(error, nullptr);
     std::wstring wide = text ? Wide(text) : std::wstring();

@@ -47,8 +47,6 @@ protected:
     std::unique_ptr<diskBroker> Start();
     std::unique_ptr<diskBroker> StartWithModel(uint32_t model);
 
-    // What the stand-in recorded for key ("configFile", "libDir", ...).
-    std::string LastArg(const char *key) const;
     uint64_t Calls(const char *function) const { return sim.VddkSim_CallCount(function); }
     // The stand-in's own text for error, as VDDK would give it.
     std::wstring VddkErrorText(VixError error) const;

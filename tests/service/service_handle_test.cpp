@@ -93,31 +93,11 @@ TEST_P(HandleTest, AnUnknownTagKeepsStatisticsQuietAtClose) {
     for (const std::wstring &line : log.Lines()) EXPECT_EQ(line.find(L"No of reads"), std::wstring::npos) << line;
 }
 
-TEST_P(HandleTest, AFailedOpenFreesTheRecordAndReturnsTheError) {
-    sim.VddkSim_ScriptResult("VixDiskLib_Open", 1, VIX_E_FILE_NOT_FOUND, nullptr, VDDKSIM_ANY_SECTOR,
-                             VDDKSIM_ANY_SECTOR);
-    Open(kDisk, L"Read", VIX_E_FILE_NOT_FOUND);
-    EXPECT_EQ(Calls("VixDiskLib_Open"), 1u) << "no mapping retry for a local path and another code";
-}
-
 TEST_P(HandleTest, ErrorTwentyOneAsksTheRemoteParentMappingOnce) {
     sim.VddkSim_ScriptResult("VixDiskLib_Open", 1, VIX_E_FILE_TOO_BIG, nullptr, VDDKSIM_ANY_SECTOR,
                              VDDKSIM_ANY_SECTOR);
     Open(kDisk, L"Read", VIX_E_FILE_TOO_BIG);
     EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(VIX_E_FILE_TOO_BIG) + L"' Error: '21'"));
-}
-
-TEST_P(HandleTest, HandlesOpenAgainAfterAnotherHandleWasClosed) {
-    // A handle's own worker must not take VDDK down with it at close.
-    _vixReadWriteHandle *first = Open(kDisk, L"Read");
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(CloseDisk(first), VixError(VIX_OK));
-    _vixReadWriteHandle *second = nullptr;
-    wcstring mode;
-    ASSERT_EQ(service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &second, mode), VixError(VIX_OK));
-    std::vector<uint8_t> buffer(512);
-    EXPECT_EQ(service->VixDiskLib_Read(second, 0, 1, buffer.data()), VixError(VIX_OK));
-    EXPECT_EQ(CloseDisk(second), VixError(VIX_OK));
 }
 
 TEST_P(HandleTest, CloseOfANullHandleDoesNothing) {
@@ -177,7 +157,7 @@ TEST_F(SharePathTest, ASharePathIsOpenedUnderTheCallersToken) {
     RevertToSelf();
     EXPECT_NE(result, VixError(VIX_OK)) << "no such share";
     EXPECT_EQ(handle, nullptr);
-    EXPECT_FALSE(LastArg("user.VixDiskLib_Open").empty()) << "the worker impersonated the job thread for the open";
+    EXPECT_FALSE(sim.LastArg("user.VixDiskLib_Open").empty()) << "the worker impersonated the job thread for the open";
     EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(result) + L"' Error: '" +
                              std::to_wstring(static_cast<long long>(result)) + L"'"))
         << "a share path always asks the remote-parent mapping";
@@ -189,7 +169,7 @@ TEST_F(SharePathTest, ALocalPathIsOpenedWithoutImpersonation) {
     _vixReadWriteHandle *handle = nullptr;
     wcstring mode;
     ASSERT_EQ(service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &handle, mode), VixError(VIX_OK));
-    EXPECT_EQ(LastArg("user.VixDiskLib_Open"), "");
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), "");
     EXPECT_EQ(log.Count(L"vixWorkerThread::::SKWT_VixDiskLib_Open: Failed to duplicate main job thread token "), 0u);
     EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
 }

@@ -2,29 +2,14 @@
 // preservation and deletion, as the stand-in reads it at InitEx.
 #include <skstdutl/sklog.h>
 
+#include <dbtest/files.h>
+
 #include "service_fixture.h"
 
 namespace servicetest {
 namespace {
 
 bool Exists(const std::wstring &path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
-
-void WriteFileText(const std::wstring &path, const std::string &text) {
-    skclass::UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
-    ASSERT_TRUE(file) << GetLastError();
-    DWORD written = 0;
-    ASSERT_TRUE(WriteFile(file.get(), text.data(), DWORD(text.size()), &written, nullptr));
-}
-
-std::string ReadFileText(const std::wstring &path) {
-    skclass::UniqueFile file(
-        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    std::string text(4096, '\0');
-    DWORD read = 0;
-    if (!file || !ReadFile(file.get(), &text[0], DWORD(text.size()), &read, nullptr)) return "(unreadable)";
-    text.resize(read);
-    return text;
-}
 
 std::string DefaultContent(const std::wstring &dataDirectory, unsigned timeout = 1800000, unsigned level = 6) {
     return "vixDiskLib.nfcFssrvr.TimeoutMs = \"" + std::to_string(timeout) + "\"\r\n" +
@@ -35,8 +20,8 @@ std::string DefaultContent(const std::wstring &dataDirectory, unsigned timeout =
 TEST_F(ServiceTest, DefaultFileHoldsThreeLinesAndIsGoneAfterInitEx) {
     auto service = Start();
     const std::wstring file = data.File(L"vddk-0.ini");
-    EXPECT_EQ(LastArg("configFile"), Utf8(file));
-    EXPECT_EQ(LastArg("configContent"), DefaultContent(data.Path()));
+    EXPECT_EQ(sim.LastArg("configFile"), Utf8(file));
+    EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(data.Path()));
     EXPECT_TRUE(Exists(data.File(L"VMwareTemp")));
     EXPECT_FALSE(Exists(file));
     EXPECT_TRUE(log.Contains(L"diskBroker::createVDDkIniFile() using the ini file " + file + L" for initialization"));
@@ -47,27 +32,27 @@ TEST_F(ServiceTest, RegistryValuesGoIntoTheFileAndTrailingBackslashesAreDropped)
     SetAgentDword(L"vixDiskLib.nfcFssrvr.TimeoutMs", 60000);
     SetAgentDword(L"vixDiskLib.transport.LogLevel", 2);
     auto service = Start();
-    EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-0.ini")));
-    EXPECT_EQ(LastArg("configContent"), DefaultContent(data.Path(), 60000, 2));
+    EXPECT_EQ(sim.LastArg("configFile"), Utf8(data.File(L"vddk-0.ini")));
+    EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(data.Path(), 60000, 2));
 }
 
 TEST_F(ServiceTest, FirstFreeCounterIsUsedAndExistingFilesAreLeftAlone) {
-    WriteFileText(data.File(L"vddk-0.ini"), "zero");
-    WriteFileText(data.File(L"vddk-1.ini"), "one");
+    ASSERT_TRUE(dbtest::WriteWholeFile(data.File(L"vddk-0.ini"), "zero"));
+    ASSERT_TRUE(dbtest::WriteWholeFile(data.File(L"vddk-1.ini"), "one"));
     auto service = Start();
-    EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-2.ini")));
-    EXPECT_EQ(ReadFileText(data.File(L"vddk-0.ini")), "zero");
-    EXPECT_EQ(ReadFileText(data.File(L"vddk-1.ini")), "one");
+    EXPECT_EQ(sim.LastArg("configFile"), Utf8(data.File(L"vddk-2.ini")));
+    EXPECT_EQ(dbtest::ReadWholeFile(data.File(L"vddk-0.ini")), "zero");
+    EXPECT_EQ(dbtest::ReadWholeFile(data.File(L"vddk-1.ini")), "one");
     EXPECT_FALSE(Exists(data.File(L"vddk-2.ini")));
 }
 
 TEST_F(ServiceTest, ExistingUserFileIsUsedAndNeverDeleted) {
     const std::wstring userFile = data.File(L"mine.ini");
-    WriteFileText(userFile, "vixDiskLib.transport.LogLevel = \"1\"\r\n");
+    ASSERT_TRUE(dbtest::WriteWholeFile(userFile, "vixDiskLib.transport.LogLevel = \"1\"\r\n"));
     SetAgentString(L"vixDiskLib.config.file", userFile);
     auto service = Start();
-    EXPECT_EQ(LastArg("configFile"), Utf8(userFile));
-    EXPECT_EQ(LastArg("configContent"), "vixDiskLib.transport.LogLevel = \"1\"\r\n");
+    EXPECT_EQ(sim.LastArg("configFile"), Utf8(userFile));
+    EXPECT_EQ(sim.LastArg("configContent"), "vixDiskLib.transport.LogLevel = \"1\"\r\n");
     EXPECT_TRUE(service->PreservesIniFile());
     service.reset();
     EXPECT_TRUE(Exists(userFile));
@@ -80,8 +65,8 @@ TEST_F(ServiceTest, MissingUserFileFallsBackToTheNextCounter) {
     auto service = Start();
     EXPECT_TRUE(log.Contains(L"diskBroker::createVDDkIniFile() Could not find the user specified vddk ini file '" +
                              userFile + L"'. Error: 2. Forcing creation of a  default ini file."));
-    EXPECT_EQ(LastArg("configFile"), Utf8(data.File(L"vddk-1.ini")));
-    EXPECT_EQ(LastArg("configContent"), DefaultContent(data.Path()));
+    EXPECT_EQ(sim.LastArg("configFile"), Utf8(data.File(L"vddk-1.ini")));
+    EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(data.Path()));
     EXPECT_FALSE(Exists(data.File(L"vddk-1.ini")));
 }
 
@@ -89,7 +74,7 @@ TEST_F(ServiceTest, PreserveSettingKeepsTheDefaultFile) {
     SetAgentDword(L"Preserve vddk ini file", 1);
     auto service = Start();
     EXPECT_TRUE(service->PreservesIniFile());
-    EXPECT_EQ(ReadFileText(data.File(L"vddk-0.ini")), DefaultContent(data.Path()));
+    EXPECT_EQ(dbtest::ReadWholeFile(data.File(L"vddk-0.ini")), DefaultContent(data.Path()));
 }
 
 TEST_F(ServiceTest, EmptyDataPathMeansDriveC) {
@@ -98,9 +83,9 @@ TEST_F(ServiceTest, EmptyDataPathMeansDriveC) {
     auto service = Start();
     EXPECT_TRUE(log.Contains(
         L"diskBroker::createVDDkIniFile() Could not get the datapath from registry. Writing files to c:"));
-    const std::wstring file = Wide(LastArg("configFile"));
+    const std::wstring file = Wide(sim.LastArg("configFile"));
     EXPECT_EQ(file.rfind(L"C:\\vddk-", 0), 0u) << Utf8(file);
-    EXPECT_EQ(LastArg("configContent"), DefaultContent(L"C:"));
+    EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(L"C:"));
     EXPECT_TRUE(DeleteFileW(file.c_str()));
 }
 
@@ -112,9 +97,9 @@ TEST_F(ServiceTest, MissingMiscKeyMeansTheRootOfTheCurrentDrive) {
     ASSERT_EQ(registry.DeleteValue(kMainMiscKey, L"Data Path"), ERROR_SUCCESS);
     ASSERT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, kMainMiscKey), ERROR_SUCCESS);
     auto service = Start();
-    const std::string file = LastArg("configFile");
+    const std::string file = sim.LastArg("configFile");
     EXPECT_EQ(file.rfind("\\vddk-", 0), 0u) << file;
-    EXPECT_EQ(LastArg("configContent"), DefaultContent(L""));
+    EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(L""));
     EXPECT_FALSE(Exists(Wide(file)));
     SetCurrentDirectoryW(previous);
 }
@@ -126,7 +111,7 @@ TEST_F(ServiceTest, AFolderThatTakesNoFileStartsVddkWithoutOne) {
     ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", missing), ERROR_SUCCESS);
     auto service = Start();
     EXPECT_EQ(Calls("VixDiskLib_InitEx"), 1u);
-    EXPECT_EQ(LastArg("configFile"), "");
+    EXPECT_EQ(sim.LastArg("configFile"), "");
     EXPECT_EQ(log.Count(L"diskBroker::createVDDkIniFile() Could not create the vddk ini file '" + missing +
                         L"\\vddk-0.ini' Error: 3"),
               1u);

@@ -129,18 +129,6 @@ TEST_F(ConfigurationTest, OpensKeysByModeAndSecondName) {
     EXPECT_EQ(reader.Load(L"Text", L""), L"hello");
 }
 
-TEST(RegistrySandbox, KeepsWritesAwayFromTheRealMachineKey) {
-    const wchar_t path[] = L"SOFTWARE\\diskBrokerSandboxProbe";
-    {
-        dbtest::RegistrySandbox sandbox;
-        ASSERT_TRUE(sandbox.Ok()) << sandbox.Error();
-        ASSERT_EQ(sandbox.SetDword(path, L"x", 1), ERROR_SUCCESS);
-    }
-    HKEY key = nullptr;
-    EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
-    if (key != nullptr) RegCloseKey(key);
-}
-
 TEST(Product, ReadsTheProductValueOnEveryCall) {
     dbtest::RegistrySandbox sandbox;
     ASSERT_TRUE(sandbox.Ok()) << sandbox.Error();

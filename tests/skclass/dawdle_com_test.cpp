@@ -3,11 +3,11 @@
 #include <skclass_mini/com.h>
 #include <skclass_mini/dawdle.h>
 #include <skclass_mini/impersonator.h>
-#include "test_wait.h"
+#include <dbtest/wait.h>
 
 namespace {
 
-using namespace skclass_test;
+using namespace dbtest;
 
 class DawdleTest : public testing::Test {
 protected:

@@ -5,11 +5,11 @@
 #include <thread>
 #include <vector>
 #include <skclass_mini/singleton.h>
-#include "test_wait.h"
+#include <dbtest/wait.h>
 
 namespace {
 
-using namespace skclass_test;
+using namespace dbtest;
 
 // Factories are plain function pointers, so each test's state is global.
 std::atomic<int> g_constructions{0};

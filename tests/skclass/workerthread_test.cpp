@@ -7,11 +7,11 @@
 #include <thread>
 #include <vector>
 #include <skclass_mini/workerthread.h>
-#include "test_wait.h"
+#include <dbtest/wait.h>
 
 namespace {
 
-using namespace skclass_test;
+using namespace dbtest;
 
 // A record that holds the worker inside Execute until the test opens the gate.
 class GateCall : public SyncCall {

@@ -4,25 +4,14 @@
 #include <string>
 #include <vector>
 #include <gtest/gtest.h>
+#include <dbtest/files.h>
+#include <dbtest/temp_dir.h>
 #include <dbtest/log_capture.h>
 #include <skstdutl/sklog.h>
 
 namespace {
 
 const DWORD kTimeoutMs = 30000;  // bound on every wait for another thread
-
-std::string ReadWholeFile(const std::wstring &path) {
-    std::string content;
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return content;
-    char chunk[65536];
-    DWORD got = 0;
-    while (ReadFile(file, chunk, sizeof chunk, &got, nullptr) && got > 0) content.append(chunk, got);
-    CloseHandle(file);
-    return content;
-}
 
 std::vector<std::string> SplitLines(const std::string &content) {
     std::vector<std::string> lines;
@@ -33,32 +22,26 @@ std::vector<std::string> SplitLines(const std::string &content) {
     return lines;
 }
 
-// A private folder per test; the log goes to <folder>\Logs\diskBroker.log.
+// A private folder per test; the log goes to <folder>\sklog\Logs\diskBroker.log,
+// two folders the logger has to create.
 class SklogFile : public ::testing::Test {
 protected:
     void SetUp() override {
-        wchar_t temp[MAX_PATH];
-        GetTempPathW(MAX_PATH, temp);
-        folder_ = std::wstring(temp) + L"sklog_test_" + std::to_wstring(GetCurrentProcessId());
-        logPath_ = folder_ + L"\\Logs\\diskBroker.log";
+        ASSERT_FALSE(folder_.Path().empty());
         SK_SetLogFilePath(logPath_.c_str());
     }
     void TearDown() override {
-        SK_SetLogFilePath(L"");  // closes the file so it can be removed
-        DeleteFileW(logPath_.c_str());
-        DeleteFileW((logPath_ + L".1").c_str());
-        RemoveDirectoryW((folder_ + L"\\Logs").c_str());
-        RemoveDirectoryW(folder_.c_str());
+        SK_SetLogFilePath(L"");  // closes the file so the folder can be removed
         SK_SetLogFilePath(nullptr);
     }
-    std::wstring folder_;
-    std::wstring logPath_;
+    dbtest::TempDir folder_;
+    const std::wstring logPath_ = folder_.File(L"sklog\\Logs\\diskBroker.log");
 };
 
 TEST_F(SklogFile, WritesOneTimestampedLinePerCallCreatingTheFolder) {
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"hello %s", L"w\x00f6rld");
     SK_Zprintf_2(L"d:\\x\\other.cpp", 0, L"second");
-    std::vector<std::string> lines = SplitLines(ReadWholeFile(logPath_));
+    std::vector<std::string> lines = SplitLines(dbtest::ReadWholeFile(logPath_));
     ASSERT_EQ(lines.size(), 2u);
     // "YYYY-MM-DD hh:mm:ss.mmm [  tid] file: text", text in UTF-8.
     std::string tid = std::to_string(GetCurrentThreadId());
@@ -104,7 +87,7 @@ TEST_F(SklogFile, ConcurrentWritersNeitherTearNorLoseLines) {
     ASSERT_EQ(WaitForMultipleObjects(kThreads, threads.data(), TRUE, kTimeoutMs), WAIT_OBJECT_0);
     for (HANDLE h : threads) CloseHandle(h);
 
-    std::vector<std::string> lines = SplitLines(ReadWholeFile(logPath_));
+    std::vector<std::string> lines = SplitLines(dbtest::ReadWholeFile(logPath_));
     ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * (kLinesPerThread + 1)));
     std::set<std::string> texts;
     for (const std::string &line : lines) texts.insert(line.substr(line.find(": ") + 2));
@@ -122,8 +105,8 @@ TEST_F(SklogFile, RotatesAtTenMegabytesKeepingOneOlderFile) {
         SK_Zprintf_2(SK_SOURCE_FILE, 0, L"%d %s", count++, text.c_str());
         written += text.size() + 60;
     }
-    std::string older = ReadWholeFile(logPath_ + L".1");
-    std::string current = ReadWholeFile(logPath_);
+    std::string older = dbtest::ReadWholeFile(logPath_ + L".1");
+    std::string current = dbtest::ReadWholeFile(logPath_);
     EXPECT_LE(older.size(), tenMb);
     EXPECT_GT(older.size(), tenMb - 2 * text.size() - 200);
     std::vector<std::string> olderLines = SplitLines(older);

@@ -1,6 +1,7 @@
 // CXmlBuilder: what it refuses, and escaping round-tripped through the reader.
 #include <string>
 #include <gtest/gtest.h>
+#include <dbtest/temp_dir.h>
 #include <skxml/xmlbuilder.h>
 #include <skxml/xmlreader.h>
 #include <windows.h>
@@ -84,16 +85,14 @@ TEST(XmlBuilder, RefusesWhatWouldBeIllFormed) {
 }
 
 TEST(XmlBuilder, SavesUtf8TheReaderLoads) {
-    wchar_t temp[MAX_PATH];
-    GetTempPathW(MAX_PATH, temp);
-    std::wstring path = std::wstring(temp) + L"skxml_builder_" + std::to_wstring(GetCurrentProcessId()) + L".xml";
+    dbtest::TempDir folder;
+    const std::wstring path = folder.File(L"skxml_builder.xml");
     CXmlBuilder builder;
     ASSERT_TRUE(builder.StartElement(L"r"));
     ASSERT_TRUE(builder.AddAttribute(L"name", L"\x00fc\x4e2d"));
     ASSERT_TRUE(builder.SaveUtf8(path.c_str()));
     CXmlReader reader;
     ASSERT_TRUE(reader.LoadFile(path.c_str())) << reader.ErrorText().c_str();
-    DeleteFileW(path.c_str());
     ASSERT_TRUE(reader.SelectSingleNode(L"r"));
     std::wstring name;
     EXPECT_TRUE(reader.GetAttribute(L"name", name));

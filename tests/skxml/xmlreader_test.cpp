@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 #include <gtest/gtest.h>
+#include <dbtest/files.h>
+#include <dbtest/temp_dir.h>
 #include <skxml/xmlreader.h>
 #include <windows.h>
 
@@ -194,20 +196,9 @@ TEST(XmlReader, WideTextWithABomOrAUtf8Declaration) {
 
 class XmlReaderFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        wchar_t temp[MAX_PATH];
-        GetTempPathW(MAX_PATH, temp);
-        path_ = std::wstring(temp) + L"skxml_test_" + std::to_wstring(GetCurrentProcessId()) + L".xml";
-    }
-    void TearDown() override { DeleteFileW(path_.c_str()); }
-    void Write(const std::string &bytes) {
-        HANDLE file = CreateFileW(path_.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-        ASSERT_NE(file, INVALID_HANDLE_VALUE);
-        DWORD written = 0;
-        WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-        CloseHandle(file);
-    }
-    std::wstring path_;
+    void Write(const std::string &bytes) { ASSERT_TRUE(dbtest::WriteWholeFile(path_, bytes)) << GetLastError(); }
+    dbtest::TempDir folder_;
+    const std::wstring path_ = folder_.File(L"skxml_test.xml");
 };
 
 const char kUtf8Doc[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?><r name=\"gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80\"/>";

@@ -1,8 +1,7 @@
 // Drives the VDDK stand-in from the qemu-img interop script:
-//   standin_disk_tool read <disk.vmdk> <out.raw>        whole disk through the stand-in
-//   standin_disk_tool write-chain <folder> <expected>   base + child written through the
-//        stand-in in <folder> (base.vmdk, child.vmdk); <expected> gets the child's contents
-//        computed independently of any VMDK code.
+//   standin_disk_tool <folder> <expected>   base + child written through the stand-in in
+//        <folder> (base.vmdk, child.vmdk); <expected> gets the child's contents computed
+//        independently of any VMDK code.
 #include <stdio.h>
 #include <string.h>
 
@@ -32,18 +31,6 @@ bool WriteFileAll(const std::wstring &path, const std::vector<uint8_t> &data) {
     if (!f) return false;
     const bool ok = fwrite(data.data(), 1, data.size(), f) == data.size();
     return fclose(f) == 0 && ok;
-}
-
-int ReadDisk(VixDiskLibConnection conn, const wchar_t *disk, const wchar_t *out) {
-    VixDiskLibHandle h = nullptr;
-    if (!Check(lib_.VixDiskLib_Open(conn, Narrow(disk).c_str(), VIXDISKLIB_FLAG_OPEN_READ_ONLY, &h), "Open")) return 1;
-    VixDiskLibInfo *info = nullptr;
-    if (!Check(lib_.VixDiskLib_GetInfo(h, &info), "GetInfo")) return 1;
-    std::vector<uint8_t> data(size_t(info->capacity * 512));
-    lib_.VixDiskLib_FreeInfo(info);
-    if (!Check(lib_.VixDiskLib_Read(h, 0, data.size() / 512, data.data()), "Read")) return 1;
-    lib_.VixDiskLib_Close(h);
-    return WriteFileAll(out, data) ? 0 : 1;
 }
 
 bool Fill(VixDiskLibHandle h, std::vector<uint8_t> *expected, uint64_t offset, uint64_t length, uint8_t byte) {
@@ -79,8 +66,8 @@ int WriteChain(VixDiskLibConnection conn, const wchar_t *folder, const wchar_t *
 }  // namespace
 
 int wmain(int argc, wchar_t **argv) {
-    if (argc != 4) {
-        fprintf(stderr, "usage: standin_disk_tool read <disk> <out> | write-chain <folder> <expected>\n");
+    if (argc != 3) {
+        fprintf(stderr, "usage: standin_disk_tool <folder> <expected>\n");
         return 2;
     }
     const std::wstring dll = dbtest::VddkStandinBuildFolder(dbtest::VddkVariant::Normal, L"vixDiskLib.dll") + L"vixDiskLib.dll";
@@ -92,7 +79,7 @@ int wmain(int argc, wchar_t **argv) {
     if (!Check(lib_.VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr), "InitEx")) return 1;
     VixDiskLibConnection conn = nullptr;
     if (!Check(lib_.VixDiskLib_Connect(nullptr, &conn), "Connect")) return 1;
-    const int rc = wcscmp(argv[1], L"read") == 0 ? ReadDisk(conn, argv[2], argv[3]) : WriteChain(conn, argv[2], argv[3]);
+    const int rc = WriteChain(conn, argv[1], argv[2]);
     lib_.VixDiskLib_Disconnect(conn);
     lib_.VixDiskLib_Exit();
     return rc;

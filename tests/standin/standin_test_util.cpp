@@ -20,21 +20,6 @@ void OnLog(const char *fmt, va_list args) { Capture("", fmt, args); }
 void OnWarn(const char *fmt, va_list args) { Capture("W:", fmt, args); }
 void OnPanic(const char *fmt, va_list args) { Capture("P:", fmt, args); }
 
-void DeleteTree(const std::wstring &folder) {
-    WIN32_FIND_DATAW data;
-    HANDLE find = FindFirstFileW((folder + L"\\*").c_str(), &data);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            const std::wstring name = data.cFileName;
-            if (name == L"." || name == L"..") continue;
-            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) DeleteTree(folder + L"\\" + name);
-            else DeleteFileW((folder + L"\\" + name).c_str());
-        } while (FindNextFileW(find, &data));
-        FindClose(find);
-    }
-    RemoveDirectoryW(folder.c_str());
-}
-
 }  // namespace
 
 std::vector<std::string> LogLines() {
@@ -64,21 +49,15 @@ void StandinTest::TearDown() {
         sim_.VddkSim_Reset();
         FreeLibrary(lib_);
     }
-    for (const auto &f : folders_) {
-        wchar_t wide[MAX_PATH];
-        MultiByteToWideChar(CP_UTF8, 0, f.c_str(), -1, wide, MAX_PATH);
-        DeleteTree(wide);
-    }
+    folders_.clear();  // after the library let go of their files
 }
 
 std::string StandinTest::TempFolder() {
-    char base[MAX_PATH];
-    GetTempPathA(MAX_PATH, base);
-    const std::string folder = std::string(base) + "standin-" + std::to_string(GetCurrentProcessId()) + "-" +
-                               std::to_string(folders_.size());
-    CreateDirectoryA(folder.c_str(), nullptr);
-    folders_.push_back(folder);
-    return folder;
+    folders_.push_back(std::make_unique<dbtest::TempDir>());
+    const std::wstring &folder = folders_.back()->Path();
+    char narrow[MAX_PATH * 3] = "";
+    WideCharToMultiByte(CP_UTF8, 0, folder.c_str(), -1, narrow, sizeof narrow, nullptr, nullptr);
+    return narrow;
 }
 
 VixError CreateSparse(const dbtest::VddkDiskLibExports &vddk, VixDiskLibConnection conn, const std::string &path,

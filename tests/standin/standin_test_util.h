@@ -1,11 +1,13 @@
 // Loads a stand-in vixDiskLib.dll for one test and captures its log lines.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include <dbtest/temp_dir.h>
 #include <dbtest/vddk_install.h>
 
 namespace standin_test {
@@ -27,7 +29,7 @@ protected:
     dbtest::VddkDiskLibExports vddk_;
     dbtest::VddkSimControl sim_;
     VixDiskLibConnection conn_ = nullptr;
-    std::vector<std::string> folders_;
+    std::vector<std::unique_ptr<dbtest::TempDir>> folders_;
 };
 
 VixError CreateSparse(const dbtest::VddkDiskLibExports &vddk, VixDiskLibConnection conn, const std::string &path,

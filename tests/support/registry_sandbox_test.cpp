@@ -2,19 +2,12 @@
 
 #include <string>
 #include <vector>
+#include <dbtest/child_process.h>
 #include <dbtest/registry_sandbox.h>
-#include <skclass_mini/handles.h>
 
 namespace {
 
 constexpr DWORD kTimeoutMs = 60000;
-
-std::wstring HelperPath() {
-    wchar_t self[MAX_PATH];
-    const DWORD length = GetModuleFileNameW(nullptr, self, MAX_PATH);
-    std::wstring path(self, length);
-    return path.substr(0, path.find_last_of(L'\\') + 1) + L"sandbox_churn_helper.exe";
-}
 
 bool KeyExists(HKEY root, const wchar_t *path) {
     HKEY key = nullptr;
@@ -26,23 +19,15 @@ bool KeyExists(HKEY root, const wchar_t *path) {
 // Two test programs under ctest -j2 each build a sandbox at the same moment: one
 // tearing its sandbox down must never make the other's creation fail.
 TEST(RegistrySandbox, ProcessesBuildingSandboxesTogetherNeverCollide) {
-    std::vector<skclass::UniqueHandle> processes;
+    std::vector<dbtest::ChildProcess> processes;
     for (int i = 0; i < 4; ++i) {
-        std::wstring command = L"\"" + HelperPath() + L"\" 2000";
-        STARTUPINFOW startup{};
-        startup.cb = sizeof(startup);
-        PROCESS_INFORMATION info{};
-        ASSERT_TRUE(CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                                   &info))
-            << "CreateProcessW failed: " << GetLastError();
-        CloseHandle(info.hThread);
-        processes.emplace_back(info.hProcess);
+        processes.emplace_back(L"sandbox_churn_helper.exe", L"2000");
+        ASSERT_TRUE(processes.back().Started()) << "CreateProcessW failed: " << processes.back().StartError();
     }
     for (auto &process : processes) {
-        ASSERT_EQ(WaitForSingleObject(process.get(), kTimeoutMs), WAIT_OBJECT_0) << "a churn helper hung";
-        DWORD failures = 0;
-        GetExitCodeProcess(process.get(), &failures);
-        EXPECT_EQ(failures, 0u) << "sandboxes that failed in one helper";
+        const int64_t failures = process.Finish(kTimeoutMs);
+        ASSERT_GE(failures, 0) << "a churn helper hung";
+        EXPECT_EQ(failures, 0) << "sandboxes that failed in one helper";
     }
 }
 

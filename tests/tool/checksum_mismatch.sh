@@ -3,20 +3,6 @@
 # loudly (exit 3, the extent named) and a damaged manifest is refused (exit 1).
 # usage: checksum_mismatch.sh <wine run.sh> <diskbroker.exe>
 . "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
-# Runs the tool, expecting exit code $1 and stderr matching $2.
-expect_failure() {
-    code=$1 pattern=$2
-    shift 2
-    set +e
-    db "$@" > out.txt 2> err.txt
-    rc=$?
-    set -e
-    if [ "$rc" != "$code" ] || ! grep -q "$pattern" err.txt; then
-        echo "expected exit $code and '$pattern' from: $*; got exit $rc"
-        cat out.txt err.txt
-        exit 1
-    fi
-}
 
 qemu-img create -q -f vmdk disk.vmdk 16M
 qemu-io -f vmdk -c 'write -P 0x5a 1M 2M' -c 'write -P 0x6b 9M 1M' disk.vmdk >/dev/null
@@ -30,20 +16,14 @@ cp good.img.meta bad.img.meta
 cp good.img.extents.xml bad.img.extents.xml
 # One byte inside the second extent.
 printf '\001' | dd of=bad.img bs=1 seek=9437700 conv=notrunc 2>/dev/null
-expect_failure 3 'checksum mismatch in extent 2' restore bad.img target.vmdk
+check 3 'checksum mismatch in extent 2' err restore bad.img target.vmdk
 grep -q 'must not be used' err.txt
 echo "changed image data: exit 3, extent 2 named"
 
 sed 's/^capacity .*/capacity 1048576/' good.img.manifest > bad.img.manifest
 cp good.img bad.img
-expect_failure 1 'reaches past the capacity' restore bad.img target2.vmdk
+check 1 'reaches past the capacity' err restore bad.img target2.vmdk
 test ! -e target2.vmdk
 rm bad.img.manifest
-expect_failure 1 'bad.img.manifest.*does not exist' restore bad.img target2.vmdk
+check 1 'bad.img.manifest.*does not exist' err restore bad.img target2.vmdk
 echo "damaged or missing manifest: exit 1, nothing created"
-
-db restore good.img target.vmdk > /dev/null
-qemu-img convert -f vmdk -O raw target.vmdk target.raw
-qemu-img convert -f vmdk -O raw disk.vmdk disk.raw
-cmp disk.raw target.raw
-echo "a good image still restores"

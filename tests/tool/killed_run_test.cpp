@@ -10,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <dbtest/child_process.h>
 #include <dbtest/product_keys.h>
+#include <dbtest/registry_sandbox.h>
 #include <dbtest/temp_dir.h>
 #include <skclass_mini/handles.h>
 
@@ -32,94 +34,25 @@ const wchar_t kSource[] = L"memdisk://killed?size=201326592&seed=11";
 // In the children's environment where a password would be; it must reach no key.
 const wchar_t kSecret[] = L"Killed-Run-Secret1";
 
-class Child {
-public:
-    // Starts diskbroker.exe with stdout and stderr on a pipe we read.
-    explicit Child(const std::wstring &arguments) {
-        SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-        HANDLE read = nullptr, write = nullptr;
-        if (!CreatePipe(&read, &write, &inherit, 0)) return;
-        out_.reset(read);
-        skclass::UniqueHandle childEnd(write);
-        SetHandleInformation(read, HANDLE_FLAG_INHERIT, 0);
-        STARTUPINFOW startup{};
-        startup.cb = sizeof startup;
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-        startup.hStdOutput = write;
-        startup.hStdError = write;
-        std::wstring line = L"\"" + ExeFolder() + L"diskbroker.exe\" " + arguments;
-        PROCESS_INFORMATION info{};
-        if (!CreateProcessW(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &info)) return;
-        process_.reset(info.hProcess);
-        thread_.reset(info.hThread);
-    }
-    bool Started() const { return static_cast<bool>(process_); }
-
-    // Reads output until a line contains `marker`; false at the end of output.
-    bool WaitForLine(const std::string &marker) {
-        std::string line;
-        char c;
-        DWORD got = 0;
-        while (ReadFile(out_.get(), &c, 1, &got, nullptr) && got == 1) {
-            output_ += c;
-            if (c != '\n') {
-                line += c;
-                continue;
-            }
-            if (line.find(marker) != std::string::npos) return true;
-            line.clear();
-        }
-        return false;
-    }
-    // Stops the child where it is, then kills it. False if it had ended already.
-    bool Kill() {
-        SuspendThread(thread_.get());
-        DWORD code = 0;
-        const bool running = GetExitCodeProcess(process_.get(), &code) && code == STILL_ACTIVE;
-        TerminateProcess(process_.get(), 99);
-        WaitForSingleObject(process_.get(), kMustHappenMs);
-        return running;
-    }
-    // Reads everything, waits for the end; the exit code, or -1 on a timeout.
-    int Finish() {
-        WaitForLine("\x01never");
-        if (WaitForSingleObject(process_.get(), kMustHappenMs) != WAIT_OBJECT_0) return -1;
-        DWORD code = 0;
-        GetExitCodeProcess(process_.get(), &code);
-        return static_cast<int>(code);
-    }
-    const std::string &Output() const { return output_; }
-
-private:
-    skclass::UniqueHandle process_, thread_, out_;
-    std::string output_;
-};
+// diskbroker.exe with its stdout and stderr on a pipe the test reads.
+dbtest::ChildProcess Tool(const std::wstring &arguments) {
+    return dbtest::ChildProcess(L"diskbroker.exe", arguments, true);
+}
 
 int RunTool(const std::wstring &arguments, std::string *output = nullptr) {
-    Child child(arguments);
-    if (!child.Started()) return -2;
-    const int code = child.Finish();
+    dbtest::ChildProcess child = Tool(arguments);
+    const int code = static_cast<int>(child.Finish(kMustHappenMs));
     if (output) *output = child.Output();
     return code;
 }
 
 std::wstring InstallValue() {
-    wchar_t text[1024] = L"";
-    DWORD bytes = sizeof text;
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, dbtest::kMainInstallKey, L"Path", RRF_RT_REG_SZ, nullptr, text, &bytes) !=
-        ERROR_SUCCESS)
-        return L"<none>";
-    return text;
+    return dbtest::ReadRegistryString(HKEY_LOCAL_MACHINE, dbtest::kMainInstallKey, L"Path");
 }
 
 std::wstring StandinMachineInstallValue() {
     const std::wstring key = std::wstring(StandinMachine::kKeyPath) + L"\\" + dbtest::kMainInstallKey;
-    wchar_t text[1024] = L"";
-    DWORD bytes = sizeof text;
-    if (RegGetValueW(HKEY_CURRENT_USER, key.c_str(), L"Path", RRF_RT_REG_SZ, nullptr, text, &bytes) != ERROR_SUCCESS)
-        return L"<none>";
-    return text;
+    return dbtest::ReadRegistryString(HKEY_CURRENT_USER, key, L"Path");
 }
 
 // A value named for a password, or text holding `secret`, anywhere under `key`.
@@ -156,10 +89,11 @@ TEST_P(KilledRun, BackupLeavesNoManifestAndTheRegistryAsItWas) {
     SetEnvironmentVariableW(L"DISKBROKER_PASSWORD", kSecret);
     const std::wstring before = InstallValue();
     const std::wstring image = dir.File(L"killed.img");
-    Child child(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --buffer-kb 256");
+    dbtest::ChildProcess child =
+        Tool(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --buffer-kb 256");
     ASSERT_TRUE(child.Started());
-    ASSERT_TRUE(child.WaitForLine(Marker("backup"))) << child.Output();
-    ASSERT_TRUE(child.Kill()) << "the backup ended before it could be killed";
+    ASSERT_TRUE(child.ReadUntilLine(Marker("backup"))) << child.Output();
+    ASSERT_TRUE(child.Kill(kMustHappenMs)) << "the backup ended before it could be killed";
     EXPECT_EQ(InstallValue(), before);
     EXPECT_EQ(StandinMachineInstallValue(), ExeFolder() + L"vddk-standin-install");
     EXPECT_TRUE(PathExists(image));
@@ -182,10 +116,11 @@ TEST_P(KilledRun, RestoreLeavesATargetThatSaysSoAndARerunCompletes) {
     std::string output;
     ASSERT_EQ(RunTool(L"backup " + Quoted(kSource) + L" " + Quoted(image), &output), 0) << output;
     const std::wstring before = InstallValue();
-    Child child(L"restore " + Quoted(image) + L" " + Quoted(target) + L" --vddk standin --buffer-kb 256");
+    dbtest::ChildProcess child =
+        Tool(L"restore " + Quoted(image) + L" " + Quoted(target) + L" --vddk standin --buffer-kb 256");
     ASSERT_TRUE(child.Started());
-    ASSERT_TRUE(child.WaitForLine(Marker("restore"))) << child.Output();
-    ASSERT_TRUE(child.Kill()) << "the restore ended before it could be killed";
+    ASSERT_TRUE(child.ReadUntilLine(Marker("restore"))) << child.Output();
+    ASSERT_TRUE(child.Kill(kMustHappenMs)) << "the restore ended before it could be killed";
     EXPECT_EQ(InstallValue(), before);
 
     ASSERT_EQ(RunTool(L"info " + Quoted(target), &output), 0) << output;

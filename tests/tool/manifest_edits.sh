@@ -4,18 +4,6 @@
 # restore with exit 3 instead of restoring part of the disk (or another size).
 # usage: manifest_edits.sh <wine run.sh> <diskbroker.exe>
 . "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
-# mismatch <pattern> <target>: restore bad.img into target, expect exit 3.
-mismatch() {
-    set +e
-    db restore bad.img "$2" > out.txt 2> err.txt
-    rc=$?
-    set -e
-    if [ "$rc" != 3 ] || ! grep -q "$1" err.txt; then
-        echo "expected exit 3 and '$1'; got exit $rc"
-        cat bad.img.manifest out.txt err.txt
-        exit 1
-    fi
-}
 
 qemu-img create -q -f vmdk disk.vmdk 16M
 qemu-io -f vmdk -c 'write -P 0x5a 1M 2M' -c 'write -P 0x6b 9M 1M' disk.vmdk >/dev/null
@@ -26,26 +14,21 @@ db backup --changes list.xml disk.vmdk good.img > /dev/null
 for suffix in "" .meta .extents.xml; do cp "good.img$suffix" "bad.img$suffix"; done
 
 grep -v '^extent 9437184 ' good.img.manifest > bad.img.manifest
-mismatch 'leaves out offset 9437184' t1.vmdk
+check 3 'leaves out offset 9437184' err restore bad.img t1.vmdk
 test ! -e t1.vmdk || { echo "a target was created for a manifest that lost an extent"; exit 1; }
 echo "deleted extent line: exit 3, nothing written"
 
 sed 's/^stream .*/stream 0000000000000000000000000000000000000000000000000000000000000000/' good.img.manifest > bad.img.manifest
-mismatch 'its manifest says 0000' t2.vmdk
+check 3 'its manifest says 0000' err restore bad.img t2.vmdk
 db info t2.vmdk | grep -q '^restore: *INCOMPLETE' || { echo "the target of a failed restore is not marked"; exit 1; }
 db backup disk.vmdk whole.img > /dev/null
 for suffix in "" .meta .extents.xml; do cp "whole.img$suffix" "bad.img$suffix"; done
 sed 's/^stream .*/stream 1111111111111111111111111111111111111111111111111111111111111111/' whole.img.manifest > bad.img.manifest
-mismatch 'its manifest says 1111' t2b.vmdk
+check 3 'its manifest says 1111' err restore bad.img t2b.vmdk
 for suffix in "" .meta .extents.xml; do cp "good.img$suffix" "bad.img$suffix"; done
 echo "edited stream digest: exit 3, target marked incomplete (one extent or several)"
 
 sed 's/^capacity .*/capacity 33554432/' good.img.manifest > bad.img.manifest
-mismatch 'is 16777216 bytes, its manifest says the disk had 33554432' t3.vmdk
+check 3 'is 16777216 bytes, its manifest says the disk had 33554432' err restore bad.img t3.vmdk
 test ! -e t3.vmdk || { echo "a target was created with an edited capacity"; exit 1; }
 echo "changed capacity: exit 3, nothing written"
-
-cp good.img.manifest bad.img.manifest
-db restore bad.img t4.vmdk > /dev/null
-db info t4.vmdk | grep -q '^restore: *complete' || { echo "a finished restore is not marked complete"; exit 1; }
-echo "the unedited manifest restores, marked complete"

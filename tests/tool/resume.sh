@@ -9,12 +9,6 @@
 #    whatever mark the backed-up disk itself carried.
 # usage: resume.sh <wine run.sh> <diskbroker.exe>
 . "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
-expect_exit() {  # code, then the command
-    want=$1; shift
-    set +e; "$@" > last.out 2>&1; got=$?; set -e
-    if [ "$got" != "$want" ]; then echo "exit $got, not $want: $*"; cat last.out; exit 1; fi
-}
-
 mark_is() {  # state, disk, when
     db info "$2" > info.txt
     if ! grep -q "^restore: *$1" info.txt; then echo "$2 is not marked $1 $3:"; cat info.txt; exit 1; fi
@@ -29,9 +23,8 @@ sha=$(sha256sum disk.raw | cut -d' ' -f1)
 # prefix's Temp, shared by every test) would pile up run after run.
 strays() { find "$DISKBROKER_WINEPREFIX/drive_c/users" -name 'diskbroker-*.left.xml' -newer disk.raw 2>/dev/null; }
 
-expect_exit 2 db backup disk.vmdk img.raw --stop-after 1000
-expect_exit 9 db backup disk.vmdk img.raw --resume state --stop-after 10000000
-grep -q 'stopped hard after' last.out
+check 2 'needs --resume' err backup disk.vmdk img.raw --stop-after 1000
+check 9 'stopped hard after' err backup disk.vmdk img.raw --resume state --stop-after 10000000
 test ! -e img.raw.manifest
 db backup disk.vmdk img.raw --resume state > resumed.out
 left=$(sed -n 's/^resume: extents 1, sectors asked 65536, already committed \([0-9]*\), left \([0-9]*\)$/\1 \2/p' resumed.out)
@@ -50,11 +43,10 @@ test -z "$stray" || { echo "a stopped backup left working files outside its stat
 db backup disk.vmdk img.raw --resume state > again.out
 grep -q '^resume: extents 0, sectors asked 65536, already committed 65536, left 0$' again.out
 grep -q "^stream $sha\$" img.raw.manifest
-expect_exit 1 db backup disk.vmdk other.raw --resume state
-grep -q 'belongs to another job' last.out
+check 1 'belongs to another job' err backup disk.vmdk other.raw --resume state
 echo "backup: a finished job reads nothing again; another job's folder is refused"
 
-expect_exit 9 db backup disk.vmdk gone.raw --resume gstate --stop-after 10000000
+check 9 'stopped hard after' err backup disk.vmdk gone.raw --resume gstate --stop-after 10000000
 rm gone.raw
 db backup disk.vmdk gone.raw --resume gstate > gone.out
 grep -q "is not there; its bookkeeping is dropped and the backup starts over" gone.out
@@ -62,9 +54,9 @@ grep -q '^resume: extents 1, sectors asked 65536, already committed 0, left 6553
 cmp disk.raw gone.raw
 echo "backup: an image deleted between attempts is made again, whole"
 
-expect_exit 9 db restore img.raw target.vmdk --resume rstate --stop-after 8000000
+check 9 'stopped hard after' err restore img.raw target.vmdk --resume rstate --stop-after 8000000
 mark_is INCOMPLETE target.vmdk "after the stopped restore"
-expect_exit 9 db restore img.raw target.vmdk --resume rstate --stop-after 8000000
+check 9 'stopped hard after' err restore img.raw target.vmdk --resume rstate --stop-after 8000000
 mark_is INCOMPLETE target.vmdk "after a resumed restore that stopped too"
 db restore img.raw target.vmdk --resume rstate > restored.out
 grep -q '^resume: extents 1, sectors asked 65536, already committed [1-9][0-9]*, left [1-9][0-9]*$' restored.out
@@ -78,7 +70,7 @@ echo "restore: stopped twice, resumed, marked incomplete until its end, identica
 # of it; restoring that backup must not take the source's mark for its own.
 db backup target.vmdk marked.raw > /dev/null
 grep -aq 'diskbroker.restore' marked.raw.meta
-expect_exit 9 db restore marked.raw copy.vmdk --resume mstate --stop-after 8000000
+check 9 'stopped hard after' err restore marked.raw copy.vmdk --resume mstate --stop-after 8000000
 mark_is INCOMPLETE copy.vmdk "after a stopped restore of a restored disk's backup"
 db restore marked.raw copy.vmdk --resume mstate > /dev/null
 mark_is complete copy.vmdk "after that restore ended"

@@ -32,11 +32,7 @@ protected:
     HKEY Machine() const { return machine.get(); }
 
     std::wstring Registered(const wchar_t *key = kMainInstallKey, const wchar_t *value = L"Path") {
-        wchar_t text[1024] = L"";
-        DWORD bytes = sizeof text;
-        if (RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_REG_SZ, nullptr, text, &bytes) != ERROR_SUCCESS)
-            return L"<none>";
-        return text;
+        return dbtest::ReadRegistryString(HKEY_LOCAL_MACHINE, key, value);
     }
     // A folder laid out like a real install (the DLL need not load here).
     std::wstring FakeInstall() {
@@ -54,11 +50,7 @@ protected:
         return InSandbox(std::wstring(StandinMachine::kKeyPath) + L"\\" + key, value);
     }
     static std::wstring Stored(const std::wstring &key, const wchar_t *value) {
-        wchar_t text[1024] = L"";
-        DWORD bytes = sizeof text;
-        if (RegGetValueW(HKEY_CURRENT_USER, key.c_str(), value, RRF_RT_REG_SZ, nullptr, text, &bytes) != ERROR_SUCCESS)
-            return L"<none>";
-        return text;
+        return dbtest::ReadRegistryString(HKEY_CURRENT_USER, key, value);
     }
 
     dbtest::RegistrySandbox registry;

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <dbtest/wait.h>
 #include <skclass_mini/handles.h>
 
 #include "sha256.h"
@@ -22,28 +23,28 @@ namespace {
 using dbtool::Sha256;
 using dbtool::StreamStages;
 
-constexpr DWORD kMustHappenMs = 10000;
-constexpr auto kMustNotHappen = std::chrono::milliseconds(200);
+using dbtest::kTimeoutMs;
+using dbtest::NewEvent;
 
-skclass::UniqueHandle ManualEvent() { return skclass::UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr)); }
+constexpr auto kMustNotHappen = std::chrono::milliseconds(200);
 
 TEST(StreamStages, PutWorksOnItsOwnThreadInOrderOnCopies) {
     // 1. the stage takes piece "a" and waits inside the work for `release`;
     // 2. meanwhile the caller queues "b" and overwrites its own buffer;
     // 3. released, the stage sees "a" then "b" as they were queued.
-    skclass::UniqueHandle entered = ManualEvent(), release = ManualEvent();
+    skclass::UniqueHandle entered = NewEvent(), release = NewEvent();
     std::string seen;
     std::atomic<DWORD> stageThread{0};
     StreamStages stages({[&](const uint8_t *data, size_t length) {
                             stageThread = GetCurrentThreadId();
                             SetEvent(entered.get());
-                            WaitForSingleObject(release.get(), kMustHappenMs);
+                            WaitForSingleObject(release.get(), kTimeoutMs);
                             seen.append(reinterpret_cast<const char *>(data), length);
                         }},
                         4, 2);
     char buffer[4] = {'a', 'a', 'a', 'a'};
     stages.Put(reinterpret_cast<uint8_t *>(buffer), 4);
-    ASSERT_EQ(WaitForSingleObject(entered.get(), kMustHappenMs), WAIT_OBJECT_0);
+    ASSERT_EQ(WaitForSingleObject(entered.get(), kTimeoutMs), WAIT_OBJECT_0);
     memset(buffer, 'b', 4);
     stages.Put(reinterpret_cast<uint8_t *>(buffer), 4);
     memset(buffer, 'c', 4);
@@ -101,19 +102,19 @@ TEST(StreamStages, ABufferIsLentAgainOnlyWhenEveryStageIsDoneWithIt) {
     // 1. one buffer, two stages; the slow stage holds piece "x" inside its work;
     // 2. the fast stage is done with it, yet Borrow must not return;
     // 3. released, the slow stage still sees "x", and Borrow returns.
-    skclass::UniqueHandle entered = ManualEvent(), release = ManualEvent();
+    skclass::UniqueHandle entered = NewEvent(), release = NewEvent();
     std::string slowSaw;
     std::atomic<int> fastPieces{0};
     StreamStages stages({[&](const uint8_t *, size_t) { ++fastPieces; },
                          [&](const uint8_t *data, size_t length) {
                              SetEvent(entered.get());
-                             WaitForSingleObject(release.get(), kMustHappenMs);
+                             WaitForSingleObject(release.get(), kTimeoutMs);
                              slowSaw.assign(reinterpret_cast<const char *>(data), length);
                          }},
                         1, 1);
     *stages.Borrow() = 'x';
     stages.Submit(1);
-    ASSERT_EQ(WaitForSingleObject(entered.get(), kMustHappenMs), WAIT_OBJECT_0);
+    ASSERT_EQ(WaitForSingleObject(entered.get(), kTimeoutMs), WAIT_OBJECT_0);
     auto borrow = std::async(std::launch::async, [&] {
         uint8_t *buffer = stages.Borrow();
         *buffer = 'y';
@@ -121,7 +122,7 @@ TEST(StreamStages, ABufferIsLentAgainOnlyWhenEveryStageIsDoneWithIt) {
     });
     EXPECT_EQ(borrow.wait_for(kMustNotHappen), std::future_status::timeout);
     SetEvent(release.get());
-    ASSERT_EQ(borrow.wait_for(std::chrono::milliseconds(kMustHappenMs)), std::future_status::ready);
+    ASSERT_EQ(borrow.wait_for(std::chrono::milliseconds(kTimeoutMs)), std::future_status::ready);
     borrow.get();
     EXPECT_EQ(slowSaw, "x");
     EXPECT_EQ(fastPieces.load(), 1);

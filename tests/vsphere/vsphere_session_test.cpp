@@ -90,13 +90,6 @@ TEST_F(SessionTest, NullArgumentsAndANullSessionOutThatIsNotCaught) {
     EXPECT_EQ(vddkConnectToVMWareServer(kServer, kUser, kPassword, nullptr, &session), dbresult::kNullArgument);
     EXPECT_EQ(vddkConnectToVMWareServer(kServer, kUser, kPassword, &wrapper, nullptr), dbresult::kOk);
     EXPECT_EQ(sim.Query("sessions"), "1");
-    EXPECT_EQ(vddkSetManagedTimeouts(nullptr, session), dbresult::kNullArgument);
-    EXPECT_EQ(vddkSetManagedTimeouts(wrapper, nullptr), dbresult::kNullArgument);
-    EXPECT_EQ(vddkDisconnectFromVCServer(nullptr, session), dbresult::kNullArgument);
-    wcstring text;
-    int code = 0;
-    EXPECT_EQ(vddkGetLastVIErr(text, &code, nullptr, reinterpret_cast<void *>(1)), dbresult::kNullArgument);
-    EXPECT_EQ(vddkGetLastVIErr(text, &code, wrapper, nullptr), dbresult::kNullArgument);
 }
 
 TEST_F(SessionTest, FailedTimeoutsLeaveTheSessionLoggedIn) {

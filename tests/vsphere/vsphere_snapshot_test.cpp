@@ -211,9 +211,6 @@ TEST_F(SnapshotTest, FailedCreationIsTranslatedAndNotListed) {
     EXPECT_EQ(Create(L"backup-2"), dbresult::kSnapshotCreateFailed);
     EXPECT_TRUE(List().empty());
     EXPECT_EQ(Prepared(), 2u) << "the lock stays for vddkRemoveSnapshot to release";
-    EXPECT_EQ(vddkCreateSnapshot(kVm, L"x", L"", kServer, kUser, kPassword, kPort, false, false, wrapper, nullptr,
-                                 kOwner, vddkLog),
-              dbresult::kNullArgument);
 }
 
 }  // namespace

@@ -1,28 +1,6 @@
 #include "worker_fixture.h"
 
-#include <sddl.h>
-
 namespace workertest {
-
-std::string ProcessUser() {
-    skclass::UniqueHandle token;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put())) return std::string();
-    alignas(8) unsigned char buffer[512];
-    DWORD size = 0;
-    if (!GetTokenInformation(token.get(), TokenUser, buffer, sizeof buffer, &size)) return std::string();
-    const PSID sid = reinterpret_cast<TOKEN_USER *>(buffer)->User.Sid;
-    char name[256], domain[256];
-    DWORD nameLength = sizeof name, domainLength = sizeof domain;
-    SID_NAME_USE use;
-    if (LookupAccountSidA(nullptr, sid, name, &nameLength, domain, &domainLength, &use))
-        return std::string(domain) + "\\" + name;
-    // Wine maps no name to its user's SID; the stand-in then records the SID.
-    char *sidText = nullptr;
-    if (!ConvertSidToStringSidA(sid, &sidText)) return std::string();
-    const std::string text = sidText;
-    LocalFree(sidText);
-    return text;
-}
 
 void WorkerTest::TearDown() {
     if (abandoned) {

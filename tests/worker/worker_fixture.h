@@ -17,10 +17,6 @@ using bindingtest::kTimeoutMs;
 using bindingtest::Padded;
 using bindingtest::Utf8;
 
-// The user of the process token as the stand-in records users: "DOMAIN\user",
-// or the SID's text where no name is mapped to it.
-std::string ProcessUser();
-
 class WorkerTest : public bindingtest::BindingTest {
 protected:
     void TearDown() override;

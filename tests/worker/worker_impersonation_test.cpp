@@ -2,6 +2,8 @@
 // constructor) hands the job thread's token to the worker, which makes that
 // and every later library call under the job's identity; a job thread without
 // a token is logged and served under the worker's own identity.
+#include <dbtest/token_user.h>
+
 #include "worker_fixture.h"
 
 namespace workertest {
@@ -23,20 +25,20 @@ bool HasWorkerLine(const std::vector<std::wstring> &lines) {
 TEST_F(WorkerTest, ImpersonatingOpenHandsTheJobsIdentityToEveryLaterCall) {
     Install();
     StartWorker();
-    const std::string user = ProcessUser();
+    const std::string user = dbtest::ProcessUserText();
     ASSERT_FALSE(user.empty());
     VixDiskLibHandle plain = OpenMemDisk("plain");
-    EXPECT_EQ(LastArg("user.VixDiskLib_Open"), "");
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), "");
 
     bool impersonated = false;
     VixDiskLibHandle asJob = nullptr;
     ASSERT_TRUE(RunImpersonating([&] { asJob = OpenMemDisk("job", true); }, &impersonated));
     SKIP_UNLESS_IMPERSONATED(impersonated);
-    EXPECT_EQ(LastArg("user.VixDiskLib_Open"), user);
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), user);
 
     uint8 sector[512];
     EXPECT_EQ(worker->VixDiskLib_Read(plain, 0, 1, sector, nullptr), VIX_OK);
-    EXPECT_EQ(LastArg("user.VixDiskLib_Read"), user) << "the worker stays impersonating";
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Read"), user) << "the worker stays impersonating";
 
     VixDiskLibHandle again = nullptr;
     ASSERT_TRUE(RunImpersonating([&] { again = OpenMemDisk("again", true); }, &impersonated));
@@ -51,7 +53,7 @@ TEST_F(WorkerTest, JobThreadWithoutTokenIsLoggedAndServedAnyway) {
     log.Clear();
     VixDiskLibHandle handle = OpenMemDisk("tokenless", true);
     EXPECT_NE(handle, nullptr);
-    EXPECT_EQ(LastArg("user.VixDiskLib_Open"), "");
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), "");
 
     const std::wstring file = install.File(L"created.vmdk");
     VixDiskLibCreateParams params{};
@@ -90,9 +92,9 @@ TEST_F(WorkerTest, WorkerConstructedWhileImpersonatingRunsAsTheJobFromTheStart) 
     log.Clear();
     uint8 sector[512];
     EXPECT_EQ(worker->VixDiskLib_Read(beside, 0, 1, sector, nullptr), VIX_OK);
-    EXPECT_EQ(LastArg("user.VixDiskLib_Read"), ProcessUser());
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Read"), dbtest::ProcessUserText());
     VixDiskLibHandle asking = OpenMemDisk("asking", true);
-    EXPECT_EQ(LastArg("user.VixDiskLib_Open"), ProcessUser());
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), dbtest::ProcessUserText());
     EXPECT_FALSE(HasWorkerLine(log.Lines())) << ::testing::PrintToString(log.Lines());
     for (VixDiskLibHandle handle : {beside, asking}) EXPECT_EQ(worker->VixDiskLib_Close(handle, nullptr), VIX_OK);
 }

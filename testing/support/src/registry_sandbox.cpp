@@ -88,4 +88,15 @@ LSTATUS RegistrySandbox::DeleteValue(const std::wstring &keyPath, const std::wst
     return status;
 }
 
+std::wstring ReadRegistryString(HKEY root, const std::wstring &key, const wchar_t *name) {
+    DWORD bytes = 0;
+    if (RegGetValueW(root, key.c_str(), name, RRF_RT_REG_SZ, nullptr, nullptr, &bytes) != ERROR_SUCCESS)
+        return L"<none>";
+    std::wstring text(bytes / sizeof(wchar_t) + 1, L'\0');
+    if (RegGetValueW(root, key.c_str(), name, RRF_RT_REG_SZ, nullptr, &text[0], &bytes) != ERROR_SUCCESS)
+        return L"<none>";
+    text.resize(wcsnlen(text.c_str(), text.size()));
+    return text;
+}
+
 }  // namespace dbtest

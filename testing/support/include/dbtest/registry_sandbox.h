@@ -49,4 +49,7 @@ private:
     bool overridden_ = false;
 };
 
+// The REG_SZ value name of root\\key, as stored; L"<none>" when it cannot be read.
+std::wstring ReadRegistryString(HKEY root, const std::wstring &key, const wchar_t *name);
+
 }  // namespace dbtest

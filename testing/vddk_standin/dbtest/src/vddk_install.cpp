@@ -55,6 +55,15 @@ bool VddkSimControl::Load(HMODULE standinDiskLib) {
     return all;
 }
 
+std::string VddkSimControl::LastArg(const char *key) const {
+    const size_t needed = VddkSim_LastArg(key, nullptr, 0);
+    if (needed == 0) return std::string();
+    std::string value(needed, '\0');
+    VddkSim_LastArg(key, &value[0], needed);
+    value.resize(needed - 1);
+    return value;
+}
+
 int VddkDiskLibExports::Load(HMODULE diskLib) {
     if (!diskLib) return 0;
     int found = 0;

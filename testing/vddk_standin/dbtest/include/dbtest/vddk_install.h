@@ -45,6 +45,9 @@ struct VddkSimControl {
 #undef DBTEST_VDDKSIM_MEMBER
     // True when every control entry point was found.
     bool Load(HMODULE standinDiskLib);
+    // What the stand-in recorded last for key ("libDir", "configFile",
+    // "user.<function>", ...); empty when nothing was.
+    std::string LastArg(const char *key) const;
 };
 
 // Every VDDK disk-library export of a loaded vixDiskLib.dll, by its own name.

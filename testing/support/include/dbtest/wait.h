@@ -1,9 +1,9 @@
-// Bounded waits for the base library's tests.
+// Bounded waits for tests: one timeout for what must happen, events to wait on.
 #pragma once
 #include <functional>
 #include <skclass_mini/handles.h>
 
-namespace skclass_test {
+namespace dbtest {
 
 // How long anything that must happen may take before the test calls it a hang.
 constexpr DWORD kTimeoutMs = 10000;
@@ -27,4 +27,4 @@ inline bool Eventually(const std::function<bool()> &condition) {
     return true;
 }
 
-}  // namespace skclass_test
+}  // namespace dbtest
