@@ -43,7 +43,7 @@ protected:
     // XmlLite's reading of text as a file.
     Reading Slow(const std::string &text, std::wstring &error) {
         const std::wstring path = dir.File(L"list.xml");
-        WriteBytes(path, text);
+        EXPECT_TRUE(dbtest::WriteWholeFile(path, text));
         Reading slow;
         CXmlReader reader;
         slow.ok = sectormgr::LoadChangeList(path, reader) &&
@@ -57,7 +57,7 @@ protected:
     // asserts on some damage ("<?x").
     bool Compare(const std::string &text) {
         const std::wstring path = dir.File(L"list.xml");
-        WriteBytes(path, text);
+        EXPECT_TRUE(dbtest::WriteWholeFile(path, text));
         Reading fast;
         skclass::UniqueFile file(
             CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
