@@ -6,27 +6,15 @@
 . "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 source="memdisk://cc?size=536870912&seed=2"
 # interrupted <label> <arguments...>: runs the tool, sends SIGINT when its
-# progress reaches 25% (read from a FIFO, no polling), expects exit 1.
+# progress reaches 25%, expects exit 1 and the interruption named.
 interrupted() {
     label=$1
     shift
-    rm -f out.fifo
-    mkfifo out.fifo
-    "$run" "$tool" "$@" > out.fifo 2> err.txt &
-    child=$!
-    exec 3< out.fifo
-    while IFS= read -r line <&3; do
-        case "$line" in "$label: 25%"*) kill -INT "$child"; break ;; esac
-    done
-    cat <&3 > /dev/null
-    exec 3<&-
-    set +e
-    wait "$child"
-    rc=$?
-    set -e
-    if [ "$rc" != 1 ] || ! grep -q 'was interrupted (Ctrl-C)' err.txt; then
+    rm -f run.txt
+    signal_when INT "$label: 25%*" run.txt "$@" || { echo "$label: the run never reached 25%"; cat run.txt; exit 1; }
+    if [ "$rc" != 1 ] || ! grep -q 'was interrupted (Ctrl-C)' run.txt; then
         echo "$label: expected exit 1 and the interruption named, got exit $rc"
-        cat err.txt
+        cat run.txt
         exit 1
     fi
 }

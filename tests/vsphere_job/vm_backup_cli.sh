@@ -44,22 +44,8 @@ cat > big.xml <<'XML'
 <inventory server="vcenter.example"><vm name="big" moRef="vm-7">
 <disk path="memdisk://big-0?size=8589934592&amp;seed=7"/></vm></inventory>
 XML
-# Its output comes through a FIFO: reading it cannot start before the run has
-# opened it, as a file the run creates in the background could.
-mkfifo killed.fifo
-"$run" "$tool" vm-backup --server vcenter.example --vm big --inventory big.xml killed > killed.fifo 2>&1 &
-pid=$!
-exec 4< killed.fifo
-locked=0
-while IFS= read -r line <&4; do
-    echo "$line" >> killed.txt
-    case "$line" in *"locked for the backup"*) locked=1; break ;; esac
-done
-kill "$pid" 2>/dev/null || true
-cat <&4 > /dev/null
-exec 4<&-
-wait "$pid" || true
-[ $locked = 1 ] || { echo "the killed run never took its snapshot"; cat killed.txt; exit 1; }
+signal_when TERM '*locked for the backup*' killed.txt vm-backup --server vcenter.example --vm big --inventory big.xml killed ||
+    { echo "the killed run never took its snapshot"; cat killed.txt; exit 1; }
 check 0 '^diskbroker-' out snapshots --server vcenter.example --vm big --inventory big.xml
 sed -i 's/size=8589934592/size=1048576/' big.xml
 check 0 'released' out vm-backup --server vcenter.example --vm big --inventory big.xml again

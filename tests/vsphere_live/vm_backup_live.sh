@@ -64,13 +64,8 @@ echo "both VMs backed up; every image equals qemu-img's raw conversion"
 # A run killed while a large disk streams leaves its snapshot; the next run removes it.
 mv "$flat" flat.vmdk.keep
 qemu-img create -q -f vmdk "$flat" 8G
-"$run" "$tool" vm-backup --server "$server" --vm DC0_C0_RP0_VM0 killed > killed.txt 2>&1 &
-pid=$!
-if ! timeout 120 sh -c 'tail -f killed.txt | grep -q -m1 "locked for the backup"'; then
-    kill "$pid"; echo "the killed run never took its snapshot"; cat killed.txt; exit 1
-fi
-kill "$pid"
-wait "$pid" || true
+signal_when TERM '*locked for the backup*' killed.txt vm-backup --server "$server" --vm DC0_C0_RP0_VM0 killed ||
+    { echo "the killed run never took its snapshot"; cat killed.txt; exit 1; }
 check 0 '^diskbroker-' out snapshots --server "$server" --vm DC0_C0_RP0_VM0
 mv flat.vmdk.keep "$flat"
 check 0 'released' out vm-backup --server "$server" --vm DC0_C0_RP0_VM0 again

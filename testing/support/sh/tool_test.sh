@@ -26,3 +26,30 @@ check() {
         exit 1
     fi
 }
+# signal_when <signal> <pattern> <transcript> <arguments...>: runs the program in
+# the background, its output (both streams) read through a FIFO, so reading
+# cannot start before the run has opened it as it could with a file the run
+# creates; every line goes to <transcript>; the first line matching <pattern>
+# (a shell pattern) sends <signal>. Waits for the run's end and leaves its exit
+# code in rc; returns 1 when no line matched.
+signal_when() {
+    signal=$1 pattern=$2 transcript=$3
+    shift 3
+    rm -f run.fifo
+    mkfifo run.fifo
+    "$run" "$tool" "$@" > run.fifo 2>&1 &
+    child=$!
+    exec 3< run.fifo
+    matched=1
+    while IFS= read -r line <&3; do
+        printf '%s\n' "$line" >> "$transcript"
+        [ $matched = 0 ] && continue
+        case "$line" in $pattern) kill -"$signal" "$child" 2>/dev/null || true; matched=0 ;; esac
+    done
+    exec 3<&-
+    set +e
+    wait "$child"
+    rc=$?
+    set -e
+    return $matched
+}
