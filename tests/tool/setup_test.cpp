@@ -8,6 +8,7 @@
 #include <dbtest/product_keys.h>
 #include <dbtest/registry_sandbox.h>
 #include <dbtest/temp_dir.h>
+#include <skclass_mini/handles.h>
 
 #include "errors.h"
 #include "files.h"
@@ -233,6 +234,34 @@ TEST(Files, TreesAndTemporaryPaths) {
     EXPECT_FALSE(PathExists(kept));
     EXPECT_TRUE(IsUrlPath(L"memdisk://x?size=512"));
     EXPECT_EQ(FullPath(L"memdisk://x?size=512"), L"memdisk://x?size=512");
+}
+
+// The stand-in and the live web-services client are copied to one place: a
+// run of the other kind holding its copy loaded there must stop this run, not
+// have it load the wrong library.
+TEST(Files, ALibraryLoadedFromTheCopysPlaceIsNeverTakenForTheCopy) {
+    dbtest::TempDir dir;
+    const std::wstring standin = ExeFolder() + L"ravelkit-standin\\ravelkit.dll";
+    const std::wstring live = ExeFolder() + L"ravelkit-live\\ravelkit.dll";
+    const std::wstring target = dir.File(L"ravelkit.dll");
+    CopyLibraryIfChanged(standin, target);
+    const std::string standinBytes = ReadWholeFile(standin);
+    ASSERT_EQ(ReadWholeFile(target), standinBytes);
+    {
+        skclass::UniqueModule loaded(LoadLibraryW(target.c_str()));
+        ASSERT_TRUE(loaded);
+        CopyLibraryIfChanged(standin, target);  // the same library: left as it is, loaded or not
+        try {
+            CopyLibraryIfChanged(live, target);
+            ADD_FAILURE() << "a loaded stand-in was replaced, or the live client taken for copied";
+        } catch (const Failure &failure) {
+            EXPECT_NE(failure.Message().find(L"cannot replace '" + target + L"'"), std::wstring::npos)
+                << std::string(failure.Message().begin(), failure.Message().end());
+        }
+        EXPECT_EQ(ReadWholeFile(target), standinBytes);
+    }
+    CopyLibraryIfChanged(live, target);  // nothing holds it now
+    EXPECT_EQ(ReadWholeFile(target), ReadWholeFile(live));
 }
 
 }  // namespace

@@ -139,6 +139,31 @@ void DeleteIfExists(const std::wstring &path) {
         ThrowLastError(L"cannot delete '" + path + L"'");
 }
 
+namespace {
+
+bool LooksTheSame(const WIN32_FILE_ATTRIBUTE_DATA &source, const std::wstring &to) {
+    WIN32_FILE_ATTRIBUTE_DATA target{};
+    return GetFileAttributesExW(to.c_str(), GetFileExInfoStandard, &target) &&
+           source.nFileSizeLow == target.nFileSizeLow && source.nFileSizeHigh == target.nFileSizeHigh &&
+           CompareFileTime(&source.ftLastWriteTime, &target.ftLastWriteTime) == 0;
+}
+
+}  // namespace
+
+void CopyLibraryIfChanged(const std::wstring &from, const std::wstring &to) {
+    WIN32_FILE_ATTRIBUTE_DATA source{};
+    if (!GetFileAttributesExW(from.c_str(), GetFileExInfoStandard, &source))
+        ThrowLastError(L"cannot read '" + from + L"'");
+    if (LooksTheSame(source, to) || CopyFileW(from.c_str(), to.c_str(), FALSE)) return;
+    const DWORD error = GetLastError();
+    // A run started at the same moment may have copied it first.
+    if (LooksTheSame(source, to)) return;
+    throw Failure(Win32Message(L"cannot replace '" + to + L"' with '" + from +
+                                   L"' (another run of diskbroker may have a different library loaded from there; "
+                                   L"run this one when it has ended)",
+                               error));
+}
+
 void CreateFolders(const std::wstring &folder) {
     for (size_t pos = folder.find_first_of(L"\\/", 3);; pos = folder.find_first_of(L"\\/", pos + 1)) {
         const std::wstring part = folder.substr(0, pos);

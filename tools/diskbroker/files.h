@@ -63,6 +63,11 @@ bool AllZero(const uint8_t *data, size_t length);
 bool PathExists(const std::wstring &path);
 void DeleteIfExists(const std::wstring &path);
 void CreateFolders(const std::wstring &folder);
+// Copies the library from to `to` unless a copy that looks the same (size and
+// time) is there already: another run of the program may have it loaded, and
+// a loaded DLL cannot be replaced. A different file that cannot be replaced is
+// a Failure, never loaded in the copy's place.
+void CopyLibraryIfChanged(const std::wstring &from, const std::wstring &to);
 // Deletes a folder and everything under it; a missing folder is fine.
 void DeleteTree(const std::wstring &folder);
 std::wstring FullPath(const std::wstring &path);

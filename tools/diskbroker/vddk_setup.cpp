@@ -53,25 +53,6 @@ bool HasDiskLib(const InstallLayout &layout, const std::wstring &root) {
 
 std::wstring StandinRoot() { return ExeFolder() + L"vddk-standin-install"; }
 
-bool SameFile(const WIN32_FILE_ATTRIBUTE_DATA &source, const std::wstring &to) {
-    WIN32_FILE_ATTRIBUTE_DATA target{};
-    return GetFileAttributesExW(to.c_str(), GetFileExInfoStandard, &target) &&
-           source.nFileSizeLow == target.nFileSizeLow && source.nFileSizeHigh == target.nFileSizeHigh &&
-           CompareFileTime(&source.ftLastWriteTime, &target.ftLastWriteTime) == 0;
-}
-
-// Copies a DLL unless an identical-looking copy is already there: another run
-// of the program may have it loaded, and a loaded DLL cannot be replaced.
-void CopyIfChanged(const std::wstring &from, const std::wstring &to) {
-    WIN32_FILE_ATTRIBUTE_DATA source{};
-    if (!GetFileAttributesExW(from.c_str(), GetFileExInfoStandard, &source))
-        throw Failure(L"the VDDK stand-in is missing: '" + from + L"' (build target vddk_standin)");
-    if (SameFile(source, to)) return;
-    // A run started at the same moment may have copied it first.
-    if (!CopyFileW(from.c_str(), to.c_str(), FALSE) && !SameFile(source, to))
-        ThrowLastError(L"cannot copy '" + from + L"' to '" + to + L"'");
-}
-
 }  // namespace
 
 VddkChoice ParseVddkChoice(const std::wstring &text) {
@@ -110,7 +91,11 @@ void VddkSetup::InstallStandin() {
     const InstallLayout layout = Layout();
     const std::wstring bin = StandinRoot() + layout.binUnderRoot;
     CreateFolders(bin.substr(0, bin.size() - 1));
-    for (const wchar_t *dll : kStandinDlls) CopyIfChanged(ExeFolder() + L"vddk-standin\\" + dll, bin + dll);
+    for (const wchar_t *dll : kStandinDlls) {
+        const std::wstring from = ExeFolder() + L"vddk-standin\\" + dll;
+        if (!PathExists(from)) throw Failure(L"the VDDK stand-in is missing: '" + from + L"' (build target vddk_standin)");
+        CopyLibraryIfChanged(from, bin + dll);
+    }
     standin_ = true;
     description_ = L"VDDK stand-in (" + StandinRoot() + L")";
 }

@@ -49,9 +49,9 @@ VsphereLibrary::VsphereLibrary(const VsphereOptions &options) {
     if (!PathExists(from))
         throw Failure(L"the web-services library is missing: '" + from + L"' (build target " +
                       (options.live ? L"ravelkit_live" : L"ravelkit_standin") + L")");
-    // Another run may have it loaded; an unchanged copy is then left alone.
-    if (!CopyFileW(from.c_str(), target.c_str(), FALSE) && !PathExists(target))
-        ThrowLastError(L"cannot copy '" + from + L"' to '" + target + L"'");
+    // The stand-in and the live client go to the same place, where the
+    // library looks: a run of the other kind may hold its copy loaded there.
+    CopyLibraryIfChanged(from, target);
     if (CMS_GetProd() != 0) {
         // The sibling product finds the library through its install value:
         // written in the stand-in machine, never in the machine's registry.
