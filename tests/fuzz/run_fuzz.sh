@@ -27,6 +27,9 @@ descriptor)
     qemu-img create -q -f vmdk -b seed-monolithicFlat.vmdk -F vmdk child.vmdk
     # The sparse child keeps its descriptor at sector 1.
     dd if=child.vmdk bs=512 skip=1 count=20 2>/dev/null | tr -d '\000' > corpus/child.txt
+    # Once found here: an extent after a vertical tab or form feed, written
+    # back without it, read as a comment.
+    printf 'version=1\nRW 5 ZERO\n\v#RW 7 ZERO\n\f#RW 9 ZERO\n' > corpus/blanks.txt
     ;;
 extent_numbers)
     clang++ $flags -I"$root/engine/base/skxml/src" "$root/tests/fuzz/fuzz_extent_numbers.cpp" -o "$work/fuzz"

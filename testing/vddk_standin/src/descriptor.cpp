@@ -15,10 +15,14 @@
 namespace vddksim {
 namespace {
 
+// The blanks the extent fields' >> skips, all of them: a line that trimmed
+// to something else could start "#" only once written back, a comment then.
+constexpr char kBlanks[] = " \t\r\n\v\f";
+
 std::string Trim(const std::string &s) {
-    size_t b = s.find_first_not_of(" \t\r\n");
+    size_t b = s.find_first_not_of(kBlanks);
     if (b == std::string::npos) return std::string();
-    size_t e = s.find_last_not_of(" \t\r\n");
+    size_t e = s.find_last_not_of(kBlanks);
     return s.substr(b, e - b + 1);
 }
 
