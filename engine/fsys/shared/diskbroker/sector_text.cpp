@@ -59,26 +59,34 @@ bool ShortNumber(const char *&p, const char *end, uint64_t &value) {
 bool ParseRunText(const char *begin, const char *end, SectorRun &run) { return ParseRun(begin, end, run); }
 bool ParseRunText(const wchar_t *begin, const wchar_t *end, SectorRun &run) { return ParseRun(begin, end, run); }
 
-// The line at p exactly as the library writes it, "start count" with one
-// blank, a CR or not, and its line end inside the chunk: taken, p past it.
-// Anything else (blanks, long numbers, the chunk's end) is left to the
-// careful path, which decides the same way for every line this one takes.
-bool RunLineScanner::TakeCanonical(const char *&p, const char *end) {
-    const char *q = p;
-    uint64_t start = 0, count = 0;
-    if (!ShortNumber(q, end, start) || q == end || *q++ != ' ' || !ShortNumber(q, end, count)) return false;
-    if (q < end && *q == '\r') ++q;
-    SectorRun run;
-    if (q == end || *q != '\n' || !MakeRun(start, count, run)) return false;
-    Append(run);
-    ++line_;
-    p = q + 1;
-    return true;
+// The lines from p on exactly as the library writes them, "start count"
+// with one blank, a CR or not, and their line ends inside the chunk: taken;
+// returns where the first other line starts. Anything else (blanks, long
+// numbers, the chunk's end) is left to the careful path, which decides the
+// same way for every line this one takes.
+const char *RunLineScanner::TakeCanonicalLines(const char *p, const char *end) {
+    uint64_t taken = 0;
+    for (;;) {
+        const char *q = p;
+        uint64_t start = 0, count = 0;
+        if (!ShortNumber(q, end, start) || q == end || *q++ != ' ' || !ShortNumber(q, end, count)) break;
+        if (q < end && *q == '\r') ++q;
+        // count 0, or a run past the last sector, is no run (as MakeRun says)
+        if (q == end || *q != '\n' || count == 0 || count - 1 > UINT64_MAX - start) break;
+        Append(SectorRun{start, start + (count - 1)});
+        ++taken;
+        p = q + 1;
+    }
+    line_ += taken;
+    return p;
 }
 
 void RunLineScanner::Feed(const char *p, const char *end) {
     while (p < end) {
-        if (partial_.empty() && !overlong_ && TakeCanonical(p, end)) continue;
+        if (partial_.empty() && !overlong_) {
+            p = TakeCanonicalLines(p, end);
+            if (p == end) return;
+        }
         const char *lineEnd = static_cast<const char *>(memchr(p, '\n', static_cast<size_t>(end - p)));
         if (!lineEnd) {
             Carry(p, end);

@@ -46,7 +46,7 @@ public:
     bool Merged() const { return merged_; }
 
 private:
-    bool TakeCanonical(const char *&p, const char *end);
+    const char *TakeCanonicalLines(const char *p, const char *end);
     void Carry(const char *p, const char *end);
     void TakeLine(const char *p, const char *end);
     void Append(const SectorRun &run);
