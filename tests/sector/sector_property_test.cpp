@@ -151,37 +151,44 @@ TEST_F(SectorPropertyTest, RandomCommitsAndQueriesMatchABitmapOracle) {
 namespace sectortest {
 namespace {
 
-// Thousands of runs, the size at which loading sorts by radix: random 64-bit
-// starts (every byte varies), clusters that overlap and touch, in any order.
-// The compacted file must be their union, computed here the plain way.
+// Thousands of runs, the size at which loading sorts by radix, in clusters
+// that overlap and touch, in any order. The starts spread over all 64 bits,
+// over 36 and over 24: the sort passes only over the bits that differ, and
+// these give it six, three and two passes. The compacted file must be their
+// union, computed here the plain way.
 TEST_F(SectorTest, AFileOfThousandsOfShuffledRunsCompactsToTheirUnion) {
     std::mt19937_64 random(99);
-    std::vector<std::pair<uint64_t, uint64_t>> runs;  // first, last
-    std::string text;
-    for (int i = 0; i < 3000; ++i) {
-        const uint64_t base = random() & ~uint64_t(0xFFFF);
-        for (int j = 0; j < 3; ++j) {
-            const uint64_t first = base + (random() & 0xFF), count = 1 + (random() & 0x7F);
-            runs.push_back({first, first + count - 1});
-            text += std::to_string(first) + " " + std::to_string(count) + "\n";
+    for (unsigned spread : {64u, 36u, 24u}) {
+        SCOPED_TRACE(spread);
+        std::vector<std::pair<uint64_t, uint64_t>> runs;  // first, last
+        std::string text;
+        for (int i = 0; i < 3000; ++i) {
+            const uint64_t base = (random() >> (64 - spread)) & ~uint64_t(0xFFFF);
+            for (int j = 0; j < 3; ++j) {
+                const uint64_t first = base + (random() & 0xFF), count = 1 + (random() & 0x7F);
+                runs.push_back({first, first + count - 1});
+                text += std::to_string(first) + " " + std::to_string(count) + "\n";
+            }
         }
+        if (spread == 64) {
+            runs.push_back({UINT64_MAX - 3, UINT64_MAX});
+            text += std::to_string(UINT64_MAX - 3) + " 4\n";
+        }
+        std::sort(runs.begin(), runs.end());
+        std::string expected;
+        for (size_t i = 0; i < runs.size();) {
+            uint64_t first = runs[i].first, last = runs[i].second;
+            for (++i; i < runs.size() && last != UINT64_MAX && runs[i].first <= last + 1; ++i)
+                last = std::max(last, runs[i].second);
+            expected += std::to_string(first) + " " + std::to_string(last - first + 1) + "\r\n";
+        }
+        ASSERT_EQ(Commit(L"big", L"s", {{0, 1}}), 0);  // makes the folders
+        const std::wstring file = ObjectFolder(L"big") + L"\\s.dat";
+        EXPECT_TRUE(dbtest::WriteWholeFile(file, text));
+        ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_START_QUERY), 0);
+        ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_END_QUERY), 0);
+        EXPECT_EQ(dbtest::ReadWholeFile(file), expected);
     }
-    runs.push_back({UINT64_MAX - 3, UINT64_MAX});
-    text += std::to_string(UINT64_MAX - 3) + " 4\n";
-    std::sort(runs.begin(), runs.end());
-    std::string expected;
-    for (size_t i = 0; i < runs.size();) {
-        uint64_t first = runs[i].first, last = runs[i].second;
-        for (++i; i < runs.size() && last != UINT64_MAX && runs[i].first <= last + 1; ++i)
-            last = std::max(last, runs[i].second);
-        expected += std::to_string(first) + " " + std::to_string(last - first + 1) + "\r\n";
-    }
-    ASSERT_EQ(Commit(L"big", L"s", {{0, 1}}), 0);  // makes the folders
-    const std::wstring file = ObjectFolder(L"big") + L"\\s.dat";
-    EXPECT_TRUE(dbtest::WriteWholeFile(file, text));
-    ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_START_QUERY), 0);
-    ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_END_QUERY), 0);
-    EXPECT_EQ(dbtest::ReadWholeFile(file), expected);
 }
 
 }  // namespace
