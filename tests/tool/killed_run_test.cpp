@@ -56,43 +56,35 @@ std::wstring Quoted(const std::wstring &path) { return L"\"" + path + L"\""; }
 
 class KilledRun : public ::testing::TestWithParam<int> {
 protected:
-    std::string Marker(const char *label) const { return std::string(label) + ": " + std::to_string(GetParam()) + "%"; }
+    // Runs diskbroker.exe and kills it at the progress line "<label>: N%".
+    ::testing::AssertionResult KilledAt(const char *label, const std::wstring &arguments) {
+        dbtest::ChildProcess child = Tool(arguments + L" --vddk standin --buffer-kb 256");
+        const std::string marker = std::string(label) + ": " + std::to_string(GetParam()) + "%";
+        if (!child.Started() || !child.ReadUntilLine(marker))
+            return ::testing::AssertionFailure() << "no line '" << marker << "' from:\n" << child.Output();
+        if (!child.Kill(kMustHappenMs)) return ::testing::AssertionFailure() << label << " ended before it could be killed";
+        return ::testing::AssertionSuccess();
+    }
     dbtest::TempDir dir;
 };
 
-TEST_P(KilledRun, BackupLeavesNoManifestAndTheRegistryAsItWas) {
-    const std::wstring before = InstallValue();
-    const std::wstring image = dir.File(L"killed.img");
-    dbtest::ChildProcess child =
-        Tool(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --buffer-kb 256");
-    ASSERT_TRUE(child.Started());
-    ASSERT_TRUE(child.ReadUntilLine(Marker("backup"))) << child.Output();
-    ASSERT_TRUE(child.Kill(kMustHappenMs)) << "the backup ended before it could be killed";
+TEST_P(KilledRun, ABackupLeavesNoManifestARestoreItsMarkAndTheRegistryAsItWas) {
+    const std::wstring before = InstallValue(), standin = ExeFolder() + L"vddk-standin-install";
+    const std::wstring image = dir.File(L"killed.img"), target = dir.File(L"target.vmdk");
+    ASSERT_TRUE(KilledAt("backup", L"backup " + Quoted(kSource) + L" " + Quoted(image)));
     EXPECT_EQ(InstallValue(), before);
-    EXPECT_EQ(StandinMachineInstallValue(), ExeFolder() + L"vddk-standin-install");
+    EXPECT_EQ(StandinMachineInstallValue(), standin);
     EXPECT_TRUE(PathExists(image));
     EXPECT_FALSE(PathExists(ManifestPathFor(image)));
-
     std::string output;
-    EXPECT_EQ(RunTool(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --force", &output), 0)
+    ASSERT_EQ(RunTool(L"backup " + Quoted(kSource) + L" " + Quoted(image) + L" --vddk standin --force", &output), 0)
         << output;
     EXPECT_TRUE(PathExists(ManifestPathFor(image)));
     EXPECT_EQ(InstallValue(), before);
-    EXPECT_EQ(StandinMachineInstallValue(), ExeFolder() + L"vddk-standin-install");
-}
+    EXPECT_EQ(StandinMachineInstallValue(), standin);
 
-TEST_P(KilledRun, RestoreLeavesATargetThatSaysSoAndARerunCompletes) {
-    const std::wstring image = dir.File(L"full.img"), target = dir.File(L"target.vmdk");
-    std::string output;
-    ASSERT_EQ(RunTool(L"backup " + Quoted(kSource) + L" " + Quoted(image), &output), 0) << output;
-    const std::wstring before = InstallValue();
-    dbtest::ChildProcess child =
-        Tool(L"restore " + Quoted(image) + L" " + Quoted(target) + L" --vddk standin --buffer-kb 256");
-    ASSERT_TRUE(child.Started());
-    ASSERT_TRUE(child.ReadUntilLine(Marker("restore"))) << child.Output();
-    ASSERT_TRUE(child.Kill(kMustHappenMs)) << "the restore ended before it could be killed";
+    ASSERT_TRUE(KilledAt("restore", L"restore " + Quoted(image) + L" " + Quoted(target)));
     EXPECT_EQ(InstallValue(), before);
-
     ASSERT_EQ(RunTool(L"info " + Quoted(target), &output), 0) << output;
     EXPECT_NE(output.find("restore:     INCOMPLETE"), std::string::npos) << output;
     ASSERT_EQ(RunTool(L"restore " + Quoted(image) + L" " + Quoted(target), &output), 0) << output;
