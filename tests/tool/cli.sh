@@ -1,7 +1,8 @@
 #!/bin/sh
 # The command line: --help for the program and each command (exit 0), bad
 # arguments (exit 2 with the reason), a disk that cannot be opened (exit 1
-# with VDDK's text), and a server password that reaches no output or log.
+# with VDDK's text), and a server password that reaches no output, log or
+# registry value.
 # usage: cli.sh <wine run.sh> <diskbroker.exe>
 . "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 
@@ -34,8 +35,9 @@ export DISKBROKER_PASSWORD="$secret"
 check 1 "cannot open '\\[ds\\] vm/disk.vmdk'" err info --server vc.example --user backup --vm moref=vm-1 '[ds] vm/disk.vmdk'
 unset DISKBROKER_PASSWORD
 logs="${DISKBROKER_WINEPREFIX:?}/drive_c"
-if grep -rqs -- "$secret" all.txt "$logs/Logs" "$logs"/*.ini; then
-    echo "the password reached an output or a log"
+"$run" reg query 'HKCU\Software\diskBroker\StandinMachine' /s > registry.txt 2>&1
+if grep -rqs -- "$secret" all.txt registry.txt "$logs/Logs" "$logs"/*.ini; then
+    echo "the password reached an output, a log or the registry"
     exit 1
 fi
 check 1 'needs a password in the environment variable DISKBROKER_PASSWORD' err info --server vc.example --user backup '[ds] vm/disk.vmdk'

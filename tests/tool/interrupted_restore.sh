@@ -12,11 +12,7 @@ for suffix in "" .meta .extents.xml .manifest; do cp "good.img$suffix" "img$suff
 # Damage past the first data: the restore writes it, then fails the extent.
 printf '\001' | dd of=img bs=1 seek=20971777 conv=notrunc 2>/dev/null
 
-set +e
-db restore img target.vmdk > out.txt 2> err.txt
-rc=$?
-set -e
-test "$rc" = 3 || { echo "expected exit 3, got $rc"; cat out.txt err.txt; exit 1; }
+check 3 'checksum mismatch' err restore img target.vmdk
 qemu-img check -q -f vmdk target.vmdk
 db info target.vmdk > info.txt
 grep -q '^restore: *INCOMPLETE' info.txt || { echo "the stopped restore left no mark"; cat info.txt; exit 1; }

@@ -50,38 +50,32 @@ TEST(Manifest, SerializeAndParseRoundTrip) {
 
 TEST(Manifest, RefusesDamage) {
     EXPECT_NE(ParseError("").find(L"empty file"), std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "manifest 1", "manifest 2")).find(L"unsupported version"),
-              std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "capacity 1048576", "capacity 1O48576")).find(L"line 3: bad capacity"),
-              std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "stream " + kDigestA, "stream " + kDigestA.substr(1))).find(L"bad SHA-256"),
-              std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "stream " + kDigestA + "\n", "")).find(L"no stream line"),
-              std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "extent 65536 512", "extent 2048 512")).find(L"overlap"),
-              std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "extent 65536 512", "extent 4096 512")).find(L"overlap"),
-              std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "extent 65536 512", "extent 1048064 1024")).find(L"past the capacity"),
-              std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "extent 65536 512", "extent 65536 500")).find(L"whole sectors"),
-              std::wstring::npos);
-    EXPECT_NE(ParseError(Replace(GoodText(), "metadata", "metadate")).find(L"unknown key"), std::wstring::npos);
-    for (const char *name : {"..\\..\\secret.txt", "C:x.meta", "/etc/passwd", ".."})
-        EXPECT_NE(ParseError(Replace(GoodText(), "metadata x.img.meta", std::string("metadata ") + name))
-                      .find(L"must be a file name beside the image"),
-                  std::wstring::npos)
-            << name;
-    EXPECT_NE(ParseError(Replace(GoodText(), "extent 0 4096", "extent 99999999999999999999 4096")).find(L"bad offset"),
-              std::wstring::npos);
+    const struct {
+        std::string from, to;  // an edit of the good text
+        const wchar_t *error;
+    } edits[] = {
+        {"manifest 1", "manifest 2", L"unsupported version"},
+        {"capacity 1048576", "capacity 1O48576", L"line 3: bad capacity"},
+        {"stream " + kDigestA, "stream " + kDigestA.substr(1), L"bad SHA-256"},
+        {"stream " + kDigestA + "\n", "", L"no stream line"},
+        {"extent 65536 512", "extent 2048 512", L"overlap"},
+        {"extent 65536 512", "extent 4096 512", L"overlap"},
+        {"extent 65536 512", "extent 1048064 1024", L"past the capacity"},
+        {"extent 65536 512", "extent 65536 500", L"whole sectors"},
+        {"extent 0 4096", "extent 99999999999999999999 4096", L"bad offset"},
+        {"metadata", "metadate", L"unknown key"},
+        {"metadata x.img.meta", "metadata ..\\..\\secret.txt", L"must be a file name beside the image"},
+        {"metadata x.img.meta", "metadata C:x.meta", L"must be a file name beside the image"},
+        {"metadata x.img.meta", "metadata /etc/passwd", L"must be a file name beside the image"},
+        {"metadata x.img.meta", "metadata ..", L"must be a file name beside the image"},
+    };
+    for (const auto &edit : edits)
+        EXPECT_NE(ParseError(Replace(GoodText(), edit.from, edit.to)).find(edit.error), std::wstring::npos) << edit.to;
 }
 
-TEST(Extents, NormalizedSortsMergesAndDropsEmpty) {
+TEST(Extents, NormalizedIntersectionCoverageAndTheDiskEnd) {
     const ExtentList n = Normalized({{8192, 512}, {0, 1024}, {512, 1024}, {4096, 0}, {1536, 512}});
-    EXPECT_EQ(n, (ExtentList{{0, 2048}, {8192, 512}}));
-}
-
-TEST(Extents, IntersectionAndCoverage) {
+    EXPECT_EQ(n, (ExtentList{{0, 2048}, {8192, 512}})) << "sorted, merged, empty ones dropped";
     const ExtentList selection = {{1024, 1024}, {4096, 4096}};
     EXPECT_EQ(Intersection({0, 6144}, selection), (ExtentList{{1024, 1024}, {4096, 2048}}));
     EXPECT_TRUE(Intersection({2048, 2048}, selection).empty());
@@ -89,6 +83,9 @@ TEST(Extents, IntersectionAndCoverage) {
     EXPECT_FALSE(FirstUncovered({{0, 8192}}, selection, &gap));
     EXPECT_TRUE(FirstUncovered({{0, 1536}, {4096, 8192}}, selection, &gap));
     EXPECT_EQ(gap, (Extent{1536, 512}));
+    EXPECT_NO_THROW(CheckWithinDisk({{0, 4096}}, 4096, L"x"));
+    EXPECT_THROW(CheckWithinDisk({{512, 4096}}, 4096, L"x"), Failure);
+    EXPECT_THROW(CheckWithinDisk({{~0ull - 511, 1024}}, 4096, L"x"), Failure);
 }
 
 class ChangeListTest : public ::testing::Test {
@@ -144,12 +141,6 @@ TEST_F(ChangeListTest, RefusesWhatTheCacheCouldNotRead) {
     EXPECT_NE(error("<Other/>").find(L"no DiskChangeInfo"), std::wstring::npos);
     EXPECT_NE(error("<DiskChangeInfo><area>").find(L"not readable XML"), std::wstring::npos);
     EXPECT_NE(error("").find(L"not readable XML"), std::wstring::npos);
-}
-
-TEST(Extents, CheckWithinDisk) {
-    EXPECT_NO_THROW(CheckWithinDisk({{0, 4096}}, 4096, L"x"));
-    EXPECT_THROW(CheckWithinDisk({{512, 4096}}, 4096, L"x"), Failure);
-    EXPECT_THROW(CheckWithinDisk({{~0ull - 511, 1024}}, 4096, L"x"), Failure);
 }
 
 }  // namespace

@@ -59,23 +59,15 @@ protected:
     dbtest::TempDir install;
 };
 
-TEST_F(VddkSetupTest, AutoWithNothingRegisteredUsesTheStandinInTheStandinMachine) {
-    {
-        VddkSetup setup(VddkChoice::Auto, Machine());
-        EXPECT_TRUE(setup.UsesStandin());
-        EXPECT_EQ(Registered(), StandinRoot());  // as this process sees HKLM
-        EXPECT_EQ(InSandbox(), L"<none>");         // the registry itself
-        EXPECT_TRUE(PathExists(StandinRoot() + L"\\VMware\\VixDiskLib\\bin\\vixDiskLib.dll"));
-        EXPECT_TRUE(PathExists(StandinRoot() + L"\\VMware\\VixDiskLib\\bin\\vixMntapi.dll"));
-    }
-    EXPECT_EQ(Registered(), L"<none>");
-    EXPECT_EQ(InSandbox(), L"<none>");
-    EXPECT_EQ(InStandinMachine(), StandinRoot());  // kept for the next run
-}
-
-TEST_F(VddkSetupTest, TheStandinMachineIsACopyOfTheProductSettingsMadeOnce) {
+TEST_F(VddkSetupTest, TheStandinMachineIsACopyOfTheProductSettingsMadeOnceAndWhole) {
     ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", L"C:\\elsewhere"), ERROR_SUCCESS);
-    { VddkSetup setup(VddkChoice::Standin, Machine()); }
+    // A copy cut short by a killed run (the install value alone) is made again.
+    ASSERT_EQ(registry.SetString(std::wstring(StandinMachine::kKeyPath) + L"\\" + kMainInstallKey, L"Path", L"C:\\x"),
+              ERROR_SUCCESS);
+    {
+        VddkSetup setup(VddkChoice::Standin, Machine());
+        EXPECT_EQ(Registered(dbtest::kMainMiscKey, L"Data Path"), L"C:\\elsewhere");
+    }
     ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", L"C:\\later"), ERROR_SUCCESS);
     VddkSetup setup(VddkChoice::Standin, Machine());
     EXPECT_EQ(Registered(dbtest::kMainMiscKey, L"Data Path"), L"C:\\elsewhere");
@@ -100,14 +92,6 @@ TEST_F(VddkSetupTest, TheStandinMachineKeepsWhatTheLibraryWroteAndRefreshesTheIn
     EXPECT_EQ(Registered(), StandinRoot());
 }
 
-TEST_F(VddkSetupTest, ACopyCutShortByAKilledRunIsMadeAgain) {
-    ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", L"C:\\elsewhere"), ERROR_SUCCESS);
-    ASSERT_EQ(registry.SetString(std::wstring(StandinMachine::kKeyPath) + L"\\" + kMainInstallKey, L"Path", L"C:\\x"),
-              ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Standin, Machine());
-    EXPECT_EQ(Registered(dbtest::kMainMiscKey, L"Data Path"), L"C:\\elsewhere");
-}
-
 TEST_F(VddkSetupTest, ASetupInsideAnotherLeadsHklmBackToIt) {
     ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", L"C:\\machine"), ERROR_SUCCESS);
     {
@@ -122,62 +106,72 @@ TEST_F(VddkSetupTest, ASetupInsideAnotherLeadsHklmBackToIt) {
     EXPECT_EQ(Registered(), L"C:\\machine");
 }
 
-TEST_F(VddkSetupTest, AutoUsesARegisteredInstallAsItIs) {
-    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", FakeInstall() + L"\\"), ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Auto, Machine());
-    EXPECT_FALSE(setup.UsesStandin());
-    EXPECT_EQ(setup.Description(), L"VDDK at " + install.Path());
-    EXPECT_EQ(Registered(), install.Path() + L"\\");
-}
+// What is registered before a set-up and which VDDK is asked for: the stand-in
+// is seen only by this process while the set-up lives and is kept in the
+// stand-in machine; the machine's own value is left as it was.
+struct Registration {
+    const char *what;
+    const wchar_t *value;  // appended to the install folder; nullptr: nothing registered
+    bool install;          // the folder is laid out like a real install
+    VddkChoice choice;
+    bool standin;
+};
+const Registration kRegistrations[] = {
+    {"nothing registered, auto: the stand-in", nullptr, false, VddkChoice::Auto, true},
+    {"a real install, auto: used as it is", L"\\", true, VddkChoice::Auto, false},
+    {"a value pointing at nothing, auto: the stand-in", L"\\gone", false, VddkChoice::Auto, true},
+    {"a real install, the stand-in asked for", L"", true, VddkChoice::Standin, true},
+};
+void PrintTo(const Registration &r, std::ostream *out) { *out << r.what; }
 
-TEST_F(VddkSetupTest, AutoOverAValuePointingAtNothingLeavesTheValue) {
-    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", install.Path() + L"\\gone"), ERROR_SUCCESS);
-    {
-        VddkSetup setup(VddkChoice::Auto, Machine());
-        EXPECT_TRUE(setup.UsesStandin());
-        EXPECT_EQ(Registered(), StandinRoot());
-        EXPECT_EQ(InSandbox(), install.Path() + L"\\gone");
+class VddkRegistrationTest : public VddkSetupTest, public ::testing::WithParamInterface<Registration> {};
+
+TEST_P(VddkRegistrationTest, TheStandinIsSeenOnlyByThisProcessAndTheValueLeftAlone) {
+    const Registration &r = GetParam();
+    SCOPED_TRACE(r.what);
+    if (r.install) FakeInstall();
+    const std::wstring value = r.value ? install.Path() + r.value : L"<none>";
+    if (r.value) {
+        ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", value), ERROR_SUCCESS);
     }
-    EXPECT_EQ(Registered(), install.Path() + L"\\gone");
-}
-
-TEST_F(VddkSetupTest, StandinOverARealInstallNeverChangesTheRegistry) {
-    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", FakeInstall()), ERROR_SUCCESS);
     {
-        VddkSetup setup(VddkChoice::Standin, Machine());
-        EXPECT_TRUE(setup.UsesStandin());
-        EXPECT_EQ(Registered(), StandinRoot());
-        EXPECT_EQ(InSandbox(), install.Path());
+        VddkSetup setup(r.choice, Machine());
+        EXPECT_EQ(setup.UsesStandin(), r.standin);
+        EXPECT_EQ(Registered(), r.standin ? StandinRoot() : value);  // as this process sees HKLM
+        EXPECT_EQ(InSandbox(), value);                                 // the registry itself
+        if (!r.standin) {
+            EXPECT_EQ(setup.Description(), L"VDDK at " + install.Path());
+        }
     }
-    EXPECT_EQ(Registered(), install.Path());
+    EXPECT_EQ(Registered(), value);
+    if (!r.standin) return;
+    EXPECT_EQ(InStandinMachine(), StandinRoot());  // kept for the next run
+    EXPECT_TRUE(PathExists(StandinRoot() + L"\\VMware\\VixDiskLib\\bin\\vixDiskLib.dll"));
+    EXPECT_TRUE(PathExists(StandinRoot() + L"\\VMware\\VixDiskLib\\bin\\vixMntapi.dll"));
 }
 
-TEST_F(VddkSetupTest, InstalledRefusesAStandinLeftRegistered) {
-    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", StandinRoot()), ERROR_SUCCESS);
+INSTANTIATE_TEST_SUITE_P(Registrations, VddkRegistrationTest, ::testing::ValuesIn(kRegistrations));
+
+TEST_F(VddkSetupTest, InstalledRefusesWhatIsNoInstall) {
     { VddkSetup standin(VddkChoice::Standin, Machine()); }  // lays the stand-in out
-    try {
-        VddkSetup setup(VddkChoice::Installed, Machine());
-        FAIL() << "no error";
-    } catch (const Failure &e) {
-        EXPECT_NE(e.Message().find(L"is this program's stand-in"), std::wstring::npos) << e.Message().c_str();
+    const struct {
+        std::wstring value;  // empty: nothing registered
+        const wchar_t *error;
+    } cases[] = {{L"", L"is not set"},
+                 {install.Path(), L"holds no vixDiskLib.dll"},
+                 {StandinRoot(), L"is this program's stand-in"}};
+    for (const auto &c : cases) {
+        if (!c.value.empty()) {
+            ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", c.value), ERROR_SUCCESS);
+        }
+        try {
+            VddkSetup setup(VddkChoice::Installed, Machine());
+            ADD_FAILURE() << "no error for " << std::string(c.value.begin(), c.value.end());
+        } catch (const Failure &e) {
+            EXPECT_NE(e.Message().find(c.error), std::wstring::npos) << std::string(e.Message().begin(), e.Message().end());
+        }
+        EXPECT_EQ(Registered(), c.value.empty() ? L"<none>" : c.value);
     }
-}
-
-TEST_F(VddkSetupTest, InstalledWithoutAnInstallIsAnError) {
-    try {
-        VddkSetup setup(VddkChoice::Installed, Machine());
-        FAIL() << "no error";
-    } catch (const Failure &e) {
-        EXPECT_NE(e.Message().find(L"is not set"), std::wstring::npos) << e.Message().c_str();
-    }
-    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", install.Path()), ERROR_SUCCESS);
-    try {
-        VddkSetup setup(VddkChoice::Installed, Machine());
-        FAIL() << "no error";
-    } catch (const Failure &e) {
-        EXPECT_NE(e.Message().find(L"holds no vixDiskLib.dll"), std::wstring::npos);
-    }
-    EXPECT_EQ(Registered(), install.Path());
 }
 
 TEST_F(VddkSetupTest, SiblingProductUsesItsOwnKeyAndLayout) {
