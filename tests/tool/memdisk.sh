@@ -1,7 +1,9 @@
 #!/bin/sh
 # Memory disks of the stand-in: a backup of a pattern disk restores into a disk
-# with the same pattern (the stand-in checks each written sector), and the
-# read-back catches a target that does not keep what was written (exit 3).
+# with the same pattern, and the read-back catches a target that does not keep
+# what was written (exit 3). A memory disk reads its pattern whatever is
+# written, so the bytes a restore writes are checked where the stand-in's
+# mismatch count can be read: the write cache and stress tests.
 # usage: memdisk.sh <wine run.sh> <diskbroker.exe>
 . "$(dirname "$0")/../../testing/support/sh/tool_test.sh"
 size=8388608
