@@ -23,16 +23,13 @@ protected:
 
 TEST_F(AccessTest, VcenterLocksAndReleasesTheVmByItsMoRef) {
     EXPECT_EQ(Lock(true), dbresult::kOk);
-    uint32_t prepared = 0, ended = 0;
-    AccessCounts(kVmSpec, prepared, ended);
-    EXPECT_EQ(prepared, 1u);
-    EXPECT_EQ(ended, 0u);
+    EXPECT_EQ(Prepared(), 1u);
+    EXPECT_EQ(Ended(), 0u);
     EXPECT_EQ(vddk.LastArg("identity"), "backup job 7");
     EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Getting moRef for VM 'web01'"));
     EXPECT_NE(sim.Query("journal").find("vmcGetObjDetails thread="), std::string::npos);
     EXPECT_EQ(Lock(false), dbresult::kOk);
-    AccessCounts(kVmSpec, prepared, ended);
-    EXPECT_EQ(ended, 1u);
+    EXPECT_EQ(Ended(), 1u);
 }
 
 TEST_F(AccessTest, StandaloneHostNeedsNoLock) {
@@ -158,12 +155,6 @@ TEST_F(AccessTest, EventExtensionRegisteredOnceRemovedOnce) {
     EXPECT_TRUE(
         log.Contains(L"vddkUnRegisterVSphereEventExtension(): vmcUnRegisterEventExtension() failed, result = 0XF"));
 }
-
-}  // namespace
-}  // namespace vspheretest
-
-namespace vspheretest {
-namespace {
 
 // Every flat function with half of the session pair missing: 0xE000FE49, except
 // where only the wrapper is checked and the library judges the session.
