@@ -1,64 +1,42 @@
 // The vSphere layer of diskBroker.dll over this client, installed where the
 // product's registry says the library lives, against the simulator: the
-// session codes, change tracking, hosts, snapshots under an owner key and the
-// orphan a killed run leaves behind.
+// session codes, change tracking, hosts, tasks, snapshots under an owner key
+// and the orphan a killed run leaves behind.
 #include <skclass_mini/configuration.h>
-#include <skclass_mini/dawdle.h>
-#include <skclass_mini/singleton.h>
-#include <skstdutl/sklog.h>
 
 #include <dbtest/install_files.h>
-#include <dbtest/log_capture.h>
-#include <dbtest/product_keys.h>
-#include <dbtest/registry_sandbox.h>
-#include <dbtest/temp_dir.h>
-#include <dbtest/vddk_install.h>
-#include <diskbroker.h>
-#include <diskbroker_results.h>
-#include <vmtools_soapwrapper.h>
 
+#include "../vsphere/vsphere_fixture.h"
 #include "live_fixture.h"
 
 namespace {
-
-using livetest::SimulatorUrl;
 
 const wchar_t kOwner[] = L"nightly-job";
 const wchar_t kVm[] = L"DC0_H0_VM0";
 
 std::wstring Widen(const std::string &text) { return std::wstring(text.begin(), text.end()); }
 
-class LayerTest : public ::testing::Test {
+// The layer's own fixture, with this client where the stand-in was installed.
+class LayerTest : public vspheretest::VsphereTest {
 protected:
     void SetUp() override {
-        const std::string url = SimulatorUrl();
+        const std::string url = livetest::SimulatorUrl();
         if (url.empty()) GTEST_SKIP() << "the vSphere simulator is not running (no Go?)";
         // "https://127.0.0.1:<port>/sdk" -> "127.0.0.1:<port>", the layer adds the rest.
         server = Widen(url.substr(8, url.size() - 8 - 4));
-        SK_SetLogFilePath(L"");
-        ASSERT_TRUE(registry.Ok());
-        std::string error;
-        ASSERT_TRUE(dbtest::InstallVddkStandin(install.Path(), 0, dbtest::VddkVariant::Normal, &error)) << error;
-        ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", data.Path()), ERROR_SUCCESS);
-        // The client goes where the product's install value points, as the stand-in would.
-        ASSERT_TRUE(CopyFileW((dbtest::ExeFolder() + L"ravelkit-live\\ravelkit.dll").c_str(),
-                              (install.Path() + L"\\ravelkit.dll").c_str(), FALSE));
-        ASSERT_EQ(registry.SetString(dbtest::kMainInstallKey, L"Path", install.Path()), ERROR_SUCCESS);
-        ASSERT_EQ(registry.SetDword(dbtest::kMainAgentKey, L"AutoOrphanSnapshotRemoval", 1), ERROR_SUCCESS);
-        skclass::SetTimeScale(0);
+        VsphereTest::SetUp();
+        if (HasFatalFailure()) return;
+        UnloadRavelkit();
+        ASSERT_TRUE(CopyFileW((dbtest::ExeFolder() + L"ravelkit-live\\ravelkit.dll").c_str(), Client().c_str(), FALSE));
+        SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     }
     void TearDown() override {
-        if (wrapper) {
-            EXPECT_EQ(dbresult::kOk, vddkDisconnectFromVCServer(wrapper, session));
-        }
-        wrapper = nullptr;
-        diskBroker::ReleaseInstance();
-        skclass::ReleaseSingleton("vmToolsLoader");
-        skclass::SetTimeScale(1.0);
-        EXPECT_TRUE(Unloaded(install.Path() + L"\\ravelkit.dll")) << "the client stays loaded once the layer lets it go";
+        VsphereTest::TearDown();
+        EXPECT_TRUE(Unloaded(Client())) << "the client stays loaded once the layer lets it go";
         for (const std::wstring &line : log.Lines())
             EXPECT_EQ(std::wstring::npos, line.find(Widen(livetest::kPassword))) << std::string(line.begin(), line.end());
     }
+    std::wstring Client() const { return dbtest::RavelkitInstallPath(install.Path(), 0); }
     // The last request's thread gives its reference back as it leaves, which
     // can come a moment after the layer's own.
     static bool Unloaded(const std::wstring &path) {
@@ -97,15 +75,12 @@ protected:
     }
 
     std::wstring server;
-    dbtest::RegistrySandbox registry;
-    dbtest::TempDir install;
-    dbtest::TempDir data;
-    dbtest::LogCapture log;
-    soapVmToolsWrapper *wrapper = nullptr;
-    void *session = nullptr;
 };
 
-TEST_F(LayerTest, WrongPasswordIsALoginFailureAndTheRightOneConnects) {
+// Each call's result is the server's: the layer's task calls end on the
+// server, and a task once ended takes no new state, which the layer reports
+// with its warning code so a backup can go on.
+TEST_F(LayerTest, LoginHostsChangeTrackingAndATaskForTheVmsHost) {
     EXPECT_EQ(0xE0009541u, Connect(L"wrong"));
     if (wrapper) {
         EXPECT_EQ(dbresult::kOk, vddkDisconnectFromVCServer(wrapper, session));
@@ -117,15 +92,23 @@ TEST_F(LayerTest, WrongPasswordIsALoginFailureAndTheRightOneConnects) {
     EXPECT_FALSE(hosts.empty());
     wcstring fqdn;
     EXPECT_EQ(dbresult::kOk, vddkGetVmFQDN(kVm, fqdn, wrapper, session));
-}
 
-TEST_F(LayerTest, ChangeTrackingIsEnabledForReal) {
-    ASSERT_EQ(dbresult::kOk, Connect(Widen(livetest::kPassword).c_str()));
-    const std::string vm = "DC0_C0_RP0_VM1";
     ASSERT_EQ(dbresult::kOk, vddkEnableChangeTracking(L"DC0_C0_RP0_VM1", wrapper, session));
     bool enabled = false, supported = false;
-    ASSERT_EQ(0, wrapper->vmcIsChangeTrackingEnabled(session, vm, enabled, supported));
+    ASSERT_EQ(0, wrapper->vmcIsChangeTrackingEnabled(session, "DC0_C0_RP0_VM1", enabled, supported));
     EXPECT_TRUE(enabled);
+
+    wcstring task;
+    ASSERT_EQ(dbresult::kOk, vddkCreateVMwareTask(task, kVm, L"com.diskbroker.backup", L"nightly-job", true, wrapper,
+                                                  session));
+    EXPECT_EQ(0u, task.find(L"task-"));
+    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(task, L"running", wrapper, session));
+    EXPECT_EQ(dbresult::kOk, vddkUpdateVMwareTaskProgress(task, 50, wrapper, session));
+    const wcstring message = L"reading disk 1 of 1";
+    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskDescription(task, message, nullptr, nullptr, wrapper, session));
+    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(task, L"success", wrapper, session));
+    EXPECT_EQ(0x200095C5u, vddkSetVMwareTaskState(task, L"running", wrapper, session));
+    EXPECT_EQ(0x200095C8u, vddkCancelVMwareTask(task, wrapper, session));
 }
 
 TEST_F(LayerTest, AnOrphanOfAKilledRunIsRemovedByTheNextCreation) {
@@ -142,28 +125,6 @@ TEST_F(LayerTest, AnOrphanOfAKilledRunIsRemovedByTheNextCreation) {
     EXPECT_TRUE(OrphanList().empty());
     // Already gone (53 from the client) counts as removed.
     EXPECT_EQ(dbresult::kOk, Remove(L"run-2"));
-}
-
-}  // namespace
-
-namespace {
-
-// The layer's task calls end on the server: a task made for the VM's host runs,
-// reports progress and a description, and ends; once ended it takes no new state,
-// which the layer reports with its warning code so a backup can go on.
-TEST_F(LayerTest, ATaskForTheVmsHostRunsAndEnds) {
-    ASSERT_EQ(dbresult::kOk, Connect(Widen(livetest::kPassword).c_str()));
-    wcstring task;
-    ASSERT_EQ(dbresult::kOk, vddkCreateVMwareTask(task, kVm, L"com.diskbroker.backup", L"nightly-job", true, wrapper,
-                                                  session));
-    EXPECT_EQ(0u, task.find(L"task-"));
-    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(task, L"running", wrapper, session));
-    EXPECT_EQ(dbresult::kOk, vddkUpdateVMwareTaskProgress(task, 50, wrapper, session));
-    const wcstring message = L"reading disk 1 of 1";
-    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskDescription(task, message, nullptr, nullptr, wrapper, session));
-    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(task, L"success", wrapper, session));
-    EXPECT_EQ(0x200095C5u, vddkSetVMwareTaskState(task, L"running", wrapper, session));
-    EXPECT_EQ(0x200095C8u, vddkCancelVMwareTask(task, wrapper, session));
 }
 
 }  // namespace

@@ -92,10 +92,6 @@ TEST(LiveTimeout, AServerThatNeverAnswersFailsConnectWithinTheTimeOut) {
     EXPECT_NE(std::string::npos, LastErrorText().find("did not answer in time")) << LastErrorText();
 }
 
-}  // namespace
-
-namespace {
-
 TEST_F(LiveTest, EventExtensionRegisteredFoundAndUnregistered) {
     void *session = OpenSession();
     const char key[] = "com.example.diskbroker.events";

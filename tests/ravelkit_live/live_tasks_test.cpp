@@ -1,5 +1,5 @@
-// What the simulator gains in the launcher, through the client: reload, tasks
-// driven through their states, and changed disk areas.
+// What the simulator gains in the launcher, through the client: tasks driven
+// through their states, and changed disk areas. (Reload: live_vm_test.)
 #include "live_fixture.h"
 
 using namespace livetest;
@@ -7,12 +7,6 @@ using namespace livetest;
 namespace {
 
 const char kVm[] = "DC0_H0_VM0";
-
-TEST_F(LiveTest, ReloadOfAVmByName) {
-    void *session = OpenSession();
-    EXPECT_EQ(0, vmc->vmcSetVmPowerOrConfigState(session, kVm, "reload")) << LastErrorText();
-    EXPECT_EQ(2, vmc->vmcSetVmPowerOrConfigState(session, "no-such-vm", "reload"));
-}
 
 class TaskTest : public LiveTest {
 protected:
