@@ -1,9 +1,7 @@
 // The vSphere layer of diskBroker.dll over this client, installed where the
 // product's registry says the library lives, against the simulator: the
-// session codes, change tracking, hosts, tasks, snapshots under an owner key
-// and the orphan a killed run leaves behind.
-#include <skclass_mini/configuration.h>
-
+// session codes, change tracking, hosts, the guest's name and tasks. (Snapshots
+// and the orphan a killed run leaves: vm_backup_live.sh, through the program.)
 #include <dbtest/install_files.h>
 
 #include "../vsphere/vsphere_fixture.h"
@@ -11,7 +9,6 @@
 
 namespace {
 
-const wchar_t kOwner[] = L"nightly-job";
 const wchar_t kVm[] = L"DC0_H0_VM0";
 
 std::wstring Widen(const std::string &text) { return std::wstring(text.begin(), text.end()); }
@@ -28,7 +25,6 @@ protected:
         if (HasFatalFailure()) return;
         UnloadRavelkit();
         ASSERT_TRUE(CopyFileW((dbtest::ExeFolder() + L"ravelkit-live\\ravelkit.dll").c_str(), Client().c_str(), FALSE));
-        SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     }
     void TearDown() override {
         VsphereTest::TearDown();
@@ -48,30 +44,6 @@ protected:
     }
     uint32_t Connect(const wchar_t *password) {
         return vddkConnectToVMWareServer(server.c_str(), Widen(livetest::kUser).c_str(), password, &wrapper, &session);
-    }
-    uint32_t Create(const wchar_t *name) {
-        wcstring vddkLog;
-        return vddkCreateSnapshot(kVm, name, L"backup", server, Widen(livetest::kUser), Widen(livetest::kPassword),
-                                  443, false, false, wrapper, session, kOwner, vddkLog);
-    }
-    uint32_t Remove(const wchar_t *name) {
-        return vddkRemoveSnapshot(name, kVm, server, Widen(livetest::kUser), Widen(livetest::kPassword), 443, false,
-                                  wrapper, session, kOwner);
-    }
-    std::vector<std::string> Snapshots() {
-        _vmc::VmSnapshotInfo tree;
-        EXPECT_EQ(0, wrapper->vmcGetVmSnapshotTree(session, "DC0_H0_VM0", tree));
-        std::vector<std::string> names;
-        for (const auto &child : tree.children) names.push_back(child.name);
-        return names;
-    }
-    std::vector<wcstring> OrphanList() {
-        const std::wstring path = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\" + server + L"\\" + kVm;
-        Configuration list;
-        std::vector<wcstring> entries;
-        if (list.Open(Configuration::OpenExisting, path, wcstring(), Configuration::Read))
-            list.LoadMultiString(path, entries);
-        return entries;
     }
 
     std::wstring server;
@@ -109,22 +81,6 @@ TEST_F(LayerTest, LoginHostsChangeTrackingAndATaskForTheVmsHost) {
     EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(task, L"success", wrapper, session));
     EXPECT_EQ(0x200095C5u, vddkSetVMwareTaskState(task, L"running", wrapper, session));
     EXPECT_EQ(0x200095C8u, vddkCancelVMwareTask(task, wrapper, session));
-}
-
-TEST_F(LayerTest, AnOrphanOfAKilledRunIsRemovedByTheNextCreation) {
-    ASSERT_EQ(dbresult::kOk, Connect(Widen(livetest::kPassword).c_str()));
-    ASSERT_EQ(dbresult::kOk, Create(L"run-1"));
-    EXPECT_EQ(std::vector<std::string>{"run-1"}, Snapshots());
-    EXPECT_EQ(std::vector<wcstring>{L"run-1[:]nightly-job"}, OrphanList());
-    // The run is killed here: no removal. The next run's creation finds its snapshot.
-    ASSERT_EQ(dbresult::kOk, Create(L"run-2"));
-    EXPECT_EQ(std::vector<std::string>{"run-2"}, Snapshots());
-    EXPECT_EQ(std::vector<wcstring>{L"run-2[:]nightly-job"}, OrphanList());
-    ASSERT_EQ(dbresult::kOk, Remove(L"run-2"));
-    EXPECT_TRUE(Snapshots().empty());
-    EXPECT_TRUE(OrphanList().empty());
-    // Already gone (53 from the client) counts as removed.
-    EXPECT_EQ(dbresult::kOk, Remove(L"run-2"));
 }
 
 }  // namespace
