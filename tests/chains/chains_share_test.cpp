@@ -19,9 +19,9 @@ std::wstring Env(const wchar_t *name) {
 
 // The test's network: connections to the share get the drive share_env.sh made.
 struct FakeNetwork {
-    static std::wstring drive;
-    static std::vector<std::wstring> connected;  // remote names asked for
-    static std::vector<std::wstring> cancelled;  // drive names
+    static inline std::wstring drive;
+    static inline std::vector<std::wstring> connected;  // remote names asked for
+    static inline std::vector<std::wstring> cancelled;  // drive names
     static DWORD WINAPI Use(HWND, LPNETRESOURCEW resource, LPCWSTR, LPCWSTR, DWORD flags, LPWSTR accessName,
                             LPDWORD accessNameChars, LPDWORD result) {
         connected.push_back(resource->lpRemoteName);
@@ -39,9 +39,6 @@ struct FakeNetwork {
         return NO_ERROR;
     }
 };
-std::wstring FakeNetwork::drive;
-std::vector<std::wstring> FakeNetwork::connected;
-std::vector<std::wstring> FakeNetwork::cancelled;
 
 std::wstring DeviceTarget(const wchar_t *name) {
     wchar_t target[1040] = {};
