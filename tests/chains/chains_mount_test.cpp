@@ -19,29 +19,24 @@ size_t IniFilesIn(const std::wstring &folder) {
     return count;
 }
 
-struct Model {
+// A threading model: its registry text, or null for a number no text selects.
+struct MountModel {
     const char *name;
     const wchar_t *threadingText;
     uint32_t forced;  // used when threadingText is null
 };
 
-class MountTest : public ServiceTest, public ::testing::WithParamInterface<Model> {
+class MountTest : public ConnectedServiceTest, public ::testing::WithParamInterface<MountModel> {
 protected:
     void SetUp() override {
         ServiceTest::SetUp();
         if (GetParam().threadingText) {
-            SetThreadingModelText(GetParam().threadingText);
-            service = Start();
-        } else {
-            service = StartWithModel(GetParam().forced);
+            StartService({GetParam().threadingText, 0});
+            return;
         }
+        service = StartWithModel(GetParam().forced);
         ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
         log.Clear();
-    }
-    void TearDown() override {
-        service->VixDiskLib_Disconnect(connection, &local);
-        service.reset();
-        ServiceTest::TearDown();
     }
     bool KnownModel() const { return service->ThreadingModel() <= diskBroker::kNoThreadingModel; }
 
@@ -51,9 +46,7 @@ protected:
         VixDiskLibCreateParams params = {VIXDISKLIB_DISK_MONOLITHIC_SPARSE, VIXDISKLIB_ADAPTER_SCSI_LSILOGIC, 7, 16384,
                                          512, 512};
         EXPECT_EQ(service->VixDiskLib_Create(connection, path.c_str(), &params, nullptr, nullptr), VixError(VIX_OK));
-        _vixReadWriteHandle *handle = nullptr;
-        wcstring mode;
-        EXPECT_EQ(service->VixDiskLib_Open(connection, path.c_str(), 0, L"Write", &handle, mode), VixError(VIX_OK));
+        _vixReadWriteHandle *handle = OpenDisk(path, L"Write");
         uint8_t mbr[512] = {};
         const uint32_t partitions[2][2] = {{2048, 4096}, {8192, 8192}};
         for (int i = 0; i < 2; ++i) {
@@ -65,15 +58,11 @@ protected:
         mbr[510] = 0x55;
         mbr[511] = 0xAA;
         EXPECT_EQ(service->VixDiskLib_Write(handle, 0, 1, mbr), VixError(VIX_OK));
-        service->VixDiskLib_Close(handle);
-        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+        CloseDisk(handle);
         return path;
     }
 
     dbtest::TempDir disks;
-    std::unique_ptr<diskBroker> service;
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
 };
 
 TEST_P(MountTest, InitDeletesItsConfigurationFileWhateverTheOutcome) {
@@ -98,7 +87,7 @@ TEST_P(MountTest, InitDeletesItsConfigurationFileWhateverTheOutcome) {
     EXPECT_EQ(IniFilesIn(data.Path()), 1u) << "kept on request";
 }
 
-TEST_P(MountTest, VolumesOfAnMbrDiskAreListedMountedAndDismounted) {
+TEST_P(MountTest, MbrVolumesAreListedMountedAndDismountedAndAMissingDiskIsNotRetried) {
     if (!KnownModel()) GTEST_SKIP() << "an unknown model opens nothing";
     const std::string disk = MbrDisk();
     const char *names[] = {disk.c_str()};
@@ -122,22 +111,19 @@ TEST_P(MountTest, VolumesOfAnMbrDiskAreListedMountedAndDismounted) {
     service->VixMntapi_FreeVolumeHandles(volumes);
     EXPECT_EQ(service->VixMntapi_CloseDiskSet(set), VixError(VIX_OK)) << "a set without a mapping only closes";
     EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
-}
 
-TEST_P(MountTest, LocalNameFailingWithAnotherCodeIsNotRetried) {
-    if (!KnownModel()) GTEST_SKIP() << "an unknown model opens nothing";
+    // A local name failing with another code than the share's is not retried.
     const std::string missing = Utf8(disks.File(L"missing.vmdk"));
-    const char *names[] = {missing.c_str()};
-    VixDiskSetHandle set = nullptr;
+    names[0] = missing.c_str();
     EXPECT_EQ(service->VixMntapi_OpenDisks(connection, names, 1, 0, &set), VixError(VIX_E_FILE_NOT_FOUND));
-    EXPECT_EQ(Calls("VixMntapi_OpenDisks"), 1u);
+    EXPECT_EQ(Calls("VixMntapi_OpenDisks"), 2u);
     EXPECT_TRUE(service->DeviceMappings().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Models, MountTest,
-                         ::testing::Values(Model{"Worker", L"", 0}, Model{"NoThreading", L"no threading", 0},
-                                           Model{"Unknown", nullptr, 7}),
-                         [](const ::testing::TestParamInfo<Model> &info) { return std::string(info.param.name); });
+                         ::testing::Values(MountModel{"Worker", L"", 0}, MountModel{"NoThreading", L"no threading", 0},
+                                           MountModel{"Unknown", nullptr, 7}),
+                         [](const ::testing::TestParamInfo<MountModel> &info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace servicetest

@@ -19,9 +19,9 @@ std::wstring Env(const wchar_t *name) {
 
 // The test's network: connections to the share get the drive share_env.sh made.
 struct FakeNetwork {
-    static std::wstring drive;
-    static std::vector<std::wstring> connected;  // remote names asked for
-    static std::vector<std::wstring> cancelled;  // drive names
+    static inline std::wstring drive;
+    static inline std::vector<std::wstring> connected;  // remote names asked for
+    static inline std::vector<std::wstring> cancelled;  // drive names
     static DWORD WINAPI Use(HWND, LPNETRESOURCEW resource, LPCWSTR, LPCWSTR, DWORD flags, LPWSTR accessName,
                             LPDWORD accessNameChars, LPDWORD result) {
         connected.push_back(resource->lpRemoteName);
@@ -39,23 +39,20 @@ struct FakeNetwork {
         return NO_ERROR;
     }
 };
-std::wstring FakeNetwork::drive;
-std::vector<std::wstring> FakeNetwork::connected;
-std::vector<std::wstring> FakeNetwork::cancelled;
 
 std::wstring DeviceTarget(const wchar_t *name) {
     wchar_t target[1040] = {};
     return QueryDosDeviceW(name, target, 1040) ? std::wstring(target) : std::wstring();
 }
 
-class ShareTest : public ServiceTest {
+class ShareTest : public ConnectedServiceTest {
 protected:
     void SetUp() override {
         ServiceTest::SetUp();
-        local = Env(L"CHAINS_SHARE_LOCAL");
+        share = Env(L"CHAINS_SHARE_LOCAL");
         unc = Env(L"CHAINS_SHARE_UNC");
         FakeNetwork::drive = Env(L"CHAINS_SHARE_DRIVE");
-        if (local.empty() || unc.empty() || FakeNetwork::drive.empty())
+        if (share.empty() || unc.empty() || FakeNetwork::drive.empty())
             GTEST_SKIP() << "no Wine share: run through share_env.sh";
         // The mapping takes the first free device name; other programs in this
         // Wine prefix may hold some for a moment.
@@ -64,27 +61,29 @@ protected:
         ASSERT_FALSE(name.empty()) << "every device name is in use";
         FakeNetwork::connected.clear();
         FakeNetwork::cancelled.clear();
-        service = Start();
-        service->UseNetworkCalls({&FakeNetwork::Use, &FakeNetwork::Cancel});
-        Connect();
+        StartOnTheNetwork(L"");
         // The children name their parent on the share, as a backup would leave them.
         ASSERT_TRUE(service->UpdateParentDiskLink(child(), parent()));
         ASSERT_TRUE(service->UpdateParentDiskLink(other(), parent()));
         log.Clear();
     }
     void TearDown() override {
-        if (service) {
-            if (connection) service->VixDiskLib_Disconnect(connection, &params);
-            service.reset();
+        const bool started = service != nullptr;
+        ConnectedServiceTest::TearDown();
+        if (started) {
             EXPECT_EQ(DeviceTarget(name.c_str()), L"") << "the device name outlived the service";
         }
-        ServiceTest::TearDown();
+    }
+    // The service in threading model text, with the test's network, connected.
+    void StartOnTheNetwork(const wchar_t *model) {
+        StartService({model, 0});
+        service->UseNetworkCalls({&FakeNetwork::Use, &FakeNetwork::Cancel});
     }
     void Connect() {
-        ASSERT_EQ(service->VixDiskLib_ConnectEx(&params, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+        ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
     }
     void Disconnect() {
-        EXPECT_EQ(service->VixDiskLib_Disconnect(connection, &params), VixError(VIX_OK));
+        EXPECT_EQ(service->VixDiskLib_Disconnect(connection, &local), VixError(VIX_OK));
         connection = nullptr;
     }
     std::wstring parent() const { return unc + L"\\IMG0001\\disk.vmdk"; }
@@ -113,12 +112,9 @@ protected:
         return mappings.empty() ? 0 : mappings.front().referenceCount;
     }
 
-    std::wstring local;
+    std::wstring share;  // the share's own folder
     std::wstring unc;
     std::wstring name;  // the device name the share is expected to get
-    std::unique_ptr<diskBroker> service;
-    VixDiskLibConnectParams params{};
-    VixDiskLibConnection connection = nullptr;
 };
 
 TEST_F(ShareTest, ChildWithParentOnShareIsMappedReadAndPutBackAtDisconnect) {
@@ -134,7 +130,7 @@ TEST_F(ShareTest, ChildWithParentOnShareIsMappedReadAndPutBackAtDisconnect) {
     EXPECT_EQ(FakeNetwork::connected, std::vector<std::wstring>{unc});
     EXPECT_EQ(service->GetParentDiskPath(child()), FakeNetwork::drive + L"\\IMG0001\\disk.vmdk");
 
-    EXPECT_EQ(ReadAll(handle, 8 << 20), dbtest::ReadWholeFile(local + L"\\expected.raw"))
+    EXPECT_EQ(ReadAll(handle, 8 << 20), dbtest::ReadWholeFile(share + L"\\expected.raw"))
         << "what qemu read from the chain";
     EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
     EXPECT_EQ(DeviceReferences(), 0u);
@@ -159,7 +155,7 @@ TEST_F(ShareTest, ReferencesCountPerHandleOnOneShare) {
     EXPECT_EQ(DeviceReferences(), 2u);
     ASSERT_EQ(service->ShareDrives().size(), 1u);
     EXPECT_EQ(service->ShareDrives().begin()->second.referenceCount, 2u) << "one per relinked descriptor";
-    EXPECT_EQ(ReadAll(second, 8 << 20), dbtest::ReadWholeFile(local + L"\\other.raw"));
+    EXPECT_EQ(ReadAll(second, 8 << 20), dbtest::ReadWholeFile(share + L"\\other.raw"));
 
     EXPECT_EQ(service->VixDiskLib_Close(first), VixError(VIX_OK));
     EXPECT_EQ(DeviceReferences(), 1u);
@@ -184,10 +180,7 @@ TEST_F(ShareTest, DiskSetOnTheShareIsRetriedThroughTheDeviceInEitherModel) {
         SCOPED_TRACE(model);
         Disconnect();
         service.reset();
-        SetThreadingModelText(model);
-        service = Start();
-        service->UseNetworkCalls({&FakeNetwork::Use, &FakeNetwork::Cancel});
-        Connect();
+        StartOnTheNetwork(model);
         sim.VddkSim_Reset();
         ASSERT_EQ(service->VixMntapi_Init(VIXMNTAPI_MAJOR_VERSION, 0, nullptr, nullptr, nullptr, nullptr, nullptr),
                   VixError(VIX_OK));
@@ -208,8 +201,7 @@ TEST_F(ShareTest, DiskSetOnTheShareIsRetriedThroughTheDeviceInEitherModel) {
 
         EXPECT_EQ(service->VixMntapi_CloseDiskSet(set), VixError(VIX_OK));
         EXPECT_EQ(DeviceReferences(), 1u);
-        EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-        if (service->ThreadingModel() == diskBroker::kNoThreadingModel) delete handle;
+        CloseDisk(handle);
         EXPECT_EQ(DeviceReferences(), 0u);
         Disconnect();
         EXPECT_EQ(DeviceTarget(name.c_str()), L"");
@@ -226,7 +218,7 @@ TEST_F(ShareTest, CreateOnTheShareRetriesThroughTheDeviceAndKeepsNoReference) {
                                      512};
     EXPECT_EQ(service->VixDiskLib_Create(connection, Utf8(created).c_str(), &create, nullptr, nullptr), VixError(VIX_OK));
     EXPECT_EQ(Calls("VixDiskLib_Create"), 2u);
-    EXPECT_NE(GetFileAttributesW((local + L"\\folder\\created.vmdk").c_str()), INVALID_FILE_ATTRIBUTES)
+    EXPECT_NE(GetFileAttributesW((share + L"\\folder\\created.vmdk").c_str()), INVALID_FILE_ATTRIBUTES)
         << "created through the device, on the share";
     EXPECT_EQ(DeviceReferences(), 0u) << "no handle keeps a create's reference";
     Disconnect();

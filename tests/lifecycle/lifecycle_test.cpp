@@ -4,7 +4,7 @@
 // cycle makes, it also releases.
 #include <functional>
 
-#include "service_fixture.h"
+#include "../service/service_fixture.h"
 
 #include <tlhelp32.h>  // after <windows.h>, which it needs
 

@@ -28,6 +28,17 @@ void Logger(const char *format, char *arguments) {
     logLines.push_back(text);
 }
 
+// Lines the client logged through vmcSetLogger since the last clear.
+std::vector<std::string> LoggedLines() {
+    std::lock_guard<std::mutex> hold(logLock);
+    return logLines;
+}
+
+void ClearLoggedLines() {
+    std::lock_guard<std::mutex> hold(logLock);
+    logLines.clear();
+}
+
 }  // namespace
 
 std::string SimulatorUrl() {
@@ -53,16 +64,6 @@ const ravelkit::EntryTable &Client() {
     }();
     (void)module;
     return table;
-}
-
-std::vector<std::string> LoggedLines() {
-    std::lock_guard<std::mutex> hold(logLock);
-    return logLines;
-}
-
-void ClearLoggedLines() {
-    std::lock_guard<std::mutex> hold(logLock);
-    logLines.clear();
 }
 
 std::string LastErrorText(int *code) {

@@ -19,10 +19,6 @@ std::string SimulatorUrl();
 // The client library, loaded once per test program.
 const ravelkit::EntryTable &Client();
 
-// Lines the client logged through vmcSetLogger since the last Clear.
-std::vector<std::string> LoggedLines();
-void ClearLoggedLines();
-
 std::string LastErrorText(int *code = nullptr);
 
 class LiveTest : public ::testing::Test {

@@ -27,15 +27,14 @@ TEST_F(LiveTest, LoginRefusesAWrongPasswordThenAcceptsTheRightOne) {
     EXPECT_EQ(36, vmc->vmcGetAllHosts(session, &hosts));
 }
 
-TEST_F(LiveTest, ASelfSignedCertificateIsRefusedUnlessTheCallerSaysOtherwise) {
-    void *session = nullptr;
+TEST_F(LiveTest, BadCertificatesSessionsAndUrlsAreRefusedWithAReason) {
+    // A self-signed certificate is refused unless the caller says otherwise.
+    void *session = reinterpret_cast<void *>(0x1234);
     EXPECT_EQ(4, vmc->vmcConnect(url.c_str(), nullptr, nullptr, false, nullptr, &session, 30000, nullptr));
     EXPECT_EQ(nullptr, session);
     EXPECT_NE(std::string::npos, LastErrorText().find("certificate")) << LastErrorText();
-}
 
-TEST_F(LiveTest, BadSessionsAndUrlsAreRefusedWithAReason) {
-    void *session = reinterpret_cast<void *>(0x1234);
+    session = reinterpret_cast<void *>(0x1234);
     EXPECT_EQ(3, vmc->vmcConnect("not a url", nullptr, nullptr, true, nullptr, &session, 1000, nullptr));
     EXPECT_EQ(nullptr, session);
     EXPECT_NE(std::string::npos, LastErrorText().find("malformed URL")) << LastErrorText();
@@ -91,10 +90,6 @@ TEST(LiveTimeout, AServerThatNeverAnswersFailsConnectWithinTheTimeOut) {
     EXPECT_EQ(nullptr, session);
     EXPECT_NE(std::string::npos, LastErrorText().find("did not answer in time")) << LastErrorText();
 }
-
-}  // namespace
-
-namespace {
 
 TEST_F(LiveTest, EventExtensionRegisteredFoundAndUnregistered) {
     void *session = OpenSession();

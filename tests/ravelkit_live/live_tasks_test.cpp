@@ -1,5 +1,5 @@
-// What the simulator gains in the launcher, through the client: reload, tasks
-// driven through their states, and changed disk areas.
+// What the simulator gains in the launcher, through the client: tasks driven
+// through their states, and changed disk areas. (Reload: live_vm_test.)
 #include "live_fixture.h"
 
 using namespace livetest;
@@ -8,32 +8,25 @@ namespace {
 
 const char kVm[] = "DC0_H0_VM0";
 
-TEST_F(LiveTest, ReloadOfAVmByName) {
-    void *session = OpenSession();
-    EXPECT_EQ(0, vmc->vmcSetVmPowerOrConfigState(session, kVm, "reload")) << LastErrorText();
-    EXPECT_EQ(2, vmc->vmcSetVmPowerOrConfigState(session, "no-such-vm", "reload"));
-}
-
 class TaskTest : public LiveTest {
 protected:
-    // The VM's host, as the layer creates its tasks for it: "host-N".
-    std::string HostOf(void *session) {
+    // A task for the VM's host, as the layer creates its tasks: for "host-N".
+    std::string Create(void *session, bool cancelable) {
         _vmc::_ObjDetails details;
         EXPECT_EQ(0, vmc->vmcGetObjDetails(session, kVm, nullptr, nullptr, "DataSet2a", &details)) << LastErrorText();
         const size_t open = details.host.find("(<");
-        return open == std::string::npos ? std::string() : details.host.substr(open + 2, details.host.size() - open - 4);
-    }
-    std::string Create(void *session, bool cancelable) {
+        const std::string host =
+            open == std::string::npos ? std::string() : details.host.substr(open + 2, details.host.size() - open - 4);
         std::string task;
-        EXPECT_EQ(0, vmc->vmcCreateTask(session, task, HostOf(session).c_str(), "HostSystem", "com.diskbroker.backup",
-                                        nullptr, "backup job 7", cancelable))
+        EXPECT_EQ(0, vmc->vmcCreateTask(session, task, host.c_str(), "HostSystem", "com.diskbroker.backup", nullptr,
+                                        "backup job 7", cancelable))
             << LastErrorText();
         EXPECT_EQ(0u, task.find("task-")) << task;
         return task;
     }
 };
 
-TEST_F(TaskTest, StateProgressAndDescriptionAreTheServers) {
+TEST_F(TaskTest, StateProgressDescriptionAndCancelAreTheServers) {
     void *session = OpenSession();
     const std::string task = Create(session, false);
     const char *t = task.c_str();
@@ -49,15 +42,13 @@ TEST_F(TaskTest, StateProgressAndDescriptionAreTheServers) {
     // The server keeps the end: the task cannot be started again.
     EXPECT_EQ(36, vmc->vmcSetTaskState(session, t, "running"));
     EXPECT_NE(std::string::npos, LastErrorText().find("already ended"));
-}
 
-TEST_F(TaskTest, CancelEndsACancelableTaskAndUnknownOnesAreNotFound) {
-    void *session = OpenSession();
-    const std::string task = Create(session, true);
-    ASSERT_EQ(0, vmc->vmcSetTaskState(session, task.c_str(), "running")) << LastErrorText();
-    EXPECT_EQ(0, vmc->vmcCancelTask(session, task.c_str())) << LastErrorText();
-    EXPECT_EQ(36, vmc->vmcSetTaskState(session, task.c_str(), "success")) << "a cancelled task has ended";
-    EXPECT_EQ(36, vmc->vmcCancelTask(session, task.c_str()));
+    // Cancel ends a cancelable task; unknown tasks are not found.
+    const std::string cancelable = Create(session, true);
+    ASSERT_EQ(0, vmc->vmcSetTaskState(session, cancelable.c_str(), "running")) << LastErrorText();
+    EXPECT_EQ(0, vmc->vmcCancelTask(session, cancelable.c_str())) << LastErrorText();
+    EXPECT_EQ(36, vmc->vmcSetTaskState(session, cancelable.c_str(), "success")) << "a cancelled task has ended";
+    EXPECT_EQ(36, vmc->vmcCancelTask(session, cancelable.c_str()));
 
     int code = 0;
     EXPECT_EQ(2, vmc->vmcSetTaskState(session, "task-999999", "running"));

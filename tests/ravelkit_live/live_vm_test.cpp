@@ -1,5 +1,6 @@
 // Virtual machines against the simulator: details by name, hosts, change
-// tracking seen from a second session, snapshots created and removed by name.
+// tracking seen from a second session, the information documents, and the
+// snapshot codes (snapshots made and removed: live_layer_test).
 #include <dbtest/temp_dir.h>
 #include <skxml/xmlreader.h>
 #include "live_fixture.h"
@@ -10,7 +11,7 @@ namespace {
 
 const char kVm[] = "DC0_H0_VM0";
 
-TEST_F(LiveTest, VmDetailsByName) {
+TEST_F(LiveTest, VmDetailsByNameHostsAndReload) {
     void *session = OpenSession();
     _vmc::_ObjDetails details;
     ASSERT_EQ(0, vmc->vmcGetObjDetails(session, kVm, nullptr, nullptr, "DataSet1", &details)) << LastErrorText();
@@ -33,10 +34,7 @@ TEST_F(LiveTest, VmDetailsByName) {
     int code = 0;
     EXPECT_EQ("VirtualMachine 'no-such-vm' not found", LastErrorText(&code));
     EXPECT_EQ(25, code);
-}
 
-TEST_F(LiveTest, HostsOfTheServer) {
-    void *session = OpenSession();
     std::vector<_vmc::_HostSummary> hosts;
     ASSERT_EQ(0, vmc->vmcGetAllHosts(session, &hosts)) << LastErrorText();
     ASSERT_FALSE(hosts.empty());
@@ -47,6 +45,9 @@ TEST_F(LiveTest, HostsOfTheServer) {
         sawH0 = sawH0 || host.name == "DC0_H0";
     }
     EXPECT_TRUE(sawH0);
+
+    EXPECT_EQ(0, vmc->vmcSetVmPowerOrConfigState(session, kVm, "reload")) << LastErrorText();
+    EXPECT_EQ(2, vmc->vmcSetVmPowerOrConfigState(session, "no-such-vm", "reload"));
 }
 
 TEST_F(LiveTest, ChangeTrackingEnabledIsSeenByASecondSession) {
@@ -63,34 +64,9 @@ TEST_F(LiveTest, ChangeTrackingEnabledIsSeenByASecondSession) {
     EXPECT_EQ(1, vmc->vmcSetVmPowerOrConfigState(first, vm.c_str(), "powerOff"));
 }
 
-bool HasSnapshot(const _vmc::VmSnapshotInfo &tree, const std::string &name) {
-    for (const _vmc::VmSnapshotInfo &child : tree.children)
-        if (child.name == name || HasSnapshot(child, name)) return true;
-    return false;
-}
-
-TEST_F(LiveTest, SnapshotCreatedAndRemovedByName) {
-    void *session = OpenSession();
-    const char vm[] = "DC0_C0_RP0_VM0";
-    ASSERT_EQ(0, vmc->vmcCreateSnapshot(session, "backup-1", "taken by the test", vm, false, false))
-        << LastErrorText();
-    _vmc::VmSnapshotInfo tree;
-    ASSERT_EQ(0, vmc->vmcGetVmSnapshotTree(session, vm, tree)) << LastErrorText();
-    EXPECT_TRUE(HasSnapshot(tree, "backup-1"));
-    ASSERT_EQ(0, vmc->vmcRemoveSnapshot(session, "backup-1", vm, false, false)) << LastErrorText();
-    ASSERT_EQ(0, vmc->vmcGetVmSnapshotTree(session, vm, tree));
-    EXPECT_FALSE(HasSnapshot(tree, "backup-1"));
-    EXPECT_EQ(53, vmc->vmcRemoveSnapshot(session, "backup-1", vm, false, false));
-    EXPECT_EQ(2, vmc->vmcCreateSnapshot(session, "x", nullptr, "no-such-vm", false, false));
-}
-
-}  // namespace
-
-namespace {
-
 std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
 
-TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocuments) {
+TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocumentsAndSnapshotCodes) {
     void *session = OpenSession();
     dbtest::TempDir folder;
     const std::wstring file = folder.File(L"live-backup-info.xml");
@@ -114,6 +90,11 @@ TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocuments) {
     EXPECT_EQ(0u, value.find(L"host-"));
     EXPECT_EQ(1, vmc->vmcGetObjectInfo(session, "root", "datastore", nullptr, Narrow(file).c_str()));
     EXPECT_EQ(3, vmc->vmcGetVmBackupInfo(session, kVm, "Z:\\no\\such\\folder\\info.xml"));
+
+    // Snapshots made and removed by name: the layer's orphan test over this
+    // client; here, the codes it does not tell apart.
+    EXPECT_EQ(53, vmc->vmcRemoveSnapshot(session, "no-such-snapshot", kVm, false, false));
+    EXPECT_EQ(2, vmc->vmcCreateSnapshot(session, "x", nullptr, "no-such-vm", false, false));
 }
 
 }  // namespace

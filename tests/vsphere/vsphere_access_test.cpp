@@ -21,27 +21,23 @@ protected:
     wcstring vddkLog;
 };
 
-TEST_F(AccessTest, VcenterLocksAndReleasesTheVmByItsMoRef) {
+TEST_F(AccessTest, VcenterLocksAndReleasesTheVmByItsMoRefAStandaloneHostNeedsNoLock) {
     EXPECT_EQ(Lock(true), dbresult::kOk);
-    uint32_t prepared = 0, ended = 0;
-    AccessCounts(kVmSpec, prepared, ended);
-    EXPECT_EQ(prepared, 1u);
-    EXPECT_EQ(ended, 0u);
+    EXPECT_EQ(Prepared(), 1u);
+    EXPECT_EQ(Ended(), 0u);
     EXPECT_EQ(vddk.LastArg("identity"), "backup job 7");
     EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Getting moRef for VM 'web01'"));
     EXPECT_NE(sim.Query("journal").find("vmcGetObjDetails thread="), std::string::npos);
     EXPECT_EQ(Lock(false), dbresult::kOk);
-    AccessCounts(kVmSpec, prepared, ended);
-    EXPECT_EQ(ended, 1u);
-}
+    EXPECT_EQ(Ended(), 1u);
 
-TEST_F(AccessTest, StandaloneHostNeedsNoLock) {
+    // A standalone host needs no lock.
     LoadInventory("<inventory server='vcenter.example' type='HostAgent'>"
                   "<account user='backup@vsphere.local' password='Standin-Pass1'/>"
                   "<vm name='web01' moRef='vm-42'/></inventory>");
     EXPECT_EQ(Lock(true), dbresult::kOk);
-    EXPECT_EQ(vddk.VddkSim_CallCount("VixDiskLib_PrepareForAccess"), 0u);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetObjDetails"), 0u);
+    EXPECT_EQ(vddk.VddkSim_CallCount("VixDiskLib_PrepareForAccess"), 1u) << "only the vCenter lock's";
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetObjDetails"), 2u) << "only the vCenter lock's and release's";
 }
 
 TEST_F(AccessTest, FailuresToReadDetailsAndToLock) {
@@ -56,10 +52,9 @@ TEST_F(AccessTest, FailuresToReadDetailsAndToLock) {
     ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     log.Clear();
     EXPECT_EQ(Lock(true), dbresult::kAccessPrepareFailed);
-    char *text = nullptr;
     dbtest::VddkDiskLibExports exports;
     ASSERT_EQ(exports.Load(vddkModule.get()), 33);
-    text = exports.VixDiskLib_GetErrorText(VIX_E_FAIL, nullptr);
+    char *text = exports.VixDiskLib_GetErrorText(VIX_E_FAIL, nullptr);
     const std::wstring failText = wcstring::FromUtf8(text);
     exports.VixDiskLib_FreeErrorText(text);
     EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Failure preparing VM for access: server 'vcenter.example' "
@@ -70,7 +65,7 @@ TEST_F(AccessTest, FailuresToReadDetailsAndToLock) {
     EXPECT_EQ(Lock(false), dbresult::kOk) << "EndAccess masks every failure, so a release never fails here";
 }
 
-TEST_F(AccessTest, TaskOnTheVmsHost) {
+TEST_F(AccessTest, TaskOnTheVmsHostAndFailuresThatAreWarnings) {
     wcstring task;
     EXPECT_EQ(vddkCreateVMwareTask(task, kVm, L"Backup of web01", L"job 7", true, wrapper, session), dbresult::kOk);
     EXPECT_EQ(task, L"task-1");
@@ -85,6 +80,21 @@ TEST_F(AccessTest, TaskOnTheVmsHost) {
     EXPECT_EQ(vddkCancelVMwareTask(task, wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("task:task-1").substr(0, 10), "cancelled|");
     EXPECT_TRUE(log.Lines().empty());
+
+    // Failures are warnings.
+    EXPECT_EQ(vddkCreateVMwareTask(task, L"no-such-vm", L"", L"", false, wrapper, session),
+              dbresult::kObjectDetailsUnreadable);
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMwareTask(): vmcGetObjDetails failed, result = 0X2"));
+    EXPECT_EQ(vddkCancelVMwareTask(L"task-77", wrapper, session), dbresult::kTaskCancelFailed);
+    EXPECT_TRUE(log.Contains(L"vddkCancelVMwareTask(): vmcCancelTask() failed, result = 0X2"));
+    EXPECT_EQ(vddkSetVMwareTaskState(L"task-77", L"error", wrapper, session), dbresult::kTaskStateFailed);
+    EXPECT_TRUE(log.Contains(L"vddkSetVMwareTaskState(): vmcSetTaskState() failed, result = 0X2"));
+    EXPECT_EQ(vddkSetVMwareTaskDescription(L"task-77", L"m", nullptr, nullptr, wrapper, session),
+              dbresult::kTaskDescriptionFailed);
+    EXPECT_TRUE(log.Contains(L"vddkSetVMwareTaskDescription(): vmcSetTaskDescription() failed, result = 0X2"));
+    const size_t before = log.Lines().size();
+    EXPECT_EQ(vddkUpdateVMwareTaskProgress(L"task-77", 5, wrapper, session), dbresult::kTaskProgressFailed);
+    EXPECT_EQ(log.Lines().size(), before) << "a rejected progress update logs nothing";
 }
 
 TEST_F(AccessTest, HostReferenceForms) {
@@ -107,23 +117,6 @@ TEST_F(AccessTest, HostReferenceForms) {
         EXPECT_NE(last.find(c.second), std::string::npos) << last;
     }
     EXPECT_TRUE(log.Contains(L"vddkCreateVMwareTask(): vmcCreateTask() failed, result = 0X3"));
-}
-
-TEST_F(AccessTest, TaskFailuresAreWarnings) {
-    wcstring task;
-    EXPECT_EQ(vddkCreateVMwareTask(task, L"no-such-vm", L"", L"", false, wrapper, session),
-              dbresult::kObjectDetailsUnreadable);
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMwareTask(): vmcGetObjDetails failed, result = 0X2"));
-    EXPECT_EQ(vddkCancelVMwareTask(L"task-77", wrapper, session), dbresult::kTaskCancelFailed);
-    EXPECT_TRUE(log.Contains(L"vddkCancelVMwareTask(): vmcCancelTask() failed, result = 0X2"));
-    EXPECT_EQ(vddkSetVMwareTaskState(L"task-77", L"error", wrapper, session), dbresult::kTaskStateFailed);
-    EXPECT_TRUE(log.Contains(L"vddkSetVMwareTaskState(): vmcSetTaskState() failed, result = 0X2"));
-    EXPECT_EQ(vddkSetVMwareTaskDescription(L"task-77", L"m", nullptr, nullptr, wrapper, session),
-              dbresult::kTaskDescriptionFailed);
-    EXPECT_TRUE(log.Contains(L"vddkSetVMwareTaskDescription(): vmcSetTaskDescription() failed, result = 0X2"));
-    const size_t before = log.Lines().size();
-    EXPECT_EQ(vddkUpdateVMwareTaskProgress(L"task-77", 5, wrapper, session), dbresult::kTaskProgressFailed);
-    EXPECT_EQ(log.Lines().size(), before) << "a rejected progress update logs nothing";
 }
 
 TEST_F(AccessTest, EventExtensionRegisteredOnceRemovedOnce) {
@@ -158,12 +151,6 @@ TEST_F(AccessTest, EventExtensionRegisteredOnceRemovedOnce) {
     EXPECT_TRUE(
         log.Contains(L"vddkUnRegisterVSphereEventExtension(): vmcUnRegisterEventExtension() failed, result = 0XF"));
 }
-
-}  // namespace
-}  // namespace vspheretest
-
-namespace vspheretest {
-namespace {
 
 // Every flat function with half of the session pair missing: 0xE000FE49, except
 // where only the wrapper is checked and the library judges the session.

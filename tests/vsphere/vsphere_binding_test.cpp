@@ -23,40 +23,43 @@ protected:
     }
 };
 
-TEST_F(BindingTest, LoadsFromTheProductsInstallPathAndBindsAll64) {
+TEST_F(BindingTest, LoadsFromTheProductsInstallPathOnceAndBindsAll64) {
+    const std::wstring value = install.Path() + L"\\\\\\";  // trailing backslashes become one
+    InstallRavelkit(0, RavelkitVariant::Normal, &value);
     EXPECT_EQ(ConnectOnce(), dbresult::kOk);
     EXPECT_EQ(log.Count(L"DynLoadRavelkitLib: loaded OK"), 1u);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcConnect"), 1u) << "the layer called the stand-in this test installed";
     EXPECT_EQ(ConnectOnce(), dbresult::kOk);
     EXPECT_EQ(log.Count(L"DynLoadRavelkitLib: loaded OK"), 1u) << "later wrappers share the loader";
-}
-
-TEST_F(BindingTest, TrailingBackslashesOfThePathBecomeOne) {
-    const std::wstring value = install.Path() + L"\\\\\\";
-    InstallRavelkit(0, RavelkitVariant::Normal, &value);
-    EXPECT_EQ(ConnectOnce(), dbresult::kOk);
-    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: loaded OK"));
-    // The name as tried shows in the failure: exactly one backslash before the file.
-    ASSERT_EQ(registry.SetString(dbtest::kMainInstallKey, L"Path", install.Path() + L"\\none\\\\"), ERROR_SUCCESS);
+    ASSERT_EQ(registry.SetString(dbtest::kMainInstallKey, L"Path", install.Path() + L"\\none"), ERROR_SUCCESS);
     UnloadRavelkit();
     EXPECT_EQ(ConnectOnce(), dbresult::kOk) << "the loader of the first connect is still alive";
-    skclass::ReleaseSingleton("vmToolsLoader");
-    EXPECT_EQ(ConnectOnce(), dbresult::kRavelkitNotLoaded);
-    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: " + install.Path() + L"\\none\\ravelkit.dll"));
 }
 
-TEST_F(BindingTest, EmptyPathValueGivesASingleBackslashAndFails) {
+// The name as tried shows in the failure.
+TEST_F(BindingTest, InstallValuesThatLeadNowhereNameWhatWasTried) {
+    const std::wstring trailing = install.Path() + L"\\none\\\\";
     const std::wstring empty;
-    InstallRavelkit(0, RavelkitVariant::Normal, &empty);
-    EXPECT_EQ(ConnectOnce(), dbresult::kRavelkitNotLoaded);
-    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: \\ravelkit.dll"));
-}
-
-TEST_F(BindingTest, MissingKeyLeavesTheBareNameToTheSystemSearch) {
+    const struct {
+        const char *what;
+        const std::wstring *value;  // null: no install key at all
+        std::wstring tried;
+    } cases[] = {
+        {"exactly one backslash before the file", &trailing, install.Path() + L"\\none\\ravelkit.dll"},
+        {"an empty value gives a single backslash", &empty, L"\\ravelkit.dll"},
+        {"no key leaves the bare name to the system search", nullptr, L"ravelkit.dll"},
+    };
     UnloadRavelkit();  // a loaded module of that name would satisfy the bare name
-    ASSERT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, dbtest::kMainInstallKey), ERROR_SUCCESS);
-    EXPECT_EQ(ConnectOnce(), dbresult::kRavelkitNotLoaded);
-    EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: ravelkit.dll"));
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        if (c.value) {
+            ASSERT_EQ(registry.SetString(dbtest::kMainInstallKey, L"Path", *c.value), ERROR_SUCCESS);
+        } else {
+            ASSERT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, dbtest::kMainInstallKey), ERROR_SUCCESS);
+        }
+        EXPECT_EQ(ConnectOnce(), dbresult::kRavelkitNotLoaded);
+        EXPECT_TRUE(log.Contains(L"DynLoadRavelkitLib: could not load: " + c.tried));
+    }
 }
 
 TEST_F(BindingTest, SiblingProductLoadsVyravelkitFromVaultryBinAndReadsItsOwnAgentKey) {

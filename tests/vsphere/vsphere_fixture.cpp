@@ -86,9 +86,16 @@ void VsphereTest::LoadInventory(const std::string &xml) {
     ASSERT_EQ(sim.RavelSim_LoadInventory(path.c_str()), 0);
 }
 
-void VsphereTest::AccessCounts(const char *vmxSpec, uint32_t &prepared, uint32_t &ended) const {
-    prepared = ended = 0;
-    vddk.VddkSim_AccessState(vmxSpec, &prepared, &ended);
+uint32_t VsphereTest::Prepared() const {
+    uint32_t prepared = 0, ended = 0;
+    vddk.VddkSim_AccessState(kVmSpec, &prepared, &ended);
+    return prepared;
+}
+
+uint32_t VsphereTest::Ended() const {
+    uint32_t prepared = 0, ended = 0;
+    vddk.VddkSim_AccessState(kVmSpec, &prepared, &ended);
+    return ended;
 }
 
 }  // namespace vspheretest

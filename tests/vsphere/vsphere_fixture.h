@@ -48,8 +48,9 @@ protected:
     void Connect();
     // Writes an inventory file and loads it into the stand-in.
     void LoadInventory(const std::string &xml);
-    // PrepareForAccess / EndAccess the VDDK stand-in saw for vmxSpec.
-    void AccessCounts(const char *vmxSpec, uint32_t &prepared, uint32_t &ended) const;
+    // PrepareForAccess / EndAccess calls the VDDK stand-in saw for the VM.
+    uint32_t Prepared() const;
+    uint32_t Ended() const;
 
     dbtest::RegistrySandbox registry;
     dbtest::TempDir install;

@@ -40,16 +40,14 @@ TEST_F(QueryTest, ChangeTrackingIsEnabledWhereSupportedAndNeverFails) {
     EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking() Failed to enable change tracking for the VM 'web01'"));
 }
 
-TEST_F(QueryTest, FqdnOfAPoweredOnVm) {
+TEST_F(QueryTest, FqdnNeedsExactlyPoweredOnButTheNameIsFilledAnyway) {
     EXPECT_EQ(Fqdn(kVm), dbresult::kOk);
     EXPECT_EQ(fqdn, L"web01.example.com");
     EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN() Getting FQDN for for the 'web01'"));
     const std::string journal = sim.Query("journal");
     EXPECT_NE(journal.find("(web01, (null), (null), DataSet1)"), std::string::npos);
     EXPECT_NE(journal.find("(web01, (null), (null), DataSet2b)"), std::string::npos);
-}
 
-TEST_F(QueryTest, PowerStateMustBeExactlyPoweredOnButTheNameIsFilledAnyway) {
     LoadInventory("<inventory>"
                   "<vm name='off' powerState='poweredOff' guestHostName='off.example'/>"
                   "<vm name='longer' powerState='poweredOnX' guestHostName='longer.example'/>"
@@ -108,7 +106,7 @@ TEST_F(QueryTest, BackupAndObjectInformationDocuments) {
     EXPECT_TRUE(log.Contains(L"vddkGetManagedObjInfo(): vddkGetManagedObjInfo() failed, result = 0X7"));
 }
 
-TEST_F(QueryTest, HostsWithTheirNumbers) {
+TEST_F(QueryTest, HostsWithTheirNumbersAndFailuresThatLeaveTheList) {
     std::vector<vddkHostInfo> hosts;
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
     ASSERT_EQ(hosts.size(), 2u);
@@ -127,13 +125,12 @@ TEST_F(QueryTest, HostsWithTheirNumbers) {
     LoadInventory("<inventory/>");
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
     EXPECT_TRUE(hosts.empty());
-}
 
-TEST_F(QueryTest, HostListFailuresLeaveTheCallersList) {
-    std::vector<vddkHostInfo> hosts(3);
+    // Failures leave the caller's list.
+    hosts.assign(3, vddkHostInfo());
     hosts[0].name = L"kept";
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetAllHosts"), 1u) << "a null session reaches the library";
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetAllHosts"), 3u + 1u) << "a null session reaches the library";
     EXPECT_TRUE(log.Contains(L"vddkGetAllHosts(): vmcGetAllHosts failed, result = 0X5"));
     EXPECT_EQ(hosts.size(), 3u);
     EXPECT_EQ(hosts[0].name, L"kept");

@@ -92,18 +92,14 @@ TEST_F(SessionTest, NullArgumentsAndANullSessionOutThatIsNotCaught) {
     EXPECT_EQ(sim.Query("sessions"), "1");
 }
 
-TEST_F(SessionTest, FailedTimeoutsLeaveTheSessionLoggedIn) {
+TEST_F(SessionTest, FailedTimeoutsLeaveTheSessionLoggedInAndFailedPreferencesOnlyLog) {
     sim.Script("vmcSetTimeouts", {9});
     EXPECT_EQ(vddkConnectToVMWareServer(kServer, kUser, kPassword, &wrapper, &session), dbresult::kSetTimeoutsFailed);
     EXPECT_NE(session, nullptr);
     EXPECT_TRUE(log.Contains(L"vddkSetManagedTimeouts(): vmcSetTimeouts failed, result = 0X9"));
     EXPECT_TRUE(log.Contains(L"vddkConnectToVMWareServer(): status = 0XE0009580"));
     EXPECT_EQ(sim.RavelSim_CallCount("vmcSetPreferences"), 0u);
-}
-
-TEST_F(SessionTest, FailedPreferencesOnlyLog) {
-    sim.Script("vmcSetPreferences", {2});
-    Connect();
+    // Failing preferences only log.
     sim.Script("vmcSetPreferences", {2});
     EXPECT_EQ(vddkSetManagedTimeouts(wrapper, session), dbresult::kOk);
     EXPECT_TRUE(log.Contains(L"vddkSetManagedTimeouts(): vmcSetPreferences failed"));

@@ -37,48 +37,14 @@ protected:
         ASSERT_EQ(registry.SetMultiString(kListPath, kListPath, entries), ERROR_SUCCESS);
     }
     bool ListKeyExists() {
-        HKEY key = nullptr;
-        const bool exists = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kListPath.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS;
-        if (key) RegCloseKey(key);
-        return exists;
-    }
-    uint32_t Prepared() {
-        uint32_t prepared = 0, ended = 0;
-        AccessCounts(kVmSpec, prepared, ended);
-        return prepared;
-    }
-    uint32_t Ended() {
-        uint32_t prepared = 0, ended = 0;
-        AccessCounts(kVmSpec, prepared, ended);
-        return ended;
+        Configuration list;
+        return list.Open(Configuration::OpenExisting, kListPath, wcstring(), Configuration::Read);
     }
     wcstring vddkLog;
 };
 
 TEST_F(SnapshotTest, RemovalWaitsOnceThenTriesWithoutPause) {
-    SetAgentDword(L"RemoveSnapshotDelay", 7);
-    SetAgentDword(L"RemoveSnapshotRetryCount", 3);
-    sim.Script("vmcRemoveSnapshot", {1, 1, 1});
-    skclass::ResetDawdleRequested();
-    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
-    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 7000u) << "one wait before the first attempt, none between";
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 3u);
-    const std::vector<std::wstring> expected = {
-        L"vddkRemoveSnapshot(): removing the snapshot 'nightly' for the VM 'web01'",
-        L"vddkRemoveSnapshot(): Waiting 7 seconds before deleting the snapshot",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot retry attempt number 1",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot retry attempt number 2",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1"};
-    std::vector<std::wstring> lines;
-    for (const std::wstring &line : log.Lines())
-        if (line.compare(0, 20, L"vddkRemoveSnapshot()") == 0) lines.push_back(line);
-    EXPECT_EQ(lines, expected);
-    EXPECT_EQ(Ended(), 1u) << "released whatever the result";
-}
-
-TEST_F(SnapshotTest, DefaultsAreOneSecondAndOneAttempt) {
+    // Defaults: one second, one attempt.
     sim.Script("vmcRemoveSnapshot", {1, 1});
     EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
     EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 1000u);
@@ -91,6 +57,28 @@ TEST_F(SnapshotTest, DefaultsAreOneSecondAndOneAttempt) {
     EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 0u);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u);
     EXPECT_EQ(log.CountStartingWith(L"vddkRemoveSnapshot(): Waiting"), 0u);
+
+    SetAgentDword(L"RemoveSnapshotDelay", 7);
+    SetAgentDword(L"RemoveSnapshotRetryCount", 3);
+    sim.Script("vmcRemoveSnapshot", {1, 1, 1});
+    skclass::ResetDawdleRequested();
+    log.Clear();
+    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
+    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 7000u) << "one wait before the first attempt, none between";
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u + 3u);
+    const std::vector<std::wstring> expected = {
+        L"vddkRemoveSnapshot(): removing the snapshot 'nightly' for the VM 'web01'",
+        L"vddkRemoveSnapshot(): Waiting 7 seconds before deleting the snapshot",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot retry attempt number 1",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot retry attempt number 2",
+        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1"};
+    std::vector<std::wstring> lines;
+    for (const std::wstring &line : log.Lines())
+        if (line.compare(0, 20, L"vddkRemoveSnapshot()") == 0) lines.push_back(line);
+    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(Ended(), 3u) << "released whatever the result";
 }
 
 TEST_F(SnapshotTest, FaultsAreReadAndTranslated) {
@@ -175,31 +163,17 @@ TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
         << "only the last orphan's outcome decides the message";
     EXPECT_EQ(Ended(), 3u) << "each orphan removal releases the VM";
     EXPECT_EQ(Prepared(), 1u);
-}
 
-TEST_F(SnapshotTest, LastOrphanFailingLogsNoSuccess) {
-    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
-    SetList({L"old-1[:]job-7"});
-    sim.Script("vmcRemoveSnapshot", {9});
-    EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
+    // The last orphan failing: no success line, and the failed orphans stay listed.
+    sim.Script("vmcRemoveSnapshot", {9, 9});
+    log.Clear();
+    EXPECT_EQ(Create(L"backup-2"), dbresult::kOk);
     EXPECT_EQ(log.CountStartingWith(L"vddkCreateVMWareSnapshot(): successfully"), 0u);
-    EXPECT_EQ(List(), std::vector<wcstring>({L"old-1[:]job-7", L"backup-1[:]job-7"}));
+    EXPECT_EQ(List(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7",
+                                             L"backup-2[:]job-7"}));
 }
 
-TEST_F(SnapshotTest, FailedLockTakesNoSnapshot) {
-    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
-    vddk.VddkSim_ScriptResult("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
-                              VDDKSIM_ANY_SECTOR);
-    vddk.VddkSim_ScriptResult("VixDiskLib_EndAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
-                              VDDKSIM_ANY_SECTOR);
-    EXPECT_EQ(Create(L"backup-1"), dbresult::kAccessPrepareFailed);
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() Failed to lock the VM: 'web01'. Snapshot name: 'backup-1'. "
-                             L"skipping the snapshot creation"));
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 0u);
-    EXPECT_TRUE(List().empty());
-}
-
-TEST_F(SnapshotTest, FailedCreationIsTranslatedAndNotListed) {
+TEST_F(SnapshotTest, FailedCreationOrLockIsNotListed) {
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     sim.RavelSim_SetLastError("Insufficient disk space on datastore", 225);
     sim.Script("vmcCreateSnapshot", {36});
@@ -211,6 +185,16 @@ TEST_F(SnapshotTest, FailedCreationIsTranslatedAndNotListed) {
     EXPECT_EQ(Create(L"backup-2"), dbresult::kSnapshotCreateFailed);
     EXPECT_TRUE(List().empty());
     EXPECT_EQ(Prepared(), 2u) << "the lock stays for vddkRemoveSnapshot to release";
+
+    vddk.VddkSim_ScriptResult("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
+                              VDDKSIM_ANY_SECTOR);
+    vddk.VddkSim_ScriptResult("VixDiskLib_EndAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
+                              VDDKSIM_ANY_SECTOR);
+    EXPECT_EQ(Create(L"backup-3"), dbresult::kAccessPrepareFailed);
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() Failed to lock the VM: 'web01'. Snapshot name: 'backup-3'. "
+                             L"skipping the snapshot creation"));
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 2u) << "no snapshot without the lock";
+    EXPECT_TRUE(List().empty());
 }
 
 }  // namespace
