@@ -151,26 +151,37 @@ TEST_F(SectorPropertyTest, RandomCommitsAndQueriesMatchABitmapOracle) {
 namespace sectortest {
 namespace {
 
-// Thousands of runs, the size at which loading sorts by radix, in clusters
-// that overlap and touch, in any order. The starts spread over all 64 bits,
-// over 36 and over 24: the sort passes only over the bits that differ, and
-// these give it six, three and two passes. The compacted file must be their
-// union, computed here the plain way.
+// Thousands of runs in clusters that overlap and touch, in any order, laid
+// out for each way the loader's radix sort goes: spread over all 64 bits
+// (split in place down to buckets sorted by comparison), in four far-apart
+// groups of 24 bits (split, then each group sorted in the cache in three
+// passes), and a few thousand within 20 bits (sorted in the cache in two).
+// The compacted file must be their union, computed here the plain way.
 TEST_F(SectorTest, AFileOfThousandsOfShuffledRunsCompactsToTheirUnion) {
     std::mt19937_64 random(99);
-    for (unsigned spread : {64u, 36u, 24u}) {
-        SCOPED_TRACE(spread);
+    const struct {
+        const char *layout;
+        int clusters;
+        uint64_t (*base)(std::mt19937_64 &);
+        bool lastSector;  // a run that ends at the last sector too
+    } layouts[] = {
+        {"64 bits", 3000, [](std::mt19937_64 &r) -> uint64_t { return r() & ~uint64_t(0xFFFF); }, true},
+        {"four groups", 3000, [](std::mt19937_64 &r) -> uint64_t { return (r() & 3) << 40 | (r() & 0xFFFF00); }, false},
+        {"20 bits", 1000, [](std::mt19937_64 &r) -> uint64_t { return r() & 0xFFF00; }, false},
+    };
+    for (const auto &layout : layouts) {
+        SCOPED_TRACE(layout.layout);
         std::vector<std::pair<uint64_t, uint64_t>> runs;  // first, last
         std::string text;
-        for (int i = 0; i < 3000; ++i) {
-            const uint64_t base = (random() >> (64 - spread)) & ~uint64_t(0xFFFF);
+        for (int i = 0; i < layout.clusters; ++i) {
+            const uint64_t base = layout.base(random);
             for (int j = 0; j < 3; ++j) {
                 const uint64_t first = base + (random() & 0xFF), count = 1 + (random() & 0x7F);
                 runs.push_back({first, first + count - 1});
                 text += std::to_string(first) + " " + std::to_string(count) + "\n";
             }
         }
-        if (spread == 64) {
+        if (layout.lastSector) {
             runs.push_back({UINT64_MAX - 3, UINT64_MAX});
             text += std::to_string(UINT64_MAX - 3) + " 4\n";
         }
@@ -187,7 +198,7 @@ TEST_F(SectorTest, AFileOfThousandsOfShuffledRunsCompactsToTheirUnion) {
         EXPECT_TRUE(dbtest::WriteWholeFile(file, text));
         ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_START_QUERY), 0);
         ASSERT_EQ(DataSetSectorManager(L"big", L"s", SECTOR_MANAGER_END_QUERY), 0);
-        EXPECT_EQ(dbtest::ReadWholeFile(file), expected);
+        EXPECT_TRUE(dbtest::ReadWholeFile(file) == expected) << "the compacted file is not the union";
     }
 }
 
