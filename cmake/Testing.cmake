@@ -23,6 +23,14 @@ if(DISKBROKER_BUILD_TESTS)
   endif()
 endif()
 
+# diskbroker_exit_on_crash(<target>)
+# A program that crashes ends with exit code 70 instead of what Wine makes of
+# the crash (0 at times, which would pass the test).
+function(diskbroker_exit_on_crash target)
+  target_sources(${target} PRIVATE ${CMAKE_SOURCE_DIR}/testing/support/src/exit_on_crash.cpp)
+  target_link_libraries(${target} PRIVATE skclass_mini)
+endfunction()
+
 # diskbroker_add_test(<name> SOURCES ... [LIBS ...] [DEPENDS targets...])
 # One test program per area; CTest runs it whole (it groups many cases).
 function(diskbroker_add_test name)
@@ -30,6 +38,7 @@ function(diskbroker_add_test name)
   add_executable(${name} ${T_SOURCES})
   diskbroker_strict(${name})
   target_link_libraries(${name} PRIVATE GTest::gtest GTest::gtest_main ${T_LIBS})
+  diskbroker_exit_on_crash(${name})
   if(T_DEPENDS)
     add_dependencies(${name} ${T_DEPENDS})
   endif()

@@ -12,6 +12,7 @@ enum ExitCode : int {
     kExitFailed = 1,    // an operation failed (disk, file, VDDK, cache)
     kExitUsage = 2,     // the command line was wrong
     kExitMismatch = 3,  // data did not match its checksum
+    kExitCrashed = 70,  // an unhandled exception ended the program (its code and address on stderr)
 };
 
 class ToolError : public std::exception {

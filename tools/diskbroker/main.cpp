@@ -2,6 +2,8 @@
 // Every failure ends here as a message on stderr and a non-zero exit code.
 #include <new>
 
+#include <skclass_mini/crash_exit.h>
+
 #include "commands.h"
 #include "console.h"
 #include "errors.h"
@@ -39,7 +41,8 @@ void PrintUsage() {
         text += L"  " + name + command.summary + L"\n";
     }
     text += L"\n'diskbroker <command> --help' describes a command.\n"
-            L"exit codes: 0 success, 1 failure, 2 bad command line, 3 data did not match its checksum\n";
+            L"exit codes: 0 success, 1 failure, 2 bad command line, 3 data did not match its checksum,\n"
+            L"70 the program crashed\n";
     Out(text);
 }
 
@@ -63,6 +66,8 @@ int Dispatch(const Words &words) {
 
 int wmain(int argc, wchar_t **argv) {
     using namespace dbtool;
+    // A crash must never end as a success for the script or agent that ran us.
+    skclass::ExitOnUnhandledException(kExitCrashed);
     try {
         InstallInterruptHandler();
         return Dispatch(Words(argv + 1, argv + argc));
