@@ -10,7 +10,11 @@ namespace {
 const wchar_t kEndOfDiskLine[] = L"Write thread:  End of disk.";
 constexpr long kWriteFailed = static_cast<long>(0xE0009579);
 
-TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfData) {
+// A last put that fills its buffer ends the pass on end of data. Close logs
+// the filled queue's depth counts for 0..bufferCount, then resets the pass and
+// the counts.
+TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfDataAndLogsTheDepths) {
+    const std::wstring header = L"TRPX Buffered Writes Performance Tuning Analysis. Total no of Writes: '";
     ASSERT_EQ(StartCache(2, 4), 0);
     StartPass(16 * 512);
     EXPECT_EQ(Put(0, 16), 0);
@@ -23,6 +27,15 @@ TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfData) {
     EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
     EXPECT_EQ(context.endOfData, 0) << "reset for the next pass";
     EXPECT_EQ(context.bytesWritten, 0u);
+    EXPECT_EQ(log.CountStartingWith(header), 1u);
+    EXPECT_EQ(log.Count(header + L"0'"), 0u) << "the writer waited at least once";
+    EXPECT_EQ(log.CountStartingWith(L"\t Write Buffer Depth: '"), 3u);
+
+    log.Clear();
+    EXPECT_EQ(Close(), 0);
+    EXPECT_TRUE(log.Contains(header + L"0'"));
+    for (int depth : {0, 1, 2})
+        EXPECT_TRUE(log.Contains(L"\t Write Buffer Depth: '" + std::to_wstring(depth) + L"'    Occurences: '0'"));
 }
 
 // 1 close starts while the writer is held inside the last buffer's write;
@@ -38,7 +51,7 @@ TEST_F(WriteCacheTest, CloseReturnsAsSoonAsTheWriterHasWrittenTheLastBuffer) {
         Close();
         SetEvent(closed.get());
     });
-    EXPECT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kMustHappenMs), 1);
+    EXPECT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kTimeoutMs), 1);
     EXPECT_EQ(WaitForSingleObject(closed.get(), kMustNotHappenMs), DWORD(WAIT_TIMEOUT));
     sim.VddkSim_Release("VixDiskLib_Write");
     EXPECT_EQ(WaitForSingleObject(closed.get(), 4000), DWORD(WAIT_OBJECT_0));
@@ -58,11 +71,11 @@ TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
                              VDDKSIM_ANY_SECTOR);
     sim.VddkSim_BlockNextCall("VixDiskLib_Write");
     EXPECT_EQ(Put(0, 8), 0);
-    ASSERT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kMustHappenMs), 1);
+    ASSERT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kTimeoutMs), 1);
     EXPECT_EQ(Put(8, 16), 0);
     EXPECT_EQ(Put(24, 4), 0);
     sim.VddkSim_Release("VixDiskLib_Write");
-    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_DISK_FULL), kMustHappenMs));
+    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_DISK_FULL), kTimeoutMs));
     EXPECT_EQ(Put(28, 4), kWriteFailed);
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(Writes(), 1u);
@@ -85,29 +98,10 @@ TEST_F(WriteCacheTest, AMissingDiskHandleFailsTheWriteWithError1000) {
     StartPass(16 * 512);
     context.diskHandle = nullptr;
     EXPECT_EQ(Put(0, 8), 0);
-    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_INVALID_HANDLE), kMustHappenMs));
+    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_INVALID_HANDLE), kTimeoutMs));
     EXPECT_EQ(Put(8, 8), kWriteFailed);
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(Writes(), 0u);
-}
-
-// Close logs the filled queue's depth counts for 0..bufferCount, then starts
-// counting afresh.
-TEST_F(WriteCacheTest, CloseLogsTheDepthHistogramAndResetsIt) {
-    const std::wstring header = L"TRPX Buffered Writes Performance Tuning Analysis. Total no of Writes: '";
-    ASSERT_EQ(StartCache(2, 4), 0);
-    StartPass(8 * 512);
-    EXPECT_EQ(Put(0, 8), 0);
-    EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(log.CountStartingWith(header), 1u);
-    EXPECT_EQ(log.Count(header + L"0'"), 0u) << "the writer waited at least once";
-    EXPECT_EQ(log.CountStartingWith(L"\t Write Buffer Depth: '"), 3u);
-
-    log.Clear();
-    EXPECT_EQ(Close(), 0);
-    EXPECT_TRUE(log.Contains(header + L"0'"));
-    for (int depth : {0, 1, 2})
-        EXPECT_TRUE(log.Contains(L"\t Write Buffer Depth: '" + std::to_wstring(depth) + L"'    Occurences: '0'"));
 }
 
 // Sizes no pass can move with (a run table of 0 KB runs, buffers of 0 bytes)
