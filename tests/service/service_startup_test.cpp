@@ -22,14 +22,12 @@ TEST_F(ServiceTest, ThreadingModelIsNoThreadingOnlyForExactlyThoseTwelveCharacte
     }
 }
 
-TEST_F(ServiceTest, MissingAgentKeyMeansWorkerThreadAndDirectReadWrite) {
+TEST_F(ServiceTest, ReadWriteWorkersAreOffWithoutTheAgentKeyAndReadInTheWorkerModelOnly) {
     auto service = Start();
     EXPECT_EQ(service->ThreadingModel(), 0u);
     EXPECT_FALSE(service->UsesWorkerForReadWrite());
     EXPECT_EQ(Calls("VixDiskLib_InitEx"), 1u);
-}
-
-TEST_F(ServiceTest, ReadWriteWorkerSettingIsReadInTheWorkerModelOnly) {
+    service.reset();
     SetAgentDword(L"Use Worker thread for vixDiskLib read-write", 0x80000000);
     EXPECT_TRUE(Start()->UsesWorkerForReadWrite()) << "any non-zero DWORD turns it on";
     SetThreadingModelText(L"no threading");
