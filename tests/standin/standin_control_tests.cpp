@@ -49,7 +49,7 @@ TEST_F(StandinTest, BlockedOpenHoldsTheCallerAndOverlapsAreCounted) {
     EXPECT_EQ(vddk_.VixDiskLib_Close(h), VIX_OK);
 }
 
-TEST_F(StandinTest, RecordsInitArgumentsOpenFlagsAndImpersonation) {
+TEST_F(StandinTest, RecordsInitArgumentsConfigContentOpenFlagsAndImpersonation) {
     char buf[256];
     ASSERT_EQ(sim_.VddkSim_LastArg("libDir", buf, sizeof buf), 8u);
     EXPECT_STREQ(buf, "C:\\vddk");
@@ -60,17 +60,12 @@ TEST_F(StandinTest, RecordsInitArgumentsOpenFlagsAndImpersonation) {
     ASSERT_EQ(sim_.VddkSim_LastArg("user.VixDiskLib_Open", buf, sizeof buf), 1u) << "not impersonating: empty";
     EXPECT_EQ(sim_.VddkSim_LastArg("never.recorded", buf, sizeof buf), 0u);
     vddk_.VixDiskLib_Close(h);
-}
 
-TEST_F(StandinTest, ConfigFileContentIsReadAtInitEx) {
+    // The configuration file is read at InitEx.
     const std::string config = TempFolder() + "\\vddk.cfg";
-    FILE *f = fopen(config.c_str(), "wb");
-    ASSERT_NE(f, nullptr);
-    fputs("tmpDirectory = \"C:\\\\tmp\"\n", f);
-    fclose(f);
+    ASSERT_TRUE(WriteText(config, "tmpDirectory = \"C:\\\\tmp\"\n"));
     vddk_.VixDiskLib_Exit();
     ASSERT_EQ(vddk_.VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, config.c_str()), VIX_OK);
-    char buf[256];
     ASSERT_GT(sim_.VddkSim_LastArg("configContent", buf, sizeof buf), 0u);
     EXPECT_STREQ(buf, "tmpDirectory = \"C:\\\\tmp\"\n");
 }
