@@ -19,19 +19,14 @@ using readcachetest::CacheContext;
 using readcachetest::kEndOfData;
 using readcachetest::kMetadataKeysError;
 using readcachetest::kReadError;
-using readcachetest::Model;
 using readcachetest::ModelName;
 using readcachetest::Stream;
 
 constexpr long kWriteFailed = static_cast<long>(0xE0009579u);
 constexpr uint64_t kDiskBytes = 131072;  // two 64 KB buffers
 
-class FaultMatrixTest : public readcachetest::ReadCacheTest, public ::testing::WithParamInterface<Model> {
+class FaultMatrixTest : public servicetest::InEachModel<readcachetest::ReadCacheTest> {
 protected:
-    void SetUp() override {
-        ReadCacheTest::SetUp();
-        StartService(GetParam());
-    }
     void Inject(const char *function, Fault fault) { ASSERT_TRUE(faulttest::Inject(sim, function, fault)); }
     // One read pass over the first kDiskBytes of path; the stream's result.
     long ReadPass(const std::string &path, Stream &stream) {

@@ -11,12 +11,8 @@
 namespace readcachetest {
 namespace {
 
-class ReadCacheFailureTest : public ReadCacheTest, public ::testing::WithParamInterface<Model> {
+class ReadCacheFailureTest : public servicetest::InEachModel<ReadCacheTest> {
 protected:
-    void SetUp() override {
-        ReadCacheTest::SetUp();
-        StartService(GetParam());
-    }
     // The bytes a close left queued, which the next pass delivers first.
     static std::vector<uint8_t> QueuedBytes(diskReadContextStruct &context) {
         std::vector<uint8_t> bytes;
@@ -168,10 +164,9 @@ INSTANTIATE_TEST_SUITE_P(Models, ReadCacheFailureTest, ::testing::ValuesIn(AllMo
 // The read thread reads under the identity of the job thread that started it.
 // Only where the read thread itself calls VDDK: handle workers read on their
 // own thread.
-class ReadCacheIdentityTest : public ReadCacheTest, public ::testing::WithParamInterface<Model> {};
+using ReadCacheIdentityTest = servicetest::InEachModel<ReadCacheTest>;
 
 TEST_P(ReadCacheIdentityTest, AnImpersonatingJobLendsItsTokenToTheReadThread) {
-    StartService(GetParam());
     _vixReadWriteHandle *handle = OpenDisk("memdisk://who?size=65536&seed=1");
     ASSERT_NE(handle, nullptr);
     for (bool impersonating : {false, true}) {

@@ -10,13 +10,8 @@
 namespace readcachetest {
 namespace {
 
-class ReadCacheStreamTest : public ReadCacheTest, public ::testing::WithParamInterface<Model> {
+class ReadCacheStreamTest : public servicetest::InEachModel<ReadCacheTest> {
 protected:
-    void SetUp() override {
-        ReadCacheTest::SetUp();
-        StartService(GetParam());
-    }
-
     // Streams one disk through a prepared context and compares everything;
     // given expectedReads, also the number of VDDK reads the pass made.
     void StreamAndCompare(CacheContext &cache, _vixReadWriteHandle *handle, const std::vector<Area> &areas,

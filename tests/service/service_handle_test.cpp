@@ -13,12 +13,8 @@ namespace {
 const char kDisk[] = "memdisk://handles?size=1048576&seed=7";
 const wchar_t kDiskWide[] = L"memdisk://handles?size=1048576&seed=7";
 
-class HandleTest : public ConnectedServiceTest, public ::testing::WithParamInterface<Model> {
+class HandleTest : public InEachModel<ConnectedServiceTest> {
 protected:
-    void SetUp() override {
-        ServiceTest::SetUp();
-        StartService(GetParam());
-    }
     _vixReadWriteHandle *Open(const char *path, const wchar_t *tag, VixError expected = VIX_OK) {
         _vixReadWriteHandle *handle = reinterpret_cast<_vixReadWriteHandle *>(uintptr_t(0xBAD));
         wcstring mode;
