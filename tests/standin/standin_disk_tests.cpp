@@ -206,11 +206,6 @@ TEST_F(StandinTest, RemoteConnectionMapsDatastorePathsAndKeepsAccessState) {
     EXPECT_EQ(sim_.VddkSim_AccessState("moref=vm-42", &prepares, &ends), 0);
     EXPECT_EQ(prepares, 1u);
     EXPECT_EQ(ends, 1u);
-    sim_.VddkSim_SetCleanupResult(2, 1);
-    uint32_t cleaned = 0, remaining = 0;
-    EXPECT_NE(vddk_.VixDiskLib_Cleanup(&params, &cleaned, &remaining), VIX_OK);
-    EXPECT_EQ(cleaned, 2u);
-    EXPECT_EQ(remaining, 1u);
     vddk_.VixDiskLib_Disconnect(remote);
 }
 
