@@ -64,7 +64,8 @@ TEST_P(FaultMatrixTest, ReadPassEndsWithThePromisedResult) {
                        {"VixDiskLib_ReadMetadata", kEndOfData, 0}};  // always: AMetadataValueThatFailsAlways...
     for (const auto &entry : entryPoints) {
         for (Fault fault : kFaults) {
-            const long promised = fault == Fault::Once ? entry.once : fault == Fault::Always ? entry.always : kEndOfData;
+            const long promised =
+                fault == Fault::Once ? entry.once : fault == Fault::Always ? entry.always : kEndOfData;
             if (promised == 0) continue;
             SCOPED_TRACE(std::string(entry.function) + " " + FaultName(fault));
             Inject(entry.function, fault);

@@ -166,8 +166,8 @@ TEST_F(StandinTest, HostileFilesGiveClearErrors) {
     }
 
     // A disk that names itself as its parent.
-    ASSERT_TRUE(WriteText(flat, "version=1\nCID=1\nparentCID=1\ncreateType=\"monolithicFlat\"\nparentFileNameHint=\"a.vmdk\"\n"
-                                "RW 64 FLAT \"a-flat.vmdk\" 0\n"));
+    ASSERT_TRUE(WriteText(flat, "version=1\nCID=1\nparentCID=1\ncreateType=\"monolithicFlat\"\n"
+                                "parentFileNameHint=\"a.vmdk\"\nRW 64 FLAT \"a-flat.vmdk\" 0\n"));
     EXPECT_EQ(vddk_.VixDiskLib_Open(conn_, flat.c_str(), 0, &h), VixError(VIX_E_DISK_OPENPARENT));
     EXPECT_TRUE(Warned("loops back"));
 
