@@ -14,7 +14,6 @@ namespace faulttest {
 namespace {
 
 using servicetest::AllModels;
-using servicetest::Model;
 using servicetest::ModelName;
 
 const char kPrepare[] = "VixDiskLib_PrepareForAccess";
@@ -25,12 +24,8 @@ constexpr uint64_t kDiskSectors = 1048576 / 512;
 
 size_t Index(Fault fault) { return static_cast<size_t>(fault); }
 
-class EntryFaultTest : public servicetest::ConnectedServiceTest, public ::testing::WithParamInterface<Model> {
+class EntryFaultTest : public servicetest::InEachModel<servicetest::ConnectedServiceTest> {
 protected:
-    void SetUp() override {
-        ConnectedServiceTest::SetUp();
-        StartService(GetParam());
-    }
     bool RecordIsTheCallers() const { return service->ThreadingModel() == diskBroker::kNoThreadingModel; }
     servicetest::RemoteMachine machine;
 };

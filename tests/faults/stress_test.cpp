@@ -19,7 +19,6 @@ namespace {
 
 using readcachetest::AllModels;
 using readcachetest::kEndOfData;
-using readcachetest::Model;
 using readcachetest::ModelName;
 
 constexpr int kJobs = 8;
@@ -28,11 +27,10 @@ constexpr uint64_t kDiskBytes = 1 << 20;
 // All jobs together must finish within this; beyond it the run is a deadlock.
 constexpr DWORD kAllJobsMs = 120000;
 
-class StressTest : public readcachetest::ReadCacheTest, public ::testing::WithParamInterface<Model> {
+class StressTest : public servicetest::InEachModel<readcachetest::ReadCacheTest> {
 protected:
     void SetUp() override {
-        ReadCacheTest::SetUp();
-        StartService(GetParam());
+        InEachModel::SetUp();
         // Who called is not what this test watches, and asking costs a
         // wineserver round trip per read.
         sim.VddkSim_RecordCallers(0);

@@ -11,12 +11,8 @@
 namespace readcachetest {
 namespace {
 
-class ReadCacheFailureTest : public ReadCacheTest, public ::testing::WithParamInterface<Model> {
+class ReadCacheFailureTest : public servicetest::InEachModel<ReadCacheTest> {
 protected:
-    void SetUp() override {
-        ReadCacheTest::SetUp();
-        StartService(GetParam());
-    }
     // The bytes a close left queued, which the next pass delivers first.
     static std::vector<uint8_t> QueuedBytes(diskReadContextStruct &context) {
         std::vector<uint8_t> bytes;
@@ -165,48 +161,40 @@ INSTANTIATE_TEST_SUITE_P(Models, ReadCacheFailureTest, ::testing::ValuesIn(AllMo
 // The read thread reads under the identity of the job thread that started it.
 // Only where the read thread itself calls VDDK: handle workers read on their
 // own thread.
-class ReadCacheIdentityTest : public ReadCacheTest, public ::testing::WithParamInterface<Model> {
-protected:
-    void SetUp() override {
-        ReadCacheTest::SetUp();
-        StartService(GetParam());
-    }
-    void StreamSmallDisk(CacheContext &cache) {
-        _vixReadWriteHandle *handle = OpenDisk("memdisk://who?size=65536&seed=1");
-        ASSERT_NE(handle, nullptr);
+// The read thread reads under the identity of the job thread that started it.
+// Only where the read thread itself calls VDDK: handle workers read on their
+// own thread.
+using ReadCacheIdentityTest = servicetest::InEachModel<ReadCacheTest>;
+
+TEST_P(ReadCacheIdentityTest, AnImpersonatingJobLendsItsTokenToTheReadThread) {
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://who?size=65536&seed=1");
+    ASSERT_NE(handle, nullptr);
+    for (bool impersonating : {false, true}) {
+        SCOPED_TRACE(impersonating);
+        if (impersonating && !ImpersonateSelf(SecurityImpersonation))
+            GTEST_SKIP() << "ImpersonateSelf failed: " << GetLastError();
+        const wcstring user = Impersonator::WhoAmI();
+        const std::string recorded = impersonating ? dbtest::ThreadUserText() : std::string();
+        CacheContext cache(*service);
+        const long started = cache.Start(2, 64);
+        RevertToSelf();
+        ASSERT_EQ(started, 0);
+        EXPECT_EQ(cache.context.impersonationToken != nullptr, impersonating);
+        EXPECT_TRUE(log.Contains(impersonating ? L"diskBroker::startReadCacheThread : Thread is impersonating " + user +
+                                                     L". Setting impersonation token for diskReadThread."
+                                               : L"diskBroker::startReadCacheThread : Thread is not impersonating !"));
         Prepare(cache.context, handle, WriteExtentList(L"who.xml", {{{0, 65536}}}));
         Stream stream;
         ASSERT_TRUE(StreamPass(cache.context, 65536, stream));
         EXPECT_EQ(stream.lastResult, kEndOfData);
         EXPECT_EQ(cache.Close(), 0);
-        CloseDisk(handle);
+        if (impersonating) {
+            EXPECT_TRUE(log.Contains(L"diskBroker::diskReadThread : Running as user " + user));
+            ASSERT_FALSE(recorded.empty()) << "the job thread's token names no user";
+        }
+        EXPECT_EQ(sim.LastArg("user.VixDiskLib_Read"), recorded);
     }
-};
-
-TEST_P(ReadCacheIdentityTest, AnImpersonatingJobLendsItsTokenToTheReadThread) {
-    if (!ImpersonateSelf(SecurityImpersonation)) GTEST_SKIP() << "ImpersonateSelf failed: " << GetLastError();
-    const wcstring user = Impersonator::WhoAmI();
-    const std::string recorded = dbtest::ThreadUserText();
-    CacheContext cache(*service);
-    const long started = cache.Start(2, 64);
-    RevertToSelf();
-    ASSERT_EQ(started, 0);
-    EXPECT_NE(cache.context.impersonationToken, nullptr);
-    EXPECT_TRUE(log.Contains(L"diskBroker::startReadCacheThread : Thread is impersonating " + user +
-                             L". Setting impersonation token for diskReadThread."));
-    StreamSmallDisk(cache);
-    EXPECT_TRUE(log.Contains(L"diskBroker::diskReadThread : Running as user " + user));
-    ASSERT_FALSE(recorded.empty()) << "the job thread's token names no user";
-    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Read"), recorded);
-}
-
-TEST_P(ReadCacheIdentityTest, WithoutImpersonationTheReadThreadReadsAsItself) {
-    CacheContext cache(*service);
-    ASSERT_EQ(cache.Start(2, 64), 0);
-    EXPECT_EQ(cache.context.impersonationToken, nullptr);
-    EXPECT_TRUE(log.Contains(L"diskBroker::startReadCacheThread : Thread is not impersonating !"));
-    StreamSmallDisk(cache);
-    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Read"), "");
+    CloseDisk(handle);
 }
 
 INSTANTIATE_TEST_SUITE_P(ReadThreadCallsVddk, ReadCacheIdentityTest,
@@ -240,7 +228,9 @@ TEST_F(ReadCacheTest, StopAfterItsGraceKeepsWhatTheThreadStillUses) {
     CloseDisk(handle);
 }
 
-TEST_F(ReadCacheTest, NullContextsAndDestinationsAreRefusedBeforeUse) {
+// Buffers of 0 bytes would leave the read thread spinning on a pass that
+// never moves; a size that wraps or a count no memory holds is as bad.
+TEST_F(ReadCacheTest, NullContextsAndSizesThatCannotWorkAreRefusedBeforeAnythingIsMade) {
     StartService(Model{L"", 0});
     unsigned length = 100;
     EXPECT_EQ(service->startReadCacheThread(nullptr, 2, 64, 0), static_cast<long>(0xE0008442));
@@ -248,16 +238,10 @@ TEST_F(ReadCacheTest, NullContextsAndDestinationsAreRefusedBeforeUse) {
     EXPECT_EQ(service->GetDiskCacheBuffer(nullptr, nullptr, &length), 0);
     EXPECT_EQ(service->closeReadCacheThread(nullptr), 0);
     EXPECT_EQ(service->stopReadCacheThread(nullptr), 0);
-    diskReadContextStruct context;
-    EXPECT_EQ(service->GetDiskCacheBuffer(&context, nullptr, &length), kReadError);
+    diskReadContextStruct unstarted;
+    EXPECT_EQ(service->GetDiskCacheBuffer(&unstarted, nullptr, &length), kReadError);
     EXPECT_EQ(length, 100u);
     EXPECT_EQ(service->VixDiskLib_Read(nullptr, 0, 1, nullptr), VixError(VIX_E_INVALID_ARG));
-}
-
-// Buffers of 0 bytes would leave the read thread spinning on a pass that
-// never moves; a size that wraps or a count no memory holds is as bad.
-TEST_F(ReadCacheTest, SizesThatCannotWorkAreRefusedBeforeAnythingIsMade) {
-    StartService(Model{L"", 0});
     const struct {
         unsigned long count, sizeKB;
         const wchar_t *line;

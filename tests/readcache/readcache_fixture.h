@@ -11,12 +11,13 @@
 #include <string>
 #include <vector>
 
+#include <dbtest/wait.h>
+
 #include "service_fixture.h"
 
 namespace readcachetest {
 
-// How long anything that must happen may take before a test calls it a hang.
-constexpr DWORD kTimeoutMs = 10000;
+using dbtest::kTimeoutMs;  // for what must happen
 
 constexpr long kEndOfData = static_cast<long>(0x2000FE0Cu);
 constexpr long kReadError = static_cast<long>(0xE0009578u);

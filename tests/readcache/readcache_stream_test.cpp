@@ -10,20 +10,20 @@
 namespace readcachetest {
 namespace {
 
-class ReadCacheStreamTest : public ReadCacheTest, public ::testing::WithParamInterface<Model> {
+class ReadCacheStreamTest : public servicetest::InEachModel<ReadCacheTest> {
 protected:
-    void SetUp() override {
-        ReadCacheTest::SetUp();
-        StartService(GetParam());
-    }
-
-    // Streams one disk through a prepared context and compares everything.
+    // Streams one disk through a prepared context and compares everything;
+    // given expectedReads, also the number of VDDK reads the pass made.
     void StreamAndCompare(CacheContext &cache, _vixReadWriteHandle *handle, const std::vector<Area> &areas,
-                          unsigned requestBytes, uint64_t capacity) {
+                          unsigned requestBytes, uint64_t capacity, int64_t expectedReads = -1) {
         Prepare(cache.context, handle, WriteExtentList(L"extents.xml", areas));
+        const uint64_t readsBefore = Calls("VixDiskLib_Read");
         Stream stream;
         ASSERT_TRUE(StreamPass(cache.context, requestBytes, stream));
         EXPECT_EQ(stream.lastResult, kEndOfData);
+        if (expectedReads >= 0) {
+            EXPECT_EQ(Calls("VixDiskLib_Read") - readsBefore, uint64_t(expectedReads));
+        }
         EXPECT_EQ(stream.bytes, DirectRead(handle, areas));
         EXPECT_EQ(stream.lengths, ExpectedLengths(BufferFills(areas, capacity), requestBytes))
             << "a call never copies from two buffers";
@@ -85,29 +85,34 @@ TEST_P(ReadCacheStreamTest, WholeDisksOneAfterAnotherOnOneReadThread) {
 }
 
 TEST_P(ReadCacheStreamTest, ChangedBlockListsReadEachExtentWithinItsBounds) {
-    _vixReadWriteHandle *handle = OpenDisk("memdisk://cbt?size=8388608&seed=21");
+    _vixReadWriteHandle *handle = OpenDisk("memdisk://cbt?size=16777216&seed=21");
     ASSERT_NE(handle, nullptr);
-    // Buffers of 256 KB (512 sectors). Reads, in sectors:
-    //   [0,128) and [128,256): adjacent extents, still one read each;
-    //   zero-length and sub-sector extents: no read;
-    //   1000 bytes at 1536: sector 3 only (the partial sector is dropped);
-    //   [2048, 2048+1367): 255 (rest of the buffer), 512, 512, 88;
-    //   3 sectors at 3000000 / 512 = 5859.
-    const std::vector<Area> areas{
-        {{0, 65536}, {65536, 65536}, {200704, 0}, {1536, 1000}, {4096, 300}},
-        {{1048576, 700000}, {3000000, 1536}},
-    };
+    {
+        // Buffers of 256 KB (512 sectors). Reads, in sectors:
+        //   [0,128) and [128,256): adjacent extents, still one read each;
+        //   zero-length and sub-sector extents: no read;
+        //   1000 bytes at 1536: sector 3 only (the partial sector is dropped);
+        //   [2048, 2048+1367): 255 (rest of the buffer), 512, 512, 88;
+        //   3 sectors at 3000000 / 512 = 5859.
+        const std::vector<Area> areas{
+            {{0, 65536}, {65536, 65536}, {200704, 0}, {1536, 1000}, {4096, 300}},
+            {{1048576, 700000}, {3000000, 1536}},
+        };
+        CacheContext cache(*service);
+        ASSERT_EQ(cache.Start(3, 256), 0);
+        StreamAndCompare(cache, handle, areas, 300000, 262144, 8);
+    }
+    std::vector<Area> many(20);  // 20 x 100 extents of 1 to 8 sectors, with gaps
+    uint64_t offset = 0;
+    for (size_t a = 0; a < many.size(); ++a) {
+        for (size_t e = 0; e < 100; ++e, offset += 512 * (1 + e % 5)) {
+            many[a].push_back({offset, 512 * (1 + (a * 7 + e * 3) % 8)});
+            offset += many[a].back().length;
+        }
+    }
     CacheContext cache(*service);
-    ASSERT_EQ(cache.Start(3, 256), 0);
-    Prepare(cache.context, handle, WriteExtentList(L"cbt.xml", areas));
-    const uint64_t readsBefore = Calls("VixDiskLib_Read");
-    Stream stream;
-    ASSERT_TRUE(StreamPass(cache.context, 300000, stream));
-    EXPECT_EQ(stream.lastResult, kEndOfData);
-    EXPECT_EQ(Calls("VixDiskLib_Read") - readsBefore, 8u);
-    EXPECT_EQ(stream.bytes, DirectRead(handle, areas));
-    EXPECT_EQ(stream.lengths, ExpectedLengths(BufferFills(areas, 262144), 300000));
-    EXPECT_EQ(cache.Close(), 0);
+    ASSERT_EQ(cache.Start(8, 128), 0);
+    StreamAndCompare(cache, handle, many, 131072, 131072);
     CloseDisk(handle);
 }
 
@@ -127,23 +132,6 @@ TEST_P(ReadCacheStreamTest, AnAreaWithoutExtentsEndsTheDisk) {
     EXPECT_EQ(stream.bytes, DirectRead(handle, {{{0, 4096}}}));
     EXPECT_EQ(log.Count(L"GetNextDiskExtent(): End of disk"), 1u);
     EXPECT_EQ(cache.Close(), 0);
-    CloseDisk(handle);
-}
-
-TEST_P(ReadCacheStreamTest, ManyExtentsOverManyAreas) {
-    _vixReadWriteHandle *handle = OpenDisk("memdisk://many?size=16777216&seed=99");
-    ASSERT_NE(handle, nullptr);
-    std::vector<Area> areas(20);  // 20 x 100 extents of 1 to 8 sectors, with gaps
-    uint64_t offset = 0;
-    for (size_t a = 0; a < areas.size(); ++a) {
-        for (size_t e = 0; e < 100; ++e, offset += 512 * (1 + e % 5)) {
-            areas[a].push_back({offset, 512 * (1 + (a * 7 + e * 3) % 8)});
-            offset += areas[a].back().length;
-        }
-    }
-    CacheContext cache(*service);
-    ASSERT_EQ(cache.Start(8, 128), 0);
-    StreamAndCompare(cache, handle, areas, 131072, 131072);
     CloseDisk(handle);
 }
 

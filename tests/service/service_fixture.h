@@ -89,6 +89,16 @@ protected:
     VixDiskLibConnection connection = nullptr;
 };
 
+// Base (a ConnectedServiceTest) with its service started in the parameter's model.
+template <class Base>
+class InEachModel : public Base, public ::testing::WithParamInterface<Model> {
+protected:
+    void SetUp() override {
+        Base::SetUp();
+        this->StartService(GetParam());
+    }
+};
+
 // The stand-in's memory-disk pattern of seed for sectors [first, first + count).
 std::vector<uint8_t> PatternBytes(uint64_t seed, uint64_t first, uint64_t count);
 

@@ -1,6 +1,5 @@
 // Disk handles against the stand-in: open tags and statistics, the transport
-// mode line, per-handle workers, share paths and impersonation, failures, and
-// the models that keep or free the record.
+// mode line, per-handle workers, share paths and impersonation, failures.
 #include <thread>
 #include <vector>
 
@@ -14,15 +13,8 @@ namespace {
 const char kDisk[] = "memdisk://handles?size=1048576&seed=7";
 const wchar_t kDiskWide[] = L"memdisk://handles?size=1048576&seed=7";
 
-// The memory disk's pattern for sectors [first, first + count).
-std::vector<uint8_t> Pattern(uint64_t first, uint64_t count) { return PatternBytes(7, first, count); }
-
-class HandleTest : public ConnectedServiceTest, public ::testing::WithParamInterface<Model> {
+class HandleTest : public InEachModel<ConnectedServiceTest> {
 protected:
-    void SetUp() override {
-        ServiceTest::SetUp();
-        StartService(GetParam());
-    }
     _vixReadWriteHandle *Open(const char *path, const wchar_t *tag, VixError expected = VIX_OK) {
         _vixReadWriteHandle *handle = reinterpret_cast<_vixReadWriteHandle *>(uintptr_t(0xBAD));
         wcstring mode;
@@ -43,18 +35,14 @@ TEST_P(HandleTest, ReadsThroughTheHandleAndLogsModeAndStatistics) {
     EXPECT_EQ(handle->stats.kind, _vixReadWriteStats::kRead) << "the tag is compared without regard to case";
     EXPECT_EQ(handle->stats.name, kDiskWide);
     EXPECT_EQ(handle->worker != nullptr, service->UsesWorkerForReadWrite());
+    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), "") << "a local path is opened without impersonation";
+    EXPECT_EQ(log.CountStartingWith(L"vixWorkerThread::::SKWT_VixDiskLib_Open: Failed to duplicate"), 0u);
 
     std::vector<uint8_t> buffer(16 * 512);
     ASSERT_EQ(service->VixDiskLib_Read(handle, 8, 16, buffer.data()), VixError(VIX_OK));
-    EXPECT_EQ(buffer, Pattern(8, 16));
+    EXPECT_EQ(buffer, PatternBytes(7, 8, 16));
     ASSERT_EQ(service->VixDiskLib_Read(handle, 24, 16, buffer.data()), VixError(VIX_OK));
-    EXPECT_EQ(buffer, Pattern(24, 16));
-
-    VixDiskLibInfo *info = nullptr;
-    ASSERT_EQ(service->VixDiskLib_GetInfo(handle, &info), VixError(VIX_OK));
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->capacity, 2048u);
-    service->VixDiskLib_FreeInfo(info);
+    EXPECT_EQ(buffer, PatternBytes(7, 24, 16));
 
     EXPECT_EQ(CloseDisk(handle), VixError(VIX_OK));
     EXPECT_TRUE(log.Contains(std::wstring(L"VixDiskLib_Read(") + kDiskWide +
@@ -100,12 +88,9 @@ TEST_P(HandleTest, ErrorTwentyOneAsksTheRemoteParentMappingOnce) {
     EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(VIX_E_FILE_TOO_BIG) + L"' Error: '21'"));
 }
 
-TEST_P(HandleTest, CloseOfANullHandleDoesNothing) {
+TEST_P(HandleTest, ANullCloseStaysHereAndTransportModesComeFromVddk) {
     EXPECT_EQ(service->VixDiskLib_Close(nullptr), VixError(VIX_OK));
     EXPECT_EQ(Calls("VixDiskLib_Close"), 0u);
-}
-
-TEST_P(HandleTest, ForwardedCallsReachVddk) {
     const char *modes = service->VixDiskLib_ListTransportModes();
     ASSERT_NE(modes, nullptr);
     EXPECT_STREQ(modes, "file:san:hotadd:nbdssl:nbd");
@@ -113,38 +98,31 @@ TEST_P(HandleTest, ForwardedCallsReachVddk) {
 
 INSTANTIATE_TEST_SUITE_P(Models, HandleTest, ::testing::ValuesIn(AllModels()), ModelName);
 
-// Share paths in the worker model: the open runs under the caller's identity.
-class SharePathTest : public ServiceTest {
-protected:
-    // Whether another thread that impersonates a duplicate of this thread's
-    // token shows it as its own thread token (what the stand-in records).
-    static bool ImpersonationIsVisibleAcrossThreads() {
-        skclass::UniqueHandle token, duplicate;
-        if (!OpenThreadToken(GetCurrentThread(), TOKEN_DUPLICATE, TRUE, token.put())) return false;
-        if (!DuplicateTokenEx(token.get(), TOKEN_DUPLICATE | TOKEN_IMPERSONATE | TOKEN_QUERY, nullptr,
-                              SecurityImpersonation, TokenImpersonation, duplicate.put()))
-            return false;
-        bool visible = false;
-        std::thread other([&] {
-            if (!ImpersonateLoggedOnUser(duplicate.get())) return;
-            skclass::UniqueHandle seen;
-            visible = OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, seen.put()) != FALSE;
-            RevertToSelf();
-        });
-        other.join();
-        return visible;
-    }
-    VixDiskLibConnection Connect(diskBroker &service) {
-        VixDiskLibConnectParams local{};
-        VixDiskLibConnection connection = nullptr;
-        EXPECT_EQ(service.VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
-        return connection;
-    }
-};
+// Whether another thread that impersonates a duplicate of this thread's token
+// shows it as its own thread token (what the stand-in records).
+bool ImpersonationIsVisibleAcrossThreads() {
+    skclass::UniqueHandle token, duplicate;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_DUPLICATE, TRUE, token.put())) return false;
+    if (!DuplicateTokenEx(token.get(), TOKEN_DUPLICATE | TOKEN_IMPERSONATE | TOKEN_QUERY, nullptr,
+                          SecurityImpersonation, TokenImpersonation, duplicate.put()))
+        return false;
+    bool visible = false;
+    std::thread other([&] {
+        if (!ImpersonateLoggedOnUser(duplicate.get())) return;
+        skclass::UniqueHandle seen;
+        visible = OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, seen.put()) != FALSE;
+        RevertToSelf();
+    });
+    other.join();
+    return visible;
+}
 
-TEST_F(SharePathTest, ASharePathIsOpenedUnderTheCallersToken) {
+// A share path in the worker model: the open runs under the caller's identity.
+TEST_F(ServiceTest, ASharePathIsOpenedUnderTheCallersToken) {
     auto service = Start();
-    VixDiskLibConnection connection = Connect(*service);
+    VixDiskLibConnectParams local{};
+    VixDiskLibConnection connection = nullptr;
+    ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
     ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
     if (!ImpersonationIsVisibleAcrossThreads()) {
         RevertToSelf();
@@ -161,32 +139,6 @@ TEST_F(SharePathTest, ASharePathIsOpenedUnderTheCallersToken) {
     EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(result) + L"' Error: '" +
                              std::to_wstring(static_cast<long long>(result)) + L"'"))
         << "a share path always asks the remote-parent mapping";
-}
-
-TEST_F(SharePathTest, ALocalPathIsOpenedWithoutImpersonation) {
-    auto service = Start();
-    VixDiskLibConnection connection = Connect(*service);
-    _vixReadWriteHandle *handle = nullptr;
-    wcstring mode;
-    ASSERT_EQ(service->VixDiskLib_Open(connection, kDisk, 0, L"Read", &handle, mode), VixError(VIX_OK));
-    EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), "");
-    EXPECT_EQ(log.Count(L"vixWorkerThread::::SKWT_VixDiskLib_Open: Failed to duplicate main job thread token "), 0u);
-    EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-}
-
-TEST_F(SharePathTest, AnUnknownModelHandsOutAnEmptyRecordAndOpensNothing) {
-    auto service = StartWithModel(2);
-    _vixReadWriteHandle *handle = nullptr;
-    wcstring mode = L"stale";
-    EXPECT_EQ(service->VixDiskLib_Open(nullptr, kDisk, 0, L"Read", &handle, mode), VixError(VIX_OK));
-    ASSERT_NE(handle, nullptr);
-    EXPECT_EQ(handle->vixHandle, nullptr);
-    EXPECT_TRUE(mode.empty());
-    std::vector<uint8_t> buffer(512);
-    EXPECT_EQ(service->VixDiskLib_Read(handle, 0, 1, buffer.data()), VixError(VIX_OK));
-    EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-    EXPECT_EQ(Calls("VixDiskLib_Open") + Calls("VixDiskLib_Read") + Calls("VixDiskLib_Close"), 0u);
-    delete handle;
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ std::string DefaultContent(const std::wstring &dataDirectory, unsigned timeout =
            Utf8(dataDirectory) + "\\VMwareTemp\"\r\n";
 }
 
-TEST_F(ServiceTest, DefaultFileHoldsThreeLinesAndIsGoneAfterInitEx) {
+TEST_F(ServiceTest, DefaultFileHoldsThreeLinesTakesTheFirstFreeNameAndIsGoneAfterInitEx) {
     auto service = Start();
     const std::wstring file = data.File(L"vddk-0.ini");
     EXPECT_EQ(sim.LastArg("configFile"), Utf8(file));
@@ -25,6 +25,16 @@ TEST_F(ServiceTest, DefaultFileHoldsThreeLinesAndIsGoneAfterInitEx) {
     EXPECT_TRUE(Exists(data.File(L"VMwareTemp")));
     EXPECT_FALSE(Exists(file));
     EXPECT_TRUE(log.Contains(L"diskBroker::createVDDkIniFile() using the ini file " + file + L" for initialization"));
+
+    // Names that exist are left alone.
+    ASSERT_TRUE(dbtest::WriteWholeFile(data.File(L"vddk-0.ini"), "zero"));
+    ASSERT_TRUE(dbtest::WriteWholeFile(data.File(L"vddk-1.ini"), "one"));
+    service.reset();
+    service = Start();
+    EXPECT_EQ(sim.LastArg("configFile"), Utf8(data.File(L"vddk-2.ini")));
+    EXPECT_EQ(dbtest::ReadWholeFile(data.File(L"vddk-0.ini")), "zero");
+    EXPECT_EQ(dbtest::ReadWholeFile(data.File(L"vddk-1.ini")), "one");
+    EXPECT_FALSE(Exists(data.File(L"vddk-2.ini")));
 }
 
 TEST_F(ServiceTest, RegistryValuesGoIntoTheFileAndTrailingBackslashesAreDropped) {
@@ -36,31 +46,8 @@ TEST_F(ServiceTest, RegistryValuesGoIntoTheFileAndTrailingBackslashesAreDropped)
     EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(data.Path(), 60000, 2));
 }
 
-TEST_F(ServiceTest, FirstFreeCounterIsUsedAndExistingFilesAreLeftAlone) {
-    ASSERT_TRUE(dbtest::WriteWholeFile(data.File(L"vddk-0.ini"), "zero"));
-    ASSERT_TRUE(dbtest::WriteWholeFile(data.File(L"vddk-1.ini"), "one"));
-    auto service = Start();
-    EXPECT_EQ(sim.LastArg("configFile"), Utf8(data.File(L"vddk-2.ini")));
-    EXPECT_EQ(dbtest::ReadWholeFile(data.File(L"vddk-0.ini")), "zero");
-    EXPECT_EQ(dbtest::ReadWholeFile(data.File(L"vddk-1.ini")), "one");
-    EXPECT_FALSE(Exists(data.File(L"vddk-2.ini")));
-}
-
-TEST_F(ServiceTest, ExistingUserFileIsUsedAndNeverDeleted) {
+TEST_F(ServiceTest, AUserFileIsUsedAndNeverDeletedAndAMissingOneFallsBackToTheNextCounter) {
     const std::wstring userFile = data.File(L"mine.ini");
-    ASSERT_TRUE(dbtest::WriteWholeFile(userFile, "vixDiskLib.transport.LogLevel = \"1\"\r\n"));
-    SetAgentString(L"vixDiskLib.config.file", userFile);
-    auto service = Start();
-    EXPECT_EQ(sim.LastArg("configFile"), Utf8(userFile));
-    EXPECT_EQ(sim.LastArg("configContent"), "vixDiskLib.transport.LogLevel = \"1\"\r\n");
-    EXPECT_TRUE(service->PreservesIniFile());
-    service.reset();
-    EXPECT_TRUE(Exists(userFile));
-    EXPECT_FALSE(Exists(data.File(L"vddk-0.ini")));
-}
-
-TEST_F(ServiceTest, MissingUserFileFallsBackToTheNextCounter) {
-    const std::wstring userFile = data.File(L"absent.ini");
     SetAgentString(L"vixDiskLib.config.file", userFile);
     auto service = Start();
     EXPECT_TRUE(log.Contains(L"diskBroker::createVDDkIniFile() Could not find the user specified vddk ini file '" +
@@ -68,6 +55,16 @@ TEST_F(ServiceTest, MissingUserFileFallsBackToTheNextCounter) {
     EXPECT_EQ(sim.LastArg("configFile"), Utf8(data.File(L"vddk-1.ini")));
     EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(data.Path()));
     EXPECT_FALSE(Exists(data.File(L"vddk-1.ini")));
+
+    ASSERT_TRUE(dbtest::WriteWholeFile(userFile, "vixDiskLib.transport.LogLevel = \"1\"\r\n"));
+    service.reset();
+    service = Start();
+    EXPECT_EQ(sim.LastArg("configFile"), Utf8(userFile));
+    EXPECT_EQ(sim.LastArg("configContent"), "vixDiskLib.transport.LogLevel = \"1\"\r\n");
+    EXPECT_TRUE(service->PreservesIniFile());
+    service.reset();
+    EXPECT_TRUE(Exists(userFile));
+    EXPECT_FALSE(Exists(data.File(L"vddk-0.ini")));
 }
 
 TEST_F(ServiceTest, PreserveSettingKeepsTheDefaultFile) {
@@ -77,7 +74,9 @@ TEST_F(ServiceTest, PreserveSettingKeepsTheDefaultFile) {
     EXPECT_EQ(dbtest::ReadWholeFile(data.File(L"vddk-0.ini")), DefaultContent(data.Path()));
 }
 
-TEST_F(ServiceTest, EmptyDataPathMeansDriveC) {
+// An empty data path means C:; without a "Misc" key the file goes to the root
+// of the current drive.
+TEST_F(ServiceTest, EmptyDataPathMeansDriveCAndAMissingMiscKeyTheCurrentDrive) {
     ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", L""), ERROR_SUCCESS);
     SetAgentDword(L"Preserve vddk ini file", 1);  // to see the file; removed below
     auto service = Start();
@@ -87,20 +86,19 @@ TEST_F(ServiceTest, EmptyDataPathMeansDriveC) {
     EXPECT_EQ(file.rfind(L"C:\\vddk-", 0), 0u) << Utf8(file);
     EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(L"C:"));
     EXPECT_TRUE(DeleteFileW(file.c_str()));
-}
 
-// Without a "Misc" key the file goes to the root of the current drive.
-TEST_F(ServiceTest, MissingMiscKeyMeansTheRootOfTheCurrentDrive) {
+    SetAgentDword(L"Preserve vddk ini file", 0);
     wchar_t previous[MAX_PATH];
     ASSERT_NE(GetCurrentDirectoryW(MAX_PATH, previous), 0u);
     ASSERT_TRUE(SetCurrentDirectoryW(data.Path().c_str()));  // a writable drive
     ASSERT_EQ(registry.DeleteValue(kMainMiscKey, L"Data Path"), ERROR_SUCCESS);
     ASSERT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, kMainMiscKey), ERROR_SUCCESS);
-    auto service = Start();
-    const std::string file = sim.LastArg("configFile");
-    EXPECT_EQ(file.rfind("\\vddk-", 0), 0u) << file;
+    service.reset();
+    service = Start();
+    const std::string root = sim.LastArg("configFile");
+    EXPECT_EQ(root.rfind("\\vddk-", 0), 0u) << root;
     EXPECT_EQ(sim.LastArg("configContent"), DefaultContent(L""));
-    EXPECT_FALSE(Exists(Wide(file)));
+    EXPECT_FALSE(Exists(Wide(root)));
     SetCurrentDirectoryW(previous);
 }
 

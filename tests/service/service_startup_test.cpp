@@ -22,27 +22,33 @@ TEST_F(ServiceTest, ThreadingModelIsNoThreadingOnlyForExactlyThoseTwelveCharacte
     }
 }
 
-TEST_F(ServiceTest, MissingAgentKeyMeansWorkerThreadAndDirectReadWrite) {
+TEST_F(ServiceTest, ReadWriteWorkersAreOffWithoutTheAgentKeyAndReadInTheWorkerModelOnly) {
     auto service = Start();
     EXPECT_EQ(service->ThreadingModel(), 0u);
     EXPECT_FALSE(service->UsesWorkerForReadWrite());
     EXPECT_EQ(Calls("VixDiskLib_InitEx"), 1u);
-}
-
-TEST_F(ServiceTest, ReadWriteWorkerSettingIsReadInTheWorkerModelOnly) {
+    service.reset();
     SetAgentDword(L"Use Worker thread for vixDiskLib read-write", 0x80000000);
     EXPECT_TRUE(Start()->UsesWorkerForReadWrite()) << "any non-zero DWORD turns it on";
     SetThreadingModelText(L"no threading");
     EXPECT_FALSE(Start()->UsesWorkerForReadWrite()) << "not read at all in the no-threading model";
 }
 
-// 1. InitEx gets libDir (the install folder, UTF-8) and the config file, in both models.
-// 2. The callbacks are log, warning, panic in that order: each kind arrives with its prefix.
-TEST_F(ServiceTest, InitExGetsLibDirConfigFileAndTheCallbacksInOrderInBothModels) {
+// In both models: 1. InitEx gets libDir (the install folder, UTF-8) and the
+// config file; 2. the callbacks are log, warning, panic in that order, each kind
+// with its prefix; 3. Exit releases once, and neither a second Exit nor the
+// destructor repeats it; 4. a failed InitEx keeps its error and text through the
+// model's binding, and the file is deleted all the same.
+TEST_F(ServiceTest, InitExCallbacksExitAndAFailedInitExInBothModels) {
     const std::string libDir = Utf8(install.Path() + L"\\VMware\\VixDiskLib\\");
+    const VixError failure = VIX_E_DISK_SUBSYSTEM_INIT_FAIL;
+    const std::wstring text = VddkErrorText(failure);
+    ASSERT_FALSE(text.empty());
     for (const wchar_t *model : {L"", L"no threading"}) {
         SCOPED_TRACE(Utf8(model));
         SetThreadingModelText(model);
+        sim.VddkSim_Reset();
+        log.Clear();
         auto service = Start();
         EXPECT_EQ(sim.LastArg("libDir"), libDir);
         EXPECT_EQ(sim.LastArg("configFile"), Utf8(data.File(L"vddk-0.ini")));
@@ -54,7 +60,21 @@ TEST_F(ServiceTest, InitExGetsLibDirConfigFileAndTheCallbacksInOrderInBothModels
         EXPECT_TRUE(log.Contains(L"VDDK-Warn: careful\n"));
         EXPECT_TRUE(log.Contains(L"VDDK-Panic: doomed\n"));
         EXPECT_EQ(DrainCachedLog(*service), L"VDDK-Warn: careful\n\nVDDK-Panic: doomed\n\n");
-        log.Clear();
+
+        service->VixDiskLib_Exit();
+        EXPECT_EQ(Calls("VixDiskLib_Exit"), 1u) << "the service's Exit; the binding's destructor does not repeat it";
+        service->VixDiskLib_Exit();
+        service.reset();
+        EXPECT_EQ(Calls("VixDiskLib_Exit"), 1u) << "a second Exit and the destructor find nothing to release";
+        EXPECT_EQ(sim.VddkSim_BackgroundThreadId(), 0u);
+
+        sim.VddkSim_ScriptResult("VixDiskLib_InitEx", 1, failure, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+        service = Start();
+        EXPECT_EQ(service->LastError(), failure);
+        EXPECT_EQ(service->LastErrorText(), text);
+        EXPECT_TRUE(log.Contains(L"VixDiskLib_InitEx() failed. Error code 16053. Error Msg: " + text));
+        EXPECT_EQ(GetFileAttributesW(data.File(L"vddk-0.ini").c_str()), INVALID_FILE_ATTRIBUTES)
+            << "deleted after a failed InitEx too";
     }
 }
 
@@ -68,39 +88,6 @@ TEST_F(ServiceTest, WorkerModelNamesTheConstructingThreadForTheDebugger) {
     ASSERT_TRUE(SUCCEEDED(getDescription(GetCurrentThread(), &name)));
     EXPECT_STREQ(name, L"vixMainWorkerThread");
     LocalFree(name);
-}
-
-TEST_F(ServiceTest, FailedInitExKeepsErrorAndTextThroughTheRightBindingInEachModel) {
-    const VixError failure = VIX_E_DISK_SUBSYSTEM_INIT_FAIL;
-    const std::wstring text = VddkErrorText(failure);
-    ASSERT_FALSE(text.empty());
-    for (const wchar_t *model : {L"", L"no threading"}) {
-        SCOPED_TRACE(Utf8(model));
-        SetThreadingModelText(model);
-        sim.VddkSim_ScriptResult("VixDiskLib_InitEx", 1, failure, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
-        auto service = Start();
-        EXPECT_EQ(service->LastError(), failure);
-        EXPECT_EQ(service->LastErrorText(), text);
-        EXPECT_TRUE(log.Contains(L"VixDiskLib_InitEx() failed. Error code 16053. Error Msg: " + text));
-        EXPECT_EQ(GetFileAttributesW(data.File(L"vddk-0.ini").c_str()), INVALID_FILE_ATTRIBUTES)
-            << "deleted after a failed InitEx too";
-        log.Clear();
-    }
-}
-
-TEST_F(ServiceTest, ExitReleasesOnceAndVddkExitsOnce) {
-    for (const wchar_t *model : {L"", L"no threading"}) {
-        SCOPED_TRACE(Utf8(model));
-        SetThreadingModelText(model);
-        sim.VddkSim_Reset();
-        auto service = Start();
-        service->VixDiskLib_Exit();
-        EXPECT_EQ(Calls("VixDiskLib_Exit"), 1u) << "the service's Exit; the binding's destructor does not repeat it";
-        service->VixDiskLib_Exit();
-        service.reset();
-        EXPECT_EQ(Calls("VixDiskLib_Exit"), 1u) << "a second Exit and the destructor find nothing to release";
-        EXPECT_EQ(sim.VddkSim_BackgroundThreadId(), 0u);
-    }
 }
 
 TEST_F(ServiceTest, GetInstanceConstructsOnceUntilReleased) {

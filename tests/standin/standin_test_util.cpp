@@ -27,6 +27,19 @@ std::vector<std::string> LogLines() {
     return logLines;
 }
 
+bool Warned(const char *text) {
+    for (const std::string &line : LogLines())
+        if (line.rfind("W:", 0) == 0 && line.find(text) != std::string::npos) return true;
+    return false;
+}
+
+bool WriteText(const std::string &path, const std::string &text) {
+    FILE *f = fopen(path.c_str(), "wb");
+    if (!f) return false;
+    const bool written = fputs(text.c_str(), f) >= 0;
+    return fclose(f) == 0 && written;
+}
+
 void StandinTest::SetUp() {
     {
         std::lock_guard<std::mutex> guard(logLock);

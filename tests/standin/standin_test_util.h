@@ -15,6 +15,10 @@ namespace standin_test {
 constexpr DWORD kWaitTimeoutMs = 10000;  // bounded wait for "must happen" events
 
 std::vector<std::string> LogLines();  // warning and panic lines are prefixed "W:" / "P:"
+// Whether a warning line holding text was logged.
+bool Warned(const char *text);
+// Creates or truncates path (UTF-8) and writes text.
+bool WriteText(const std::string &path, const std::string &text);
 
 // Loads the built stand-in (a variant), InitEx with capturing callbacks, a local
 // connection; Exit and unload at the end.

@@ -2,10 +2,6 @@
 
 namespace writecachetest {
 
-std::vector<unsigned char> Pattern(uint64_t first, uint64_t count) {
-    return servicetest::PatternBytes(kSeed, first, count);
-}
-
 void WriteCacheTest::SetUp() {
     ServiceTest::SetUp();
     StartService(servicetest::AllModels().front());
@@ -37,7 +33,7 @@ void WriteCacheTest::StartPass(uint64_t diskSize) {
 }
 
 long WriteCacheTest::Put(uint64_t first, uint64_t count) {
-    std::vector<unsigned char> bytes = Pattern(first, count);
+    std::vector<uint8_t> bytes = servicetest::PatternBytes(kSeed, first, count);
     return service->PutDiskCacheBuffer(&context, bytes.data(), first, count);
 }
 

@@ -8,12 +8,13 @@
 #include <string>
 #include <vector>
 
+#include <dbtest/wait.h>
+
 #include "service_fixture.h"
 
 namespace writecachetest {
 
-// Anything that must happen may take this long before the test calls it a hang.
-constexpr DWORD kMustHappenMs = 10000;
+using dbtest::kTimeoutMs;  // for what must happen
 // How long a test watches for something that must not happen.
 constexpr DWORD kMustNotHappenMs = 200;
 constexpr uint64_t kSeed = 11;
@@ -42,8 +43,5 @@ protected:
     diskWriteContextStruct context;
     bool cacheStarted = false;
 };
-
-// The memory disk's bytes for sectors [first, first + count).
-std::vector<unsigned char> Pattern(uint64_t first, uint64_t count);
 
 }  // namespace writecachetest

@@ -9,8 +9,13 @@ namespace {
 
 const wchar_t kEndOfDiskLine[] = L"Write thread:  End of disk.";
 constexpr long kWriteFailed = static_cast<long>(0xE0009579);
+constexpr long kStartRefused = static_cast<long>(0xE0008442);
 
-TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfData) {
+// A last put that fills its buffer ends the pass on end of data. Close logs
+// the filled queue's depth counts for 0..bufferCount, then resets the pass and
+// the counts.
+TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfDataAndLogsTheDepths) {
+    const std::wstring header = L"TRPX Buffered Writes Performance Tuning Analysis. Total no of Writes: '";
     ASSERT_EQ(StartCache(2, 4), 0);
     StartPass(16 * 512);
     EXPECT_EQ(Put(0, 16), 0);
@@ -23,6 +28,15 @@ TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfData) {
     EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
     EXPECT_EQ(context.endOfData, 0) << "reset for the next pass";
     EXPECT_EQ(context.bytesWritten, 0u);
+    EXPECT_EQ(log.CountStartingWith(header), 1u);
+    EXPECT_EQ(log.Count(header + L"0'"), 0u) << "the writer waited at least once";
+    EXPECT_EQ(log.CountStartingWith(L"\t Write Buffer Depth: '"), 3u);
+
+    log.Clear();
+    EXPECT_EQ(Close(), 0);
+    EXPECT_TRUE(log.Contains(header + L"0'"));
+    for (int depth : {0, 1, 2})
+        EXPECT_TRUE(log.Contains(L"\t Write Buffer Depth: '" + std::to_wstring(depth) + L"'    Occurences: '0'"));
 }
 
 // 1 close starts while the writer is held inside the last buffer's write;
@@ -38,7 +52,7 @@ TEST_F(WriteCacheTest, CloseReturnsAsSoonAsTheWriterHasWrittenTheLastBuffer) {
         Close();
         SetEvent(closed.get());
     });
-    EXPECT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kMustHappenMs), 1);
+    EXPECT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kTimeoutMs), 1);
     EXPECT_EQ(WaitForSingleObject(closed.get(), kMustNotHappenMs), DWORD(WAIT_TIMEOUT));
     sim.VddkSim_Release("VixDiskLib_Write");
     EXPECT_EQ(WaitForSingleObject(closed.get(), 4000), DWORD(WAIT_OBJECT_0));
@@ -58,11 +72,11 @@ TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
                              VDDKSIM_ANY_SECTOR);
     sim.VddkSim_BlockNextCall("VixDiskLib_Write");
     EXPECT_EQ(Put(0, 8), 0);
-    ASSERT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kMustHappenMs), 1);
+    ASSERT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kTimeoutMs), 1);
     EXPECT_EQ(Put(8, 16), 0);
     EXPECT_EQ(Put(24, 4), 0);
     sim.VddkSim_Release("VixDiskLib_Write");
-    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_DISK_FULL), kMustHappenMs));
+    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_DISK_FULL), kTimeoutMs));
     EXPECT_EQ(Put(28, 4), kWriteFailed);
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(Writes(), 1u);
@@ -80,63 +94,37 @@ TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
     EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
 }
 
-TEST_F(WriteCacheTest, AMissingDiskHandleFailsTheWriteWithError1000) {
-    ASSERT_EQ(StartCache(2, 4), 0);
-    StartPass(16 * 512);
-    context.diskHandle = nullptr;
-    EXPECT_EQ(Put(0, 8), 0);
-    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_INVALID_HANDLE), kMustHappenMs));
-    EXPECT_EQ(Put(8, 8), kWriteFailed);
-    EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(Writes(), 0u);
-}
-
-// Close logs the filled queue's depth counts for 0..bufferCount, then starts
-// counting afresh.
-TEST_F(WriteCacheTest, CloseLogsTheDepthHistogramAndResetsIt) {
-    const std::wstring header = L"TRPX Buffered Writes Performance Tuning Analysis. Total no of Writes: '";
-    ASSERT_EQ(StartCache(2, 4), 0);
-    StartPass(8 * 512);
-    EXPECT_EQ(Put(0, 8), 0);
-    EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(log.CountStartingWith(header), 1u);
-    EXPECT_EQ(log.Count(header + L"0'"), 0u) << "the writer waited at least once";
-    EXPECT_EQ(log.CountStartingWith(L"\t Write Buffer Depth: '"), 3u);
-
-    log.Clear();
-    EXPECT_EQ(Close(), 0);
-    EXPECT_TRUE(log.Contains(header + L"0'"));
-    for (int depth : {0, 1, 2})
-        EXPECT_TRUE(log.Contains(L"\t Write Buffer Depth: '" + std::to_wstring(depth) + L"'    Occurences: '0'"));
-}
-
 // Sizes no pass can move with (a run table of 0 KB runs, buffers of 0 bytes)
 // are refused before anything is made: no buffer, no thread, one line saying
 // what is wrong. The other buffer sizes are refused by the check both caches
-// share, tested through the read cache.
-TEST_F(WriteCacheTest, SizesThatCannotWorkAreRefusedBeforeAnythingIsMade) {
-    EXPECT_EQ(StartCache(2, 4, 0), static_cast<long>(0xE0008442));
+// share, tested through the read cache. Null contexts and data are refused
+// before use; a pass without a disk handle fails its first write with 1000.
+TEST_F(WriteCacheTest, WhatCannotWorkIsRefusedBeforeUse) {
+    EXPECT_EQ(StartCache(2, 4, 0), kStartRefused);
     EXPECT_TRUE(log.Contains(L"diskBroker::startWriteCacheThread: The minimum run size is 0 KB, so no run table "
                              L"can be sized. Cannot start the Write cache"));
-    EXPECT_EQ(StartCache(2, 0, 1), static_cast<long>(0xE0008442));
+    EXPECT_EQ(StartCache(2, 0, 1), kStartRefused);
     EXPECT_TRUE(log.Contains(L"diskBroker::startWriteCacheThread: A buffer size of 0 KB holds no sector (2 buffers "
                              L"of 0 KB). Cannot start the Write cache"))
         << ::testing::PrintToString(log.Lines());
     EXPECT_EQ(context.allBuffers, nullptr);
     EXPECT_EQ(context.threadHandle, nullptr);
-}
 
-TEST_F(WriteCacheTest, NullContextsAndDataAreRefusedBeforeUse) {
     unsigned char sector[512] = {};
-    EXPECT_EQ(service->startWriteCacheThread(nullptr, 2, 4, 0, 1), static_cast<long>(0xE0008442));
-    EXPECT_EQ(service->startDiskWriteBuffer(nullptr), static_cast<long>(0xE0008442));
-    EXPECT_EQ(service->PutDiskCacheBuffer(nullptr, sector, 0, 1), static_cast<long>(0xE0009579));
+    EXPECT_EQ(service->startWriteCacheThread(nullptr, 2, 4, 0, 1), kStartRefused);
+    EXPECT_EQ(service->startDiskWriteBuffer(nullptr), kStartRefused);
+    EXPECT_EQ(service->PutDiskCacheBuffer(nullptr, sector, 0, 1), kWriteFailed);
     EXPECT_EQ(service->closeWriteCacheThread(nullptr), 0);
     EXPECT_EQ(service->stopWriteCacheThread(nullptr), 0);
     ASSERT_EQ(StartCache(2, 4), 0);
-    StartPass(0);
-    EXPECT_EQ(service->PutDiskCacheBuffer(&context, nullptr, 0, 1), static_cast<long>(0xE0009579));
+    StartPass(16 * 512);
+    EXPECT_EQ(service->PutDiskCacheBuffer(&context, nullptr, 0, 1), kWriteFailed);
+    context.diskHandle = nullptr;
+    EXPECT_EQ(Put(0, 8), 0);
+    ASSERT_TRUE(log.WaitFor(FailureLine(0, 8, VIX_E_INVALID_HANDLE), kTimeoutMs));
+    EXPECT_EQ(Put(8, 8), kWriteFailed);
     EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(Writes(), 0u);
     EXPECT_EQ(WrittenSectors(), 0u);
 }
 

@@ -1,6 +1,8 @@
 // How puts become runs and writes: merging, splitting across buffers, a full
 // run table, and a long stream of odd-sized runs.
 #include <random>
+#include <utility>
+#include <vector>
 
 #include "writecache_fixture.h"
 
@@ -9,59 +11,45 @@ namespace {
 
 const wchar_t kLastBufferLine[] = L"diskBroker::WriteDiskExtents() Acknowledged the receipt of the last buffer. ";
 
-TEST_F(WriteCacheTest, AdjacentPutsMergeIntoOneRunAndOneWrite) {
-    ASSERT_EQ(StartCache(2, 64), 0);
-    StartPass(16 * 512);
-    EXPECT_EQ(Put(0, 8), 0);
-    EXPECT_EQ(Put(8, 8), 0);
-    ASSERT_NE(context.fillBuffer, nullptr);
-    const diskCacheRunTable &table = *context.fillBuffer->runTable;
-    ASSERT_EQ(table.runsUsed, 1u);
-    EXPECT_EQ(table.runs[0].startSector, 0u);
-    EXPECT_EQ(table.runs[0].sectorCount, 16u);
-
-    EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(Writes(), 1u);
-    EXPECT_EQ(WrittenSectors(), 16u);
-    EXPECT_EQ(Mismatches(), 0u);
-    EXPECT_TRUE(log.Contains(kLastBufferLine)) << "a partly filled buffer is the last one";
-    EXPECT_EQ(log.Count(L"Write thread:  End of disk."), 0u);
-}
-
-// One sector apart is not adjacent: two runs, two writes, the second at its
-// own sector with its own bytes (a merge would shift it onto sector 8).
-TEST_F(WriteCacheTest, RunsOneSectorApartStayTwoRuns) {
-    ASSERT_EQ(StartCache(2, 64), 0);
-    StartPass(16 * 512);
-    EXPECT_EQ(Put(0, 8), 0);
-    EXPECT_EQ(Put(9, 8), 0);
-    ASSERT_NE(context.fillBuffer, nullptr);
-    const diskCacheRunTable &table = *context.fillBuffer->runTable;
-    ASSERT_EQ(table.runsUsed, 2u);
-    EXPECT_EQ(table.runs[1].startSector, 9u);
-    EXPECT_EQ(table.runs[1].sectorCount, 8u);
-
-    EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(Writes(), 2u);
-    EXPECT_EQ(WrittenSectors(), 16u);
-    EXPECT_EQ(Mismatches(), 0u);
-}
-
-TEST_F(WriteCacheTest, APutLargerThanTheFreeSpaceContinuesInTheNextBuffer) {
-    ASSERT_EQ(StartCache(3, 4), 0);  // 8 sectors a buffer
-    StartPass(12 * 512);
-    EXPECT_EQ(Put(100, 12), 0);
-    ASSERT_NE(context.fillBuffer, nullptr);
-    EXPECT_EQ(context.fillBuffer->filled, 4u * 512);
-    const diskCacheRunTable &table = *context.fillBuffer->runTable;
-    ASSERT_EQ(table.runsUsed, 1u);
-    EXPECT_EQ(table.runs[0].startSector, 108u);
-    EXPECT_EQ(table.runs[0].sectorCount, 4u);
-
-    EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(Writes(), 2u);
-    EXPECT_EQ(WrittenSectors(), 12u);
-    EXPECT_EQ(Mismatches(), 0u);
+// One pass a row, buffers of 8 sectors: the run table of the buffer still
+// being filled before close, then what the close writes.
+TEST_F(WriteCacheTest, PutsBecomeRunsAndEachRunOneWrite) {
+    const struct {
+        const char *what;
+        std::vector<std::pair<uint64_t, uint64_t>> puts;  // first sector, count
+        uint64_t filledSectors;                             // of the buffer being filled
+        std::vector<std::pair<uint64_t, uint64_t>> runs;  // its run table
+        uint64_t writes;
+    } rows[] = {
+        {"adjacent puts merge into one run", {{0, 3}, {3, 3}}, 6, {{0, 6}}, 1},
+        // A merge would shift the second run onto sector 3: a mismatch.
+        {"one sector apart is not adjacent", {{0, 3}, {4, 3}}, 6, {{0, 3}, {4, 3}}, 2},
+        {"a put larger than the free space continues in the next buffer", {{100, 12}}, 4, {{108, 4}}, 2},
+    };
+    ASSERT_EQ(StartCache(3, 4), 0);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.what);
+        uint64_t sectors = 0;
+        for (const auto &put : row.puts) sectors += put.second;
+        const uint64_t writesBefore = Writes(), writtenBefore = WrittenSectors();
+        log.Clear();
+        StartPass(sectors * 512);
+        for (const auto &put : row.puts) EXPECT_EQ(Put(put.first, put.second), 0);
+        ASSERT_NE(context.fillBuffer, nullptr);
+        EXPECT_EQ(context.fillBuffer->filled, row.filledSectors * 512);
+        const diskCacheRunTable &table = *context.fillBuffer->runTable;
+        ASSERT_EQ(table.runsUsed, row.runs.size());
+        for (size_t i = 0; i < row.runs.size(); ++i) {
+            EXPECT_EQ(table.runs[i].startSector, row.runs[i].first) << i;
+            EXPECT_EQ(table.runs[i].sectorCount, row.runs[i].second) << i;
+        }
+        EXPECT_EQ(Close(), 0);
+        EXPECT_EQ(Writes() - writesBefore, row.writes);
+        EXPECT_EQ(WrittenSectors() - writtenBefore, sectors);
+        EXPECT_EQ(Mismatches(), 0u);
+        EXPECT_TRUE(log.Contains(kLastBufferLine)) << "a partly filled buffer is the last one";
+        EXPECT_EQ(log.Count(L"Write thread:  End of disk."), 0u);
+    }
 }
 
 // runCapacity 2: a table takes runs while runsUsed <= 2, so three runs.
