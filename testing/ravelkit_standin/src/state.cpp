@@ -200,9 +200,18 @@ bool SaveInventoryFile(const Inventory &inv, const wchar_t *path) {
     return xml.SaveUtf8(path);
 }
 
+// Written beside the state file and moved over it, so a run killed while it
+// saves (the killed-run tests kill runs at any point) leaves the old inventory
+// or the new one for the next run, never part of one. The name is the
+// process's own: two runs may share one state file.
 void Persist() {
     State &s = Get();
-    if (!s.stateFile.empty()) SaveInventoryFile(s.inventory, s.stateFile.c_str());
+    if (s.stateFile.empty()) return;
+    const std::wstring saving = s.stateFile + L"." + std::to_wstring(GetCurrentProcessId()) + L".saving";
+    if (SaveInventoryFile(s.inventory, saving.c_str()) &&
+        MoveFileExW(saving.c_str(), s.stateFile.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return;
+    DeleteFileW(saving.c_str());
 }
 
 bool EnterCall(const char *entry, const std::string &arguments, int *scripted) {
