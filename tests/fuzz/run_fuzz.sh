@@ -51,11 +51,11 @@ write_runs)
 sector_lines)
     build -I"$broker" "$broker/sector_text.cpp" "$broker/sector_runs.cpp"
     # The first byte is the chunk size the file arrives in (0: one chunk).
-    printf '\000%s' "0 8\r\n8 8\r\n" > corpus/written
-    printf '\003%s' "1 1\n 2  3 \r\n-5 3\n4 0\n18446744073709551615 1\n18446744073709551616 1\n" > corpus/edges
-    printf '\007%s' "99999999999999999999 1\n1 2 3\n\n12 4\r\n2 30" > corpus/torn
+    printf '\000%b' "0 8\r\n8 8\r\n" > corpus/written
+    printf '\003%b' "1 1\n 2  3 \r\n-5 3\n4 0\n18446744073709551615 1\n18446744073709551616 1\n" > corpus/edges
+    printf '\007%b' "99999999999999999999 1\n1 2 3\n\n12 4\r\n2 30" > corpus/torn
     # Once judged wrongly by this target: a line in order inside runs merged before.
-    printf '\002%s' "6  8\n8  8\n8 5\n6  8\n" > corpus/inside
+    printf '\002%b' "6  8\n8  8\n8 5\n6  8\n" > corpus/inside
     ;;
 sector_list)
     build -I"$broker" "$broker/sector_listscan.cpp"
