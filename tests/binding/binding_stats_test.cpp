@@ -60,6 +60,7 @@ protected:
     std::vector<uint64_t> buffer;
 };
 
+// {R, start, count}: a read of count sectors at start; {W, ...}: a write.
 struct Request {
     bool write;
     uint64_t start, count;
