@@ -61,9 +61,7 @@ protected:
     }
     // Runs Invoke on a thread of its own; true if it returned in time.
     bool InvokeOnOtherThread(ThreadCall &call) {
-        skclass::UniqueHandle returned = NewEvent();
-        std::thread([&call, event = returned.get()] { call.Invoke(); SetEvent(event); }).detach();
-        return Signalled(returned);
+        return RunsWithin([&call] { call.Invoke(); });
     }
     std::unique_ptr<WorkerThread> worker = std::make_unique<WorkerThread>(0, L"testWorker");
 };
