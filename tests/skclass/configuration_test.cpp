@@ -126,9 +126,7 @@ TEST_F(ConfigurationTest, OpensKeysByModeAndSecondName) {
     EXPECT_EQ(reader.Load(L"Text", L""), L"hello");
 }
 
-TEST(Product, ReadsTheProductValueOnEveryCall) {
-    dbtest::RegistrySandbox sandbox;
-    ASSERT_TRUE(sandbox.Ok()) << sandbox.Error();
+TEST_F(ConfigurationTest, ProductIsReadOnEveryCall) {
     const wchar_t common[] = L"SOFTWARE\\Halvorn\\Common";
     EXPECT_EQ(CMS_GetProd(), 0);
     ASSERT_EQ(sandbox.SetDword(common, L"Product", 1), ERROR_SUCCESS);
