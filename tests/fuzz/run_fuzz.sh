@@ -71,6 +71,7 @@ sector_list)
     printf '%b' '<DiskChangeInfo><area><extent offset="1&#48;" length="5&amp;"/></area></DiskChangeInfo>' \
         > corpus/references
     printf '<DiskChangeInfo/>' > corpus/empty
+    printf '<DiskChangeInfo><area><extent offset="" length="512"/></area></DiskChangeInfo>' > corpus/no-digits
     ;;
 sparse_image|local_chain)
     # Whole sparse files: a base, a child naming it, one with data grains, one
