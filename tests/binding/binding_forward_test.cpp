@@ -55,70 +55,67 @@ TEST_F(BindingTest, UnloadedBindingsRefuseEveryCallAndLogItsName) {
     EXPECT_EQ(stats.extentStart, 0u);
 }
 
-// Every other method reaches the stand-in (counted there) and nothing else is refused.
-TEST_F(BindingTest, DiskLibWithoutAttachRefusesAttachAlone) {
-    Install(0, dbtest::VddkVariant::MissingExport);
-    vixDiskLibGlue disk;
-    ASSERT_TRUE(Attach(disk.moduleHandle.get()));
-    EXPECT_FALSE(disk.OK());
-    EXPECT_EQ(NullPointers(disk.functions), 1);
-    EXPECT_EQ(disk.functions.VixDiskLib_Attach, nullptr);
-    log.Clear();
-    for (const SweepResult &call : SweepDiskLib(disk)) {
-        SCOPED_TRACE(call.name);
-        if (call.name == std::string(dbtest::kVddkMissingExport)) {
-            EXPECT_EQ(call.result, "0xFFFFFFFFE000FE4E");
-        } else {
-            EXPECT_NE(call.result, "0xFFFFFFFFE000FE4E");
-            EXPECT_EQ(Calls(call.name), 1u);
-        }
-    }
-    size_t refusals = 0;
-    for (const std::wstring &line : log.Lines()) refusals += line.find(L"Uninitialized") != std::wstring::npos;
-    EXPECT_EQ(refusals, 1u);
-    EXPECT_EQ(log.Count(Unresolved(L"vixDiskLibGlue", "VixDiskLib_Attach")), 1u);
-    EXPECT_EQ(log.Count(Api(L"VixDiskLib_Attach()")), 0u) << "a refused call is not traced";
-}
-
-// The mount binding ignores the log mask: CloseDiskSet alone is traced.
-TEST_F(BindingTest, MountLibWithoutGetOsInfoRefusesGetOsInfoAloneAndTracesOnlyCloseDiskSet) {
-    Install(0, dbtest::VddkVariant::NoGetOsInfo);
+// A stand-in that lacks one export: its binding refuses that call alone
+// (logged by name, not traced, even with every trace bit set), every other
+// method reaches the library once, and the destructor exits only a library
+// whose table is complete. The mount binding ignores the log mask:
+// CloseDiskSet alone is traced.
+TEST_F(BindingTest, AMissingExportRefusesItsCallAloneAndKeepsItsLibrarysExit) {
+    using dbtest::VddkVariant;
+    const struct {
+        VddkVariant variant;
+        const char *missing;  // the refused entry point; null: none
+        bool diskComplete, mountComplete;
+    } cases[] = {
+        {VddkVariant::Normal, nullptr, true, true},
+        {VddkVariant::MissingExport, dbtest::kVddkMissingExport, false, true},
+        {VddkVariant::NoGetOsInfo, "VixMntapi_GetOsInfo", true, false},
+    };
     SetLogLevel(0xFFFFFFFF);
-    vixDiskLibGlue disk;  // the mount library needs the disk library loaded
-    ASSERT_TRUE(disk.OK());
-    ASSERT_TRUE(Attach(disk.moduleHandle.get()));
-    vixMntapiGlue mount;
-    EXPECT_EQ(mount.initializeResult, 0);
-    EXPECT_FALSE(mount.OK());
-    EXPECT_EQ(NullPointers(mount.functions), 1);
-    log.Clear();
-    for (const SweepResult &call : SweepMntapi(mount)) {
-        SCOPED_TRACE(call.name);
-        if (call.name == std::string("VixMntapi_GetOsInfo")) {
-            EXPECT_EQ(call.result, "0xFFFFFFFFE000FE4E");
-        } else if (call.result != "void") {  // the stand-in counts no Free/Exit of its own
-            EXPECT_NE(call.result, "0xFFFFFFFFE000FE4E");
-            EXPECT_EQ(Calls(call.name), 1u);
-        }
-    }
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{Api(L"VixMntapi_CloseDiskSet() "),
-                                                      Unresolved(L"vixMntapiGlue", "VixMntapi_GetOsInfo")}));
-}
-
-TEST_F(BindingTest, DestructorsExitOnlyALibraryWhoseTableIsComplete) {
-    for (const auto variant : {dbtest::VddkVariant::Normal, dbtest::VddkVariant::MissingExport,
-                               dbtest::VddkVariant::NoGetOsInfo}) {
-        SCOPED_TRACE(static_cast<int>(variant));
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.missing ? c.missing : "complete");
         dbtest::TempDir root;
         std::string error;
-        ASSERT_TRUE(dbtest::InstallVddkStandin(root.Path(), 0, variant, &error)) << error;
+        ASSERT_TRUE(dbtest::InstallVddkStandin(root.Path(), 0, c.variant, &error)) << error;
         auto disk = std::make_unique<vixDiskLibGlue>();
-        auto mount = std::make_unique<vixMntapiGlue>();
+        auto mount = std::make_unique<vixMntapiGlue>();  // needs the disk library loaded
         ASSERT_TRUE(Attach(disk->moduleHandle.get()));
+        EXPECT_EQ(disk->OK(), c.diskComplete);
+        EXPECT_EQ(mount->initializeResult, 0);
+        EXPECT_EQ(mount->OK(), c.mountComplete);
+        EXPECT_EQ(NullPointers(disk->functions) + NullPointers(mount->functions), c.missing ? 1 : 0);
+
+        // Every trace bit is set: one line per disk call, in call order.
+        log.Clear();
+        std::vector<SweepResult> calls = SweepDiskLib(*disk);
+        const size_t diskCalls = calls.size();
+        std::vector<std::wstring> expected;
+        for (const SweepResult &call : calls)
+            expected.push_back(c.missing && call.name == std::string(c.missing) ? Unresolved(L"vixDiskLibGlue", call.name)
+                                                                                 : Api(Wide(call.name) + L"("));
+        const std::vector<std::wstring> lines = log.Lines();
+        ASSERT_EQ(lines.size(), expected.size());
+        for (size_t i = 0; i < lines.size(); ++i) EXPECT_EQ(lines[i].substr(0, expected[i].size()), expected[i]);
+        log.Clear();
+        for (const SweepResult &call : SweepMntapi(*mount)) calls.push_back(call);
+        expected = {Api(L"VixMntapi_CloseDiskSet() ")};
+        if (!c.mountComplete) expected.push_back(Unresolved(L"vixMntapiGlue", c.missing));
+        EXPECT_EQ(log.Lines(), expected);
+        for (size_t i = 0; i < calls.size(); ++i) {
+            SCOPED_TRACE(calls[i].name);
+            if (c.missing && calls[i].name == std::string(c.missing)) {
+                EXPECT_EQ(calls[i].result, "0xFFFFFFFFE000FE4E");
+            } else if (i < diskCalls || calls[i].result != "void") {  // the stand-in counts no Free/Exit of its own
+                EXPECT_NE(calls[i].result, "0xFFFFFFFFE000FE4E");
+                EXPECT_EQ(Calls(calls[i].name), 1u);
+            }
+        }
+
+        const uint64_t diskExits = Calls("VixDiskLib_Exit"), mountExits = Calls("VixMntapi_Exit");
         mount.reset();
         disk.reset();
-        EXPECT_EQ(Calls("VixDiskLib_Exit"), variant == dbtest::VddkVariant::MissingExport ? 0u : 1u);
-        EXPECT_EQ(Calls("VixMntapi_Exit"), variant == dbtest::VddkVariant::NoGetOsInfo ? 0u : 1u);
+        EXPECT_EQ(Calls("VixDiskLib_Exit") - diskExits, c.diskComplete ? 1u : 0u);
+        EXPECT_EQ(Calls("VixMntapi_Exit") - mountExits, c.mountComplete ? 1u : 0u);
         sim = dbtest::VddkSimControl();
         pinned.reset();
     }

@@ -33,15 +33,14 @@ protected:
         BindingTest::TearDown();
     }
 
-    // A 2048-sector memory disk named name; writes are checked against its pattern.
-    VixDiskLibHandle Open(const std::string &name) {
-        VixDiskLibHandle handle = nullptr;
-        const std::string path = "memdisk://" + name + "?size=1048576&seed=" + std::to_string(kSeed) + "&verify=1";
-        EXPECT_EQ(disk->VixDiskLib_Open(connection, path.c_str(), 0, &handle), VIX_OK);
-        return handle;
-    }
-    // Reads (or writes back the pattern of) count sectors at start, with stats.
+    // Reads count sectors at start and checks them against the pattern (so a
+    // read that never reached the disk fails), or writes the pattern there. A
+    // 0-sector read passes no buffer; its result does not matter.
     void Read(VixDiskLibHandle handle, uint64_t start, uint64_t count, _vixReadWriteStats *stats) {
+        if (count == 0) {
+            disk->VixDiskLib_Read(handle, start, 0, nullptr, stats);
+            return;
+        }
         buffer.assign(count * kWordsPerSector, 0);
         ASSERT_EQ(disk->VixDiskLib_Read(handle, start, count, reinterpret_cast<uint8 *>(buffer.data()), stats),
                   VIX_OK);
@@ -55,48 +54,104 @@ protected:
         ASSERT_EQ(disk->VixDiskLib_Write(handle, start, count, reinterpret_cast<const uint8 *>(buffer.data()), stats),
                   VIX_OK);
     }
-    std::wstring CloseLine(VixDiskLibHandle handle) { return Api(L"VixDiskLib_Close(0x" + Padded(handle) + L")"); }
 
     std::unique_ptr<vixDiskLibGlue> disk;
     VixDiskLibConnection connection = nullptr;
     std::vector<uint64_t> buffer;
 };
 
-// 128 sectors at 0, 128, 256, then 64 at 384: one extent in two runs, printed
-// when the read at 1000 breaks it; that read starts the next extent, which
-// Close prints and empties.
-TEST_F(StatsTest, ReadLineIsPrintedWhenContiguityBreaksAndAtClose) {
-    VixDiskLibHandle handle = Open("reads");
-    _vixReadWriteStats stats;
-    stats.name = L"reads";
-    stats.kind = _vixReadWriteStats::kRead;
-    log.Clear();
-    for (uint64_t start : {0, 128, 256}) Read(handle, start, 128, &stats);
-    Read(handle, 384, 64, &stats);
-    EXPECT_TRUE(log.Lines().empty());
-    Read(handle, 1000, 128, &stats);
-    EXPECT_EQ(std::make_tuple(stats.extentStart, stats.extentSectors, stats.operationCount, stats.chunkSectors,
-                              stats.chunkCount, stats.chunkText),
-              std::make_tuple(uint64_t(1000), uint64_t(128), 1u, uint64_t(128), 1u, wcstring()));
-    EXPECT_EQ(disk->VixDiskLib_Close(handle, &stats), VIX_OK);
-    EXPECT_EQ(log.Lines(),
-              (std::vector<std::wstring>{
-                  L"VixDiskLib_Read(reads) No of reads: 4 Data chunks: [3 * 128], [1 * 64] Data extent: "
-                  L"[00000000-00000448(00000000-00229376)] ",
-                  L"VixDiskLib_Read(reads) No of reads: 1 Data chunks: [1 * 128] Data extent: "
-                  L"[00001000-00000128(00512000-00065536)] ",
-                  CloseLine(handle)}));
-    EXPECT_EQ(std::make_tuple(stats.name, stats.kind, stats.extentStart, stats.extentSectors, stats.operationCount,
-                              stats.chunkSectors, stats.chunkCount, stats.chunkText),
-              std::make_tuple(wcstring(), 0u, uint64_t(0), uint64_t(0), 0u, uint64_t(0), 0u, wcstring()))
-        << "Close empties the record";
+// {R, start, count}: a read of count sectors at start; {W, ...}: a write.
+struct Request {
+    bool write;
+    uint64_t start, count;
+};
+constexpr bool R = false, W = true;
+
+// A handle's requests, then Close: the statistics lines in order (the last
+// one printed by Close, before its own trace line), every request forwarded,
+// and the record emptied.
+TEST_F(StatsTest, OneLinePerContiguousExtentAndOneAtClose) {
+    const struct {
+        const char *name;
+        uint32_t kind;
+        bool withRecord;  // false: the calls get a null record
+        std::vector<Request> requests;
+        std::vector<std::wstring> lines;
+    } cases[] = {
+        // 128 sectors at 0, 128, 256, then 64 at 384: one extent in two runs,
+        // printed when the read at 1000 breaks it; that read starts the next
+        // extent, which Close prints.
+        {"reads", _vixReadWriteStats::kRead, true,
+         {{R, 0, 128}, {R, 128, 128}, {R, 256, 128}, {R, 384, 64}, {R, 1000, 128}},
+         {L"VixDiskLib_Read(reads) No of reads: 4 Data chunks: [3 * 128], [1 * 64] Data extent: "
+          L"[00000000-00000448(00000000-00229376)] ",
+          L"VixDiskLib_Read(reads) No of reads: 1 Data chunks: [1 * 128] Data extent: "
+          L"[00001000-00000128(00512000-00065536)] "}},
+        // The write line has no blank before its extent bracket; a run that
+        // changes size and comes back is a new run.
+        {"writes", _vixReadWriteStats::kWrite, true, {{W, 10, 8}, {W, 18, 8}, {W, 26, 16}, {W, 42, 8}},
+         {L"VixDiskLib_Write(writes) No of writes: 4 Data chunks: [2 * 8], [1 * 16], [1 * 8] "
+          L"Data extent:[00000010-00000040(00005120-00020480)] "}},
+        // A 0-sector request at sector 0 counts but leaves the extent empty, so
+        // the next request starts the extent afresh; one further in is a run of
+        // its own that starts with count 0.
+        {"empty", _vixReadWriteStats::kRead, true, {{R, 0, 0}, {R, 500, 4}, {R, 504, 0}, {R, 504, 4}},
+         {L"VixDiskLib_Read(empty) No of reads: 4 Data chunks: [1 * 4], [0 * 0], [1 * 4] Data "
+          L"extent: [00000500-00000008(00256000-00004096)] "}},
+        // An unused handle prints zero counts and [0 * 0] for kinds 1 and 2 ...
+        {"idle", _vixReadWriteStats::kRead, true, {},
+         {L"VixDiskLib_Read(idle) No of reads: 0 Data chunks: [0 * 0] Data extent: "
+          L"[00000000-00000000(00000000-00000000)] "}},
+        {"idle", _vixReadWriteStats::kWrite, true, {},
+         {L"VixDiskLib_Write(idle) No of writes: 0 Data chunks: [0 * 0] Data extent:"
+          L"[00000000-00000000(00000000-00000000)] "}},
+        // ... kind 0 prints no statistics line at all, also when an extent breaks.
+        {"idle", _vixReadWriteStats::kNone, true, {{R, 8, 8}, {R, 100, 8}}, {}},
+        // Without a record the calls are forwarded with no bookkeeping.
+        {"plain", _vixReadWriteStats::kNone, false, {{R, 0, 8}, {R, 300, 8}, {W, 600, 2}}, {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.name << ", kind " << c.kind);
+        VixDiskLibHandle handle = nullptr;
+        const std::string path = "memdisk://" + std::string(c.name) + "?size=1048576&seed=" + std::to_string(kSeed) +
+                                 "&verify=1";  // writes are checked against the pattern
+        ASSERT_EQ(disk->VixDiskLib_Open(connection, path.c_str(), 0, &handle), VIX_OK);
+        _vixReadWriteStats record;
+        record.name = Wide(c.name);
+        record.kind = c.kind;
+        _vixReadWriteStats *stats = c.withRecord ? &record : nullptr;
+        uint64_t written = 0;
+        log.Clear();
+        for (const Request &r : c.requests) {
+            if (r.write) {
+                Write(handle, r.start, r.count, stats);
+                written += r.count;
+            } else {
+                Read(handle, r.start, r.count, stats);
+            }
+        }
+        EXPECT_EQ(disk->VixDiskLib_Close(handle, stats), VIX_OK);
+        std::vector<std::wstring> expected = c.lines;
+        expected.push_back(Api(L"VixDiskLib_Close(0x" + Padded(handle) + L")"));
+        EXPECT_EQ(log.Lines(), expected);
+        EXPECT_EQ(sim.VddkSim_MemDiskWrittenSectors(c.name), written) << "every write reached the disk";
+        EXPECT_EQ(sim.VddkSim_MemDiskMismatches(c.name), 0u);
+        EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
+        if (c.withRecord) {
+            EXPECT_EQ(std::make_tuple(record.name, record.kind, record.extentStart, record.extentSectors,
+                                      record.operationCount, record.chunkSectors, record.chunkCount, record.chunkText),
+                      std::make_tuple(wcstring(), 0u, uint64_t(0), uint64_t(0), 0u, uint64_t(0), 0u, wcstring()))
+                << "Close empties the record";
+        }
+    }
 }
 
 // A request size that changes on every read adds a run each time: past a
 // bound the runs are no longer spelled out, so an extent read in ever
 // different sizes cannot grow the text (and the line) without end.
 TEST_F(StatsTest, TheRunTextStopsGrowingAtItsBound) {
-    VixDiskLibHandle handle = Open("sizes");
+    VixDiskLibHandle handle = nullptr;
+    ASSERT_EQ(disk->VixDiskLib_Open(connection, "memdisk://sizes?size=1048576", 0, &handle), VIX_OK);
     _vixReadWriteStats stats;
     stats.name = L"sizes";
     stats.kind = _vixReadWriteStats::kRead;
@@ -110,98 +165,6 @@ TEST_F(StatsTest, TheRunTextStopsGrowingAtItsBound) {
     EXPECT_LT(stats.chunkText.size(), 4200u);
     EXPECT_EQ(stats.chunkText.substr(stats.chunkText.size() - 5), L", ...");
     EXPECT_EQ(disk->VixDiskLib_Close(handle, &stats), VIX_OK);
-}
-
-// The write line has no blank before its extent bracket; a run that changes
-// size and comes back is a new run.
-TEST_F(StatsTest, WriteLineKeepsItsOwnSpacingAndRunsInOrder) {
-    VixDiskLibHandle handle = Open("writes");
-    _vixReadWriteStats stats;
-    stats.name = L"writes";
-    stats.kind = _vixReadWriteStats::kWrite;
-    log.Clear();
-    Write(handle, 10, 8, &stats);
-    Write(handle, 18, 8, &stats);
-    Write(handle, 26, 16, &stats);
-    Write(handle, 42, 8, &stats);
-    EXPECT_EQ(disk->VixDiskLib_Close(handle, &stats), VIX_OK);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{
-                               L"VixDiskLib_Write(writes) No of writes: 4 Data chunks: [2 * 8], [1 * 16], [1 * 8] "
-                               L"Data extent:[00000010-00000040(00005120-00020480)] ",
-                               CloseLine(handle)}));
-    EXPECT_EQ(sim.VddkSim_MemDiskWrittenSectors("writes"), 40u) << "every write reached the disk";
-    EXPECT_EQ(sim.VddkSim_MemDiskMismatches("writes"), 0u);
-}
-
-// A 0-sector request at sector 0 counts but leaves the extent empty, so the
-// next request starts the extent afresh; one further in is a run of its own
-// that starts with count 0.
-TEST_F(StatsTest, ZeroSectorRequestsLeaveTheExtentEmptyOrCountNothing) {
-    VixDiskLibHandle handle = Open("empty");
-    _vixReadWriteStats stats;
-    stats.name = L"empty";
-    stats.kind = _vixReadWriteStats::kRead;
-    log.Clear();
-    disk->VixDiskLib_Read(handle, 0, 0, nullptr, &stats);
-    EXPECT_EQ(stats.operationCount, 1u);
-    EXPECT_EQ(stats.extentSectors, 0u);
-    Read(handle, 500, 4, &stats);
-    EXPECT_EQ(stats.operationCount, 2u);
-    EXPECT_EQ(stats.extentStart, 500u);
-    disk->VixDiskLib_Read(handle, 504, 0, nullptr, &stats);
-    Read(handle, 504, 4, &stats);
-    EXPECT_EQ(disk->VixDiskLib_Close(handle, &stats), VIX_OK);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{
-                               L"VixDiskLib_Read(empty) No of reads: 4 Data chunks: [1 * 4], [0 * 0], [1 * 4] Data "
-                               L"extent: [00000500-00000008(00256000-00004096)] ",
-                               CloseLine(handle)}));
-}
-
-// Closing an unused handle prints zero counts and [0 * 0] for kinds 1 and 2;
-// kind 0 prints no statistics line at all, also when an extent breaks.
-TEST_F(StatsTest, CloseWithoutRequestsAndKindZero) {
-    const struct {
-        uint32_t kind;
-        const wchar_t *line;  // null: none
-    } cases[] = {
-        {_vixReadWriteStats::kRead,
-         L"VixDiskLib_Read(idle) No of reads: 0 Data chunks: [0 * 0] Data extent: "
-         L"[00000000-00000000(00000000-00000000)] "},
-        {_vixReadWriteStats::kWrite,
-         L"VixDiskLib_Write(idle) No of writes: 0 Data chunks: [0 * 0] Data extent:"
-         L"[00000000-00000000(00000000-00000000)] "},
-        {_vixReadWriteStats::kNone, nullptr},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.kind);
-        VixDiskLibHandle handle = Open("idle");
-        _vixReadWriteStats stats;
-        stats.name = L"idle";
-        stats.kind = c.kind;
-        log.Clear();
-        if (c.kind == _vixReadWriteStats::kNone) {
-            Read(handle, 8, 8, &stats);
-            Read(handle, 100, 8, &stats);
-        }
-        EXPECT_EQ(disk->VixDiskLib_Close(handle, &stats), VIX_OK);
-        std::vector<std::wstring> expected;
-        if (c.line) expected.push_back(c.line);
-        expected.push_back(CloseLine(handle));
-        EXPECT_EQ(log.Lines(), expected);
-    }
-}
-
-TEST_F(StatsTest, NullStatisticsForwardWithoutBookkeeping) {
-    VixDiskLibHandle handle = Open("plain");
-    log.Clear();
-    Read(handle, 0, 8, nullptr);
-    Read(handle, 300, 8, nullptr);
-    Write(handle, 600, 2, nullptr);
-    EXPECT_EQ(disk->VixDiskLib_Close(handle, nullptr), VIX_OK);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{CloseLine(handle)}));
-    EXPECT_EQ(Calls("VixDiskLib_Read"), 2u);
-    EXPECT_EQ(sim.VddkSim_MemDiskWrittenSectors("plain"), 2u);
-    EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
 }
 
 }  // namespace

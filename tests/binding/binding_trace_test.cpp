@@ -77,8 +77,10 @@ TEST_F(BindingTest, TraceLinesPrintTheirArguments) {
                            }));
 }
 
-// The mask is read at construction and again by Connect and ConnectEx only.
-TEST_F(BindingTest, ConnectAndConnectExReadTheMaskAgain) {
+// 1. The mask is read at construction and again by Connect and ConnectEx only.
+// 2. ConnectEx, PrepareForAccess and EndAccess name the server only when
+//    vmxSpec is set, whatever serverName holds.
+TEST_F(BindingTest, ConnectsReadTheMaskAgainAndNameTheServerOnlyWithVmxSpec) {
     Install();
     vixDiskLibGlue disk;
     ASSERT_TRUE(disk.OK());
@@ -100,15 +102,7 @@ TEST_F(BindingTest, ConnectAndConnectExReadTheMaskAgain) {
     disk.VixDiskLib_ListTransportModes();
     EXPECT_EQ(log.Count(modesLine), 1u) << "ConnectEx turned the masked lines off again";
     disk.VixDiskLib_Disconnect(connection);
-}
 
-// ConnectEx, PrepareForAccess and EndAccess name the server only when vmxSpec
-// is set, whatever serverName holds.
-TEST_F(BindingTest, ServerIsNamedOnlyWhenVmxSpecIsSet) {
-    Install();
-    vixDiskLibGlue disk;
-    ASSERT_TRUE(disk.OK());
-    ASSERT_EQ(disk.VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr), VIX_OK);
     const struct {
         const char *vmxSpec;
         const char *serverName;
@@ -123,7 +117,6 @@ TEST_F(BindingTest, ServerIsNamedOnlyWhenVmxSpecIsSet) {
         params.vmxSpec = const_cast<char *>(c.vmxSpec);
         params.serverName = const_cast<char *>(c.serverName);
         log.Clear();
-        VixDiskLibConnection connection = nullptr;
         ASSERT_EQ(disk.VixDiskLib_ConnectEx(&params, 1, nullptr, nullptr, &connection), VIX_OK);
         disk.VixDiskLib_PrepareForAccess(&params, "diskBroker");
         disk.VixDiskLib_EndAccess(&params, "diskBroker");

@@ -1,14 +1,10 @@
-// libFuzzer target: the stand-in's VMDK descriptor parser, built natively
-// with AddressSanitizer and UndefinedBehaviorSanitizer. Whatever the text, a
-// parse either fails or gives extents whose sizes and offsets stay within
+// libFuzzer target: the stand-in's VMDK descriptor parser. Whatever the text,
+// a parse either fails or gives extents whose sizes and offsets stay within
 // the bound, and what it gives serializes and parses back to the same extents.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
-
 #include <string>
 
 #include "descriptor.h"
+#include "fuzz_target.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string text(reinterpret_cast<const char *>(data), size);

@@ -1,13 +1,9 @@
 // libFuzzer target: the number parser of the extent-list walk (offsets and
-// lengths), built natively with AddressSanitizer and UndefinedBehaviorSanitizer.
-// Each input byte becomes one character; the parser must agree with a plain
-// reference: optional XML blanks, decimal digits only, at most 2^64 - 1.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
-
+// lengths). Each input byte becomes one character; the parser must agree with
+// a plain reference: optional XML blanks, decimal digits only, at most 2^64 - 1.
 #include <string>
 
+#include "fuzz_target.h"
 #include "number_text.h"
 
 namespace {
@@ -16,15 +12,8 @@ bool Reference(const std::wstring &text, uint64_t &value) {
     size_t begin = 0, end = text.size();
     while (begin < end && skxml::IsXmlSpace(text[begin])) ++begin;
     while (end > begin && skxml::IsXmlSpace(text[end - 1])) --end;
-    if (begin == end) return false;
-    unsigned __int128 result = 0;
-    for (size_t i = begin; i < end; ++i) {
-        if (text[i] < L'0' || text[i] > L'9') return false;
-        result = result * 10 + unsigned(text[i] - L'0');
-        if (result > UINT64_MAX) return false;
-    }
-    value = static_cast<uint64_t>(result);
-    return true;
+    size_t i = begin;
+    return fuzzref::Decimal(text, i, value) && i == end;
 }
 
 }  // namespace

@@ -1,17 +1,14 @@
 // libFuzzer target: the local-chain relinking of a child disk's embedded
-// descriptor, on a whole file image, built natively with AddressSanitizer and
-// UndefinedBehaviorSanitizer. Whatever the bytes: the area is refused or lies
-// in the file; a rewrite fills exactly the area and still ends its text; the
-// rewritten child names the new parent exactly when it had a parent line; and
-// rewriting again changes nothing.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
+// descriptor, on a whole file image. Whatever the bytes: the area is refused
+// or lies in the file; a rewrite fills exactly the area and still ends its
+// text; the rewritten child names the new parent exactly when it had a parent
+// line; and rewriting again changes nothing.
 #include <string.h>
 
 #include <string>
 #include <vector>
 
+#include "fuzz_target.h"
 #include "vmdk_descriptor.h"
 
 namespace {

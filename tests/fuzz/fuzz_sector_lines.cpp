@@ -1,6 +1,5 @@
-// libFuzzer target: the commit lists' texts, built natively with
-// AddressSanitizer and UndefinedBehaviorSanitizer. The first input byte picks
-// the size of the chunks a file's bytes arrive in; the rest is the file.
+// libFuzzer target: the commit lists' texts. The first input byte picks the
+// size of the chunks a file's bytes arrive in; the rest is the file.
 // - The scanner, fed in those chunks, must find what a plain reference finds
 //   splitting the whole text at its line ends: the sectors of the lines that
 //   are runs, the numbers of the first skipped lines, the count of skipped
@@ -9,52 +8,33 @@
 //   digits, no overflow, count 1 or more, not past sector 2^64 - 1), and the
 //   wide form, as commit lists arrive, with the narrow one.
 // - Runs written back as the library writes them scan to the same runs.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
-
 #include <algorithm>
 #include <string>
 #include <vector>
 
+#include "fuzz_target.h"
 #include "sector_text.h"
 
 namespace {
 
+using fuzzref::SameRuns;
 using sectormgr::RunLineScanner;
 using sectormgr::SectorRun;
 using sectormgr::SectorRuns;
 
 bool Blank(char c) { return c == ' ' || c == '\t'; }
 
-bool ReferenceNumber(const std::string &text, size_t &i, unsigned __int128 &value) {
-    const size_t start = i;
-    value = 0;
-    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
-        value = value * 10 + unsigned(text[i] - '0');
-        if (value > UINT64_MAX) return false;
-    }
-    return i != start;
-}
-
 bool ReferenceRun(std::string text, SectorRun &run) {
     while (!text.empty() && (Blank(text.back()) || text.back() == '\r')) text.pop_back();
     size_t i = 0;
     while (i < text.size() && Blank(text[i])) ++i;
-    unsigned __int128 start = 0, count = 0;
-    if (!ReferenceNumber(text, i, start) || i == text.size() || !Blank(text[i])) return false;
+    uint64_t start = 0, count = 0;
+    if (!fuzzref::Decimal(text, i, start) || i == text.size() || !Blank(text[i])) return false;
     while (i < text.size() && Blank(text[i])) ++i;
-    if (!ReferenceNumber(text, i, count) || i != text.size()) return false;
-    if (count == 0 || start + count - 1 > UINT64_MAX) return false;
-    run.first = static_cast<uint64_t>(start);
-    run.last = static_cast<uint64_t>(start + count - 1);
-    return true;
-}
-
-bool Same(const SectorRuns &a, const SectorRuns &b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (a[i].first != b[i].first || a[i].last != b[i].last) return false;
+    if (!fuzzref::Decimal(text, i, count) || i != text.size()) return false;
+    if (count == 0 || static_cast<unsigned __int128>(start) + count - 1 > UINT64_MAX) return false;
+    run.first = start;
+    run.last = start + count - 1;
     return true;
 }
 
@@ -84,7 +64,7 @@ Expected Reference(const std::string &text) {
         if (sectormgr::ParseRunText(one.data(), one.data() + one.size(), narrow) != parses ||
             sectormgr::ParseRunText(wide.data(), wide.data() + wide.size(), widened) != parses)
             abort();
-        if (parses && (!Same({narrow}, {run}) || !Same({widened}, {run}))) abort();
+        if (parses && (!SameRuns<SectorRuns>({narrow}, {run}) || !SameRuns<SectorRuns>({widened}, {run}))) abort();
         // A line longer than any run is written is skipped whatever it holds.
         const bool ok = parses && one.size() <= RunLineScanner::kMaxLineBytes;
         ++line;
@@ -110,20 +90,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     RunLineScanner scanner(runs);
     for (size_t at = 0; at < text.size(); at += chunk)
         scanner.Feed(text.data() + at, text.data() + std::min(text.size(), at + chunk));
-    if (!Same(Merged(runs), Merged(expected.runs)) || scanner.Skipped() != expected.skipped ||
+    if (!SameRuns(Merged(runs), Merged(expected.runs)) || scanner.Skipped() != expected.skipped ||
         scanner.FirstSkipped() != expected.firstSkipped || scanner.Torn() != expected.torn)
         abort();
     // Lines in order are merged as they come (and so may be a line that falls
     // inside the runs merged so far); what is called merged is.
     const bool inOrder = std::is_sorted(expected.runs.begin(), expected.runs.end(),
                                         [](const SectorRun &a, const SectorRun &b) { return a.first < b.first; });
-    if ((inOrder && !scanner.Merged()) || (scanner.Merged() && !Same(runs, Merged(runs)))) abort();
+    if ((inOrder && !scanner.Merged()) || (scanner.Merged() && !SameRuns(runs, Merged(runs)))) abort();
 
     std::string written;
     for (const SectorRun &run : runs) sectormgr::AppendRunLine(written, run);
     SectorRuns again;
     RunLineScanner rescan(again);
     rescan.Feed(written.data(), written.data() + written.size());
-    if (!Same(again, runs) || rescan.Skipped() != 0 || rescan.Torn()) abort();
+    if (!SameRuns(again, runs) || rescan.Skipped() != 0 || rescan.Torn()) abort();
     return 0;
 }

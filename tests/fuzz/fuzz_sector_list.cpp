@@ -1,22 +1,19 @@
-// libFuzzer target: the plain DiskChangeInfo scan, built natively with
-// AddressSanitizer and UndefinedBehaviorSanitizer. The input is the file.
+// libFuzzer target: the plain DiskChangeInfo scan. The input is the file.
 // - The scan must take exactly what a reference takes that first cuts the
 //   text into tags and whitespace and then checks the tags' sequence, and
 //   give the same runs and extent count; what it refuses leaves its outputs
 //   as they were.
 // - Runs it took, written back as extents, scan to the same runs.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
-
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "fuzz_target.h"
 #include "sector_listscan.h"
 
 namespace {
 
+using fuzzref::SameRuns;
 using sectormgr::SectorRun;
 using sectormgr::SectorRuns;
 
@@ -71,14 +68,8 @@ bool ParseTag(std::string inner, Tag &tag) {
 }
 
 bool Number(const std::string &text, uint64_t &value) {
-    unsigned __int128 v = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return false;
-        v = v * 10 + unsigned(c - '0');
-        if (v > UINT64_MAX) return false;
-    }
-    value = static_cast<uint64_t>(v);
-    return !text.empty();
+    size_t i = 0;
+    return fuzzref::Decimal(text, i, value) && i == text.size();
 }
 
 std::string Lower(std::string text) {
@@ -161,13 +152,6 @@ bool Reference(std::string text, SectorRuns &runs, uint64_t &extents) {
     return t == tags.size();
 }
 
-bool Same(const SectorRuns &a, const SectorRuns &b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (a[i].first != b[i].first || a[i].last != b[i].last) return false;
-    return true;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -182,11 +166,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const bool taken = sectormgr::ScanPlainChangeList(text.data(), text.data() + text.size(), runs, extents);
     if (taken != plain) abort();
     if (!taken) {
-        if (!Same(runs, {{7, 9}}) || extents != 12345) abort();
+        if (!SameRuns(runs, {{7, 9}}) || extents != 12345) abort();
         return 0;
     }
     expected.insert(expected.begin(), SectorRun{7, 9});
-    if (!Same(runs, expected) || extents != expectedExtents) abort();
+    if (!SameRuns(runs, expected) || extents != expectedExtents) abort();
 
     std::string written = "<DiskChangeInfo><area>";
     for (size_t i = 1; i < runs.size(); ++i)
@@ -195,7 +179,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     written += "</area></DiskChangeInfo>";
     SectorRuns again;
     if (!sectormgr::ScanPlainChangeList(written.data(), written.data() + written.size(), again, extents) ||
-        !Same(again, SectorRuns(runs.begin() + 1, runs.end())) || extents != runs.size() - 1)
+        !SameRuns(again, SectorRuns(runs.begin() + 1, runs.end())) || extents != runs.size() - 1)
         abort();
     return 0;
 }

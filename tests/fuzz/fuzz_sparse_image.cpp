@@ -1,16 +1,14 @@
 // libFuzzer target: the stand-in's hosted sparse extent layout (header,
-// embedded descriptor, grain directory and tables) on a whole file image,
-// built natively with AddressSanitizer and UndefinedBehaviorSanitizer. Whatever
-// the bytes, the image is refused or every lookup through its map lands inside
-// the image (reading there is checked by ASan), and never allocates beyond it.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
+// embedded descriptor, grain directory and tables) on a whole file image.
+// Whatever the bytes, the image is refused or every lookup through its map
+// lands inside the image (reading there is checked by ASan), and never
+// allocates beyond it.
 #include <string.h>
 
 #include <algorithm>
 #include <vector>
 
+#include "fuzz_target.h"
 #include "sparse_format.h"
 
 namespace {

@@ -1,15 +1,12 @@
-// libFuzzer target: the write cache's run table, built natively with
-// AddressSanitizer and UndefinedBehaviorSanitizer. The input picks a buffer
+// libFuzzer target: the write cache's run table. The input picks a buffer
 // size and a run capacity, then a stream of puts (a jump and a length each);
 // after every placement the buffer's bytes must be exactly the sectors its
 // runs name, in order, and the table within its room.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <vector>
 
+#include "fuzz_target.h"
 #include "vddkwritecache_runs.h"
 
 namespace {

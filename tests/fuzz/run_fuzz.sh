@@ -12,14 +12,18 @@ target=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/corpus"
-flags="-std=c++17 -g -O1 -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all"
+standin=$root/testing/vddk_standin/src
+broker=$root/engine/fsys/shared/diskbroker
 maxlen=4096
+# build <flags and sources the target needs>: builds $work/fuzz and moves there.
+build() {
+    clang++ -std=c++17 -g -O1 -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all "$@" \
+        "$root/tests/fuzz/fuzz_$target.cpp" -o "$work/fuzz"
+    cd "$work"
+}
 case $target in
 descriptor)
-    standin=$root/testing/vddk_standin/src
-    clang++ $flags -DVDDKSIM_TEXT_ONLY -I"$standin" "$standin/descriptor.cpp" \
-        "$root/tests/fuzz/fuzz_descriptor.cpp" -o "$work/fuzz"
-    cd "$work"
+    build -DVDDKSIM_TEXT_ONLY -I"$standin" "$standin/descriptor.cpp"
     for format in monolithicFlat twoGbMaxExtentFlat twoGbMaxExtentSparse; do
         qemu-img create -q -f vmdk -o subformat=$format "seed-$format.vmdk" 3G
         head -c 4096 "seed-$format.vmdk" | tr -d '\000' > "corpus/$format.txt"
@@ -32,8 +36,7 @@ descriptor)
     printf 'version=1\nRW 5 ZERO\n\v#RW 7 ZERO\n\f#RW 9 ZERO\n' > corpus/blanks.txt
     ;;
 extent_numbers)
-    clang++ $flags -I"$root/engine/base/skxml/src" "$root/tests/fuzz/fuzz_extent_numbers.cpp" -o "$work/fuzz"
-    cd "$work"
+    build -I"$root/engine/base/skxml/src"
     i=0
     for seed in 0 512 " 1536 " 18446744073709551615 18446744073709551616 -1 12abc; do
         i=$((i + 1))
@@ -41,28 +44,21 @@ extent_numbers)
     done
     ;;
 write_runs)
-    broker=$root/engine/fsys/shared/diskbroker
-    clang++ $flags -I"$broker" -I"$broker/include" "$root/tests/fuzz/fuzz_write_runs.cpp" -o "$work/fuzz"
-    cd "$work"
+    build -I"$broker" -I"$broker/include"
     printf '\003\002\001\010\001\010\005\100\000\020' > corpus/adjacent
     printf '\017\000\003\077\003\077\003\077' > corpus/jumps
     ;;
 sector_lines)
-    broker=$root/engine/fsys/shared/diskbroker
-    clang++ $flags -I"$broker" "$broker/sector_text.cpp" "$broker/sector_runs.cpp" \
-        "$root/tests/fuzz/fuzz_sector_lines.cpp" -o "$work/fuzz"
-    cd "$work"
+    build -I"$broker" "$broker/sector_text.cpp" "$broker/sector_runs.cpp"
     # The first byte is the chunk size the file arrives in (0: one chunk).
-    printf '\000%s' "0 8\r\n8 8\r\n" > corpus/written
-    printf '\003%s' "1 1\n 2  3 \r\n-5 3\n4 0\n18446744073709551615 1\n18446744073709551616 1\n" > corpus/edges
-    printf '\007%s' "99999999999999999999 1\n1 2 3\n\n12 4\r\n2 30" > corpus/torn
+    printf '\000%b' "0 8\r\n8 8\r\n" > corpus/written
+    printf '\003%b' "1 1\n 2  3 \r\n-5 3\n4 0\n18446744073709551615 1\n18446744073709551616 1\n" > corpus/edges
+    printf '\007%b' "99999999999999999999 1\n1 2 3\n\n12 4\r\n2 30" > corpus/torn
     # Once judged wrongly by this target: a line in order inside runs merged before.
-    printf '\002%s' "6  8\n8  8\n8 5\n6  8\n" > corpus/inside
+    printf '\002%b' "6  8\n8  8\n8 5\n6  8\n" > corpus/inside
     ;;
 sector_list)
-    broker=$root/engine/fsys/shared/diskbroker
-    clang++ $flags -I"$broker" "$broker/sector_listscan.cpp" "$root/tests/fuzz/fuzz_sector_list.cpp" -o "$work/fuzz"
-    cd "$work"
+    build -I"$broker" "$broker/sector_listscan.cpp"
     # As the library and the tool write lists, as the benches do, and the edges.
     printf '%b' '<?xml version="1.0" encoding="UTF-8"?>\r\n<DiskChangeInfo><area startoffset="0" startlength="4096">' \
         '<extent offset="512" length="1536"/><extent offset="0" length="100"/></area></DiskChangeInfo>\r\n' \
@@ -75,20 +71,17 @@ sector_list)
     printf '%b' '<DiskChangeInfo><area><extent offset="1&#48;" length="5&amp;"/></area></DiskChangeInfo>' \
         > corpus/references
     printf '<DiskChangeInfo/>' > corpus/empty
+    printf '<DiskChangeInfo><area><extent offset="" length="512"/></area></DiskChangeInfo>' > corpus/no-digits
     ;;
 sparse_image|local_chain)
     # Whole sparse files: a base, a child naming it, one with data grains, one
     # with zeroed grains (qemu-io writes them), and any input kept from a crash
     # (tests/fuzz/regressions/<target>/).
-    standin=$root/testing/vddk_standin/src
-    broker=$root/engine/fsys/shared/diskbroker
     if [ "$target" = sparse_image ]; then
-        clang++ $flags -DVDDKSIM_TEXT_ONLY -I"$standin" "$standin/sparse_format.cpp" "$standin/descriptor.cpp" \
-            "$root/tests/fuzz/fuzz_sparse_image.cpp" -o "$work/fuzz"
+        build -DVDDKSIM_TEXT_ONLY -I"$standin" "$standin/sparse_format.cpp" "$standin/descriptor.cpp"
     else
-        clang++ $flags -I"$broker" "$broker/vmdk_descriptor.cpp" "$root/tests/fuzz/fuzz_local_chain.cpp" -o "$work/fuzz"
+        build -I"$broker" "$broker/vmdk_descriptor.cpp"
     fi
-    cd "$work"
     head -c 65536 /dev/urandom > data.raw
     truncate -s 1M data.raw
     qemu-img convert -q -f raw -O vmdk data.raw corpus/data.vmdk

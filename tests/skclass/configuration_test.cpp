@@ -68,7 +68,7 @@ TEST_F(ConfigurationTest, ExpandableStringsComeBackAsStored) {
     EXPECT_EQ(config.Load(L"Bare", L""), L"abc");
 }
 
-TEST_F(ConfigurationTest, MultiStringsRoundTripAndRefuseEmptyElements) {
+TEST_F(ConfigurationTest, MultiStringsRoundTripRefuseEmptyElementsAndReadOddData) {
     const std::vector<wcstring> values{L"C:\\a", L"\u00FCber", L"x"};
     std::vector<wcstring> loaded{L"stale"};
     ASSERT_TRUE(config.SaveMultiString(L"Saved", values));
@@ -84,11 +84,8 @@ TEST_F(ConfigurationTest, MultiStringsRoundTripAndRefuseEmptyElements) {
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     ASSERT_TRUE(config.LoadMultiString(L"Saved", loaded));
     EXPECT_EQ(loaded, values);  // the refused save wrote nothing
-}
 
-TEST_F(ConfigurationTest, MultiStringReaderToleratesOddData) {
-    std::vector<wcstring> loaded;
-    // No final terminators at all.
+    // Odd data: no final terminators at all.
     ASSERT_EQ(sandbox.SetRaw(kKey, L"Bare", REG_MULTI_SZ, L"a\0b", 3 * sizeof(wchar_t)), ERROR_SUCCESS);
     ASSERT_TRUE(config.LoadMultiString(L"Bare", loaded));
     EXPECT_EQ(loaded, (std::vector<wcstring>{L"a", L"b"}));
@@ -129,9 +126,7 @@ TEST_F(ConfigurationTest, OpensKeysByModeAndSecondName) {
     EXPECT_EQ(reader.Load(L"Text", L""), L"hello");
 }
 
-TEST(Product, ReadsTheProductValueOnEveryCall) {
-    dbtest::RegistrySandbox sandbox;
-    ASSERT_TRUE(sandbox.Ok()) << sandbox.Error();
+TEST_F(ConfigurationTest, ProductIsReadOnEveryCall) {
     const wchar_t common[] = L"SOFTWARE\\Halvorn\\Common";
     EXPECT_EQ(CMS_GetProd(), 0);
     ASSERT_EQ(sandbox.SetDword(common, L"Product", 1), ERROR_SUCCESS);

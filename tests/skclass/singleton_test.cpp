@@ -65,7 +65,6 @@ TEST(Singleton, RefusesRecursiveCreationWithTheProductText) {
     EXPECT_TRUE(outerError.empty());
     EXPECT_EQ(g_innerResult, nullptr);
     EXPECT_EQ(g_innerError, L"singleton creation and/or destuction code can not be recursively called.");
-    EXPECT_STREQ(skclass::kSingletonRecursionError, g_innerError.c_str());
     skclass::ReleaseSingleton("test.recursive");
 }
 

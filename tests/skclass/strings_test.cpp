@@ -4,11 +4,21 @@
 
 namespace {
 
-TEST(Utf8, RoundTripsBmpAndSupplementaryCharacters) {
+// BMP and supplementary characters round-trip; embedded NULs are kept when a
+// length is given; null is empty; an unpaired surrogate encodes as U+FFFD.
+TEST(Utf8, RoundTripsKeepsNulsAndReplacesUnpairedSurrogates) {
     const std::wstring text = L"Gr\u00FC\u00DFe \u20AC \U0001F600 \u4E2D";
     const cstring utf8 = cstring::ToUtf8(text);
     EXPECT_EQ(utf8, "Gr\xC3\xBC\xC3\x9F" "e \xE2\x82\xAC \xF0\x9F\x98\x80 \xE4\xB8\xAD");
     EXPECT_EQ(wcstring::FromUtf8(utf8.c_str()), text);
+    EXPECT_EQ(wcstring::FromUtf8("a\0b", 3), std::wstring(L"a\0b", 3));
+    EXPECT_EQ(cstring::ToUtf8(L"a\0b", 3), std::string("a\0b", 3));
+    EXPECT_EQ(wcstring::FromUtf8("a\0b"), L"a");
+    EXPECT_TRUE(wcstring::FromUtf8(nullptr).empty());
+    EXPECT_TRUE(cstring::ToUtf8(nullptr).empty());
+    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"x\xD800y")), "x\xEF\xBF\xBDy");
+    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"\xDC00")), "\xEF\xBF\xBD");
+    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"end\xD83D")), "end\xEF\xBF\xBD");
 }
 
 TEST(Utf8, InvalidBytesBecomeOneReplacementEach) {
@@ -26,20 +36,6 @@ TEST(Utf8, InvalidBytesBecomeOneReplacementEach) {
         SCOPED_TRACE(testing::PrintToString(std::string(c.bytes, c.length)));
         EXPECT_EQ(wcstring::FromUtf8(c.bytes, c.length), c.expected);
     }
-}
-
-TEST(Utf8, KeepsEmbeddedNulsWhenGivenALengthAndAcceptsNull) {
-    EXPECT_EQ(wcstring::FromUtf8("a\0b", 3), std::wstring(L"a\0b", 3));
-    EXPECT_EQ(cstring::ToUtf8(L"a\0b", 3), std::string("a\0b", 3));
-    EXPECT_EQ(wcstring::FromUtf8("a\0b"), L"a");
-    EXPECT_TRUE(wcstring::FromUtf8(nullptr).empty());
-    EXPECT_TRUE(cstring::ToUtf8(nullptr).empty());
-}
-
-TEST(Utf8, UnpairedSurrogatesEncodeAsReplacement) {
-    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"x\xD800y")), "x\xEF\xBF\xBDy");
-    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"\xDC00")), "\xEF\xBF\xBD");
-    EXPECT_EQ(cstring::ToUtf8(std::wstring(L"end\xD83D")), "end\xEF\xBF\xBD");
 }
 
 TEST(Ansi, FollowsTheSystemCodePage) {

@@ -59,12 +59,6 @@ protected:
         // A test that found a hang leaks the worker rather than hang here too.
         if (HasFailure()) worker.release();
     }
-    // Runs Invoke on a thread of its own; true if it returned in time.
-    bool InvokeOnOtherThread(ThreadCall &call) {
-        skclass::UniqueHandle returned = NewEvent();
-        std::thread([&call, event = returned.get()] { call.Invoke(); SetEvent(event); }).detach();
-        return Signalled(returned);
-    }
     std::unique_ptr<WorkerThread> worker = std::make_unique<WorkerThread>(0, L"testWorker");
 };
 
@@ -93,7 +87,7 @@ TEST_F(WorkerThreadTest, ACallMadeOnTheWorkerThreadRunsAtOnce) {
         FunctionCall inner(worker.get(), [&] { innerThread = GetCurrentThreadId(); });
         inner.Invoke();
     });
-    ASSERT_TRUE(InvokeOnOtherThread(outer));
+    ASSERT_TRUE(RunsWithin([&] { outer.Invoke(); }));
     EXPECT_TRUE(outer.Queued());
     EXPECT_EQ(outerThread, worker->ThreadId());
     EXPECT_EQ(innerThread, worker->ThreadId());
@@ -127,10 +121,10 @@ TEST_F(WorkerThreadTest, StopRunsTheQueuedCallsAndRefusesLaterOnes) {
 
 TEST_F(WorkerThreadTest, AnExecuteThatThrowsStillReleasesItsCaller) {
     FunctionCall throwing(worker.get(), [] { throw std::runtime_error("VDDK went away"); });
-    ASSERT_TRUE(InvokeOnOtherThread(throwing));
+    ASSERT_TRUE(RunsWithin([&] { throwing.Invoke(); }));
     bool ran = false;
     FunctionCall next(worker.get(), [&] { ran = true; });
-    ASSERT_TRUE(InvokeOnOtherThread(next));
+    ASSERT_TRUE(RunsWithin([&] { next.Invoke(); }));
     EXPECT_TRUE(ran);
 }
 

@@ -39,7 +39,9 @@ protected:
 };
 
 TEST_F(SklogFile, WritesOneTimestampedLinePerCallCreatingTheFolder) {
+    SetLastError(1234);  // callers log, then report their error
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"hello %s", L"w\x00f6rld");
+    EXPECT_EQ(GetLastError(), 1234u) << "kept across creating the folders and the file";
     SK_Zprintf_2(L"d:\\x\\other.cpp", 0, L"second");
     std::vector<std::string> lines = SplitLines(dbtest::ReadWholeFile(logPath_));
     ASSERT_EQ(lines.size(), 2u);

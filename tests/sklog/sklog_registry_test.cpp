@@ -33,33 +33,26 @@ protected:
     dbtest::TempDir folder;
 };
 
-TEST_F(SklogRegistry, DataPathOfTheMainProductWithTrailingBackslashesStripped) {
+// "Data Path" of the product that "Product" names, trailing backslashes
+// stripped, read once until reset; drive C when it is missing or empty.
+TEST_F(SklogRegistry, DataPathOfTheNamedProductOrDriveC) {
+    const std::wstring inData = folder.Path() + L"\\Logs\\diskBroker.log";
+    EXPECT_EQ(CurrentLogPath(), L"C:\\Logs\\diskBroker.log") << "no value";
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", L""), ERROR_SUCCESS);
+    SK_SetLogFilePath(nullptr);  // read the registry again
+    EXPECT_EQ(CurrentLogPath(), L"C:\\Logs\\diskBroker.log") << "an empty value";
     ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", folder.Path() + L"\\\\"), ERROR_SUCCESS);
     ASSERT_EQ(registry.SetString(kSiblingMiscKey, L"Data Path", L"X:\\wrong"), ERROR_SUCCESS);
-    const std::wstring expected = folder.Path() + L"\\Logs\\diskBroker.log";
-    EXPECT_EQ(CurrentLogPath(), expected);
+    SK_SetLogFilePath(nullptr);
+    EXPECT_EQ(CurrentLogPath(), inData) << "the main product's";
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"first line");
-    EXPECT_NE(GetFileAttributesW(expected.c_str()), INVALID_FILE_ATTRIBUTES) << "folder and file created";
-}
-
-TEST_F(SklogRegistry, DataPathOfTheSiblingProduct) {
+    EXPECT_NE(GetFileAttributesW(inData.c_str()), INVALID_FILE_ATTRIBUTES) << "folder and file created";
+    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", L"X:\\later"), ERROR_SUCCESS);
+    EXPECT_EQ(CurrentLogPath(), inData) << "read once until reset";
     ASSERT_EQ(registry.SetDword(kProductKey, L"Product", 1), ERROR_SUCCESS);
     ASSERT_EQ(registry.SetString(kSiblingMiscKey, L"Data Path", folder.Path()), ERROR_SUCCESS);
-    EXPECT_EQ(CurrentLogPath(), folder.Path() + L"\\Logs\\diskBroker.log");
-}
-
-TEST_F(SklogRegistry, DefaultsToDriveC) {
-    EXPECT_EQ(CurrentLogPath(), L"C:\\Logs\\diskBroker.log");
-    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", L""), ERROR_SUCCESS);
     SK_SetLogFilePath(nullptr);
-    EXPECT_EQ(CurrentLogPath(), L"C:\\Logs\\diskBroker.log");
-}
-
-TEST_F(SklogRegistry, ReadOnceUntilReset) {
-    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", folder.Path()), ERROR_SUCCESS);
-    const std::wstring first = CurrentLogPath();
-    ASSERT_EQ(registry.SetString(kMainMiscKey, L"Data Path", L"X:\\later"), ERROR_SUCCESS);
-    EXPECT_EQ(CurrentLogPath(), first);
+    EXPECT_EQ(CurrentLogPath(), inData) << "the sibling product's";
 }
 
 }  // namespace

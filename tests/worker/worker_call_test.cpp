@@ -63,18 +63,9 @@ TEST_F(WorkerTest, CallsMadeOnTheWorkerThreadRunAtOnce) {
     EXPECT_EQ(worker->VixDiskLib_Close(handle, nullptr), VIX_OK);
 }
 
-TEST_F(WorkerTest, GetErrorTextDecodesTheTextAndFreesItThroughTheWorker) {
-    Install();
-    StartWorker();
-    wcstring text = L"canary";
-    worker->GetErrorText(VIX_E_DISK_OUTOFRANGE, text);
-    EXPECT_EQ(text, L"Sector range out of bounds");
-    EXPECT_EQ(Calls("VixDiskLib_GetErrorText"), 1u);
-    EXPECT_EQ(Calls("VixDiskLib_FreeErrorText"), 1u);
-}
-
-// Nothing installed: the bindings refuse, and the text asked for stays as it was.
-TEST_F(WorkerTest, WorkerWithoutLibraryLeavesTheTextAlone) {
+// Nothing installed: the bindings refuse, and the text asked for stays as it
+// was. Then with the library: the text decoded, and freed through the worker.
+TEST_F(WorkerTest, GetErrorTextLeavesTheTextAloneWithoutALibraryAndFreesItThroughTheWorker) {
     worker = std::make_unique<vixWorkerThread>(false);
     log.Clear();
     wcstring text = L"canary";
@@ -82,6 +73,12 @@ TEST_F(WorkerTest, WorkerWithoutLibraryLeavesTheTextAlone) {
     EXPECT_EQ(text, L"canary");
     EXPECT_EQ(log.Lines(), std::vector<std::wstring>{
                                L"vixDiskLibGlue: Uninitialized function pointer for: VixDiskLib_GetErrorText. "});
+    Install();
+    StartWorker();
+    worker->GetErrorText(VIX_E_DISK_OUTOFRANGE, text);
+    EXPECT_EQ(text, L"Sector range out of bounds");
+    EXPECT_EQ(Calls("VixDiskLib_GetErrorText"), 1u);
+    EXPECT_EQ(Calls("VixDiskLib_FreeErrorText"), 1u);
 }
 
 // Read and Close records carry the handle's statistics to the binding.

@@ -1,5 +1,7 @@
 #include "worker_fixture.h"
 
+#include <dbtest/wait.h>
+
 namespace workertest {
 
 void WorkerTest::TearDown() {
@@ -27,30 +29,10 @@ VixDiskLibHandle WorkerTest::OpenMemDisk(const std::string &name, bool impersona
     return handle;
 }
 
-namespace {
-
-struct JobThread {
-    std::function<void()> body;
-    static DWORD WINAPI Main(void *self) {
-        static_cast<JobThread *>(self)->body();
-        return 0;
-    }
-};
-
-}  // namespace
-
 ::testing::AssertionResult WorkerTest::RunOnJobThread(std::function<void()> body) {
-    auto job = std::make_unique<JobThread>();
-    job->body = std::move(body);
-    skclass::UniqueHandle thread(CreateThread(nullptr, 0, &JobThread::Main, job.get(), 0, nullptr));
-    if (!thread) return ::testing::AssertionFailure() << "CreateThread failed: " << GetLastError();
-    if (WaitForSingleObject(thread.get(), kTimeoutMs) != WAIT_OBJECT_0) {
-        job.release();
-        thread.release();
-        abandoned = true;
-        return ::testing::AssertionFailure() << "the job thread did not finish within " << kTimeoutMs << " ms";
-    }
-    return ::testing::AssertionSuccess();
+    if (dbtest::RunsWithin(std::move(body), kTimeoutMs)) return ::testing::AssertionSuccess();
+    abandoned = true;
+    return ::testing::AssertionFailure() << "the job thread did not finish within " << kTimeoutMs << " ms";
 }
 
 ::testing::AssertionResult WorkerTest::RunImpersonating(std::function<void()> body, bool *impersonated) {

@@ -1,6 +1,8 @@
 // Bounded waits for tests: one timeout for what must happen, events to wait on.
 #pragma once
 #include <functional>
+#include <memory>
+#include <thread>
 #include <skclass_mini/handles.h>
 
 namespace dbtest {
@@ -25,6 +27,19 @@ inline bool Eventually(const std::function<bool()> &condition) {
         SwitchToThread();
     }
     return true;
+}
+
+// Runs body on a thread of its own and waits for its end at most
+// milliseconds. False when it did not end: the thread is then left behind,
+// still running body, so a hang fails the test instead of hanging it (keep
+// what body uses alive on the heap, or abandon it with the thread).
+inline bool RunsWithin(std::function<void()> body, DWORD milliseconds = kTimeoutMs) {
+    auto ended = std::make_shared<skclass::UniqueHandle>(NewEvent());
+    std::thread([body = std::move(body), ended] {
+        body();
+        SetEvent(ended->get());
+    }).detach();
+    return Signalled(*ended, milliseconds);
 }
 
 }  // namespace dbtest
