@@ -2,6 +2,8 @@
 //   leave-alive      start the worker singleton and return from main
 //   busy-at-exit     also leave a call running on the worker when main returns
 //   release-and-free release the singleton, stop the worker, FreeLibrary
+//   crash            an access violation no handler takes, with the worker
+//                    and a blocked thread alive (exit code 70 expected)
 // Exit code 0 = the scenario ran to its end; anything else = where it failed.
 #include <string.h>
 #include <thread>
@@ -51,6 +53,11 @@ int main(int argc, char **argv) {
     if (Export(module, "StartHeldWorker")() != 1) return 4;
     if (strcmp(argv[1], "leave-alive") == 0) return 0;
     if (strcmp(argv[1], "busy-at-exit") == 0) return LeaveBusyWorker();
+    if (strcmp(argv[1], "crash") == 0) {
+        if (LeaveBusyWorker() != 0) return 9;
+        RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
+        return 0;
+    }
     if (strcmp(argv[1], "release-and-free") == 0) {
         if (Export(module, "StopHeldWorker")() != 1) return 7;
         if (!FreeLibrary(module)) return 8;

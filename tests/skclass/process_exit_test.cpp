@@ -1,5 +1,6 @@
 // A process that leaves a started worker-thread singleton alive must end
-// promptly and cleanly; one that shuts it down and frees the DLL must return.
+// promptly and cleanly; one that shuts it down and frees the DLL must return;
+// one that crashes must say so and never end with exit code 0.
 #include <gtest/gtest.h>
 
 #include <dbtest/child_process.h>
@@ -18,6 +19,15 @@ TEST(ProcessExit, EndsPromptlyWithTheWorkerIdleOrInsideACallOrReleasedAndFreed) 
         ASSERT_TRUE(helper.Started()) << "CreateProcessW failed: " << helper.StartError();
         EXPECT_EQ(helper.Finish(kTimeoutMs), 0) << "-1: the helper did not end within " << kTimeoutMs << " ms";
     }
+}
+
+// Under Wine a crash in a process with several threads could end it with exit
+// code 0; the test programs' exit on crash makes it 70, with a line saying what.
+TEST(ProcessExit, ACrashEndsWithItsOwnExitCodeAndALine) {
+    dbtest::ChildProcess helper(L"skclass_exit_helper.exe", L"crash", true);
+    ASSERT_TRUE(helper.Started()) << "CreateProcessW failed: " << helper.StartError();
+    EXPECT_EQ(helper.Finish(kTimeoutMs), 70);
+    EXPECT_NE(helper.Output().find("unhandled exception 0xC0000005 at 0x"), std::string::npos) << helper.Output();
 }
 
 }  // namespace
