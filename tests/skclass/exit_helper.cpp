@@ -4,7 +4,9 @@
 //   release-and-free release the singleton, stop the worker, FreeLibrary
 //   crash            an access violation no handler takes, with the worker
 //                    and a blocked thread alive (exit code 70 expected)
+//   hang             a line of output, then never end
 // Exit code 0 = the scenario ran to its end; anything else = where it failed.
+#include <stdio.h>
 #include <string.h>
 #include <thread>
 #include <skclass_mini/workerthread.h>
@@ -53,6 +55,11 @@ int main(int argc, char **argv) {
     if (Export(module, "StartHeldWorker")() != 1) return 4;
     if (strcmp(argv[1], "leave-alive") == 0) return 0;
     if (strcmp(argv[1], "busy-at-exit") == 0) return LeaveBusyWorker();
+    if (strcmp(argv[1], "hang") == 0) {
+        puts("hanging");
+        fflush(stdout);
+        Sleep(INFINITE);
+    }
     if (strcmp(argv[1], "crash") == 0) {
         if (LeaveBusyWorker() != 0) return 9;
         RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);

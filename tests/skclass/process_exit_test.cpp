@@ -30,4 +30,13 @@ TEST(ProcessExit, ACrashEndsWithItsOwnExitCodeAndALine) {
     EXPECT_NE(helper.Output().find("unhandled exception 0xC0000005 at 0x"), std::string::npos) << helper.Output();
 }
 
+// A child that hangs with its output open fails its wait at the bound (and is
+// killed), with what it wrote, instead of holding the test until CTest's end.
+TEST(ProcessExit, AHungChildFailsTheBoundedWait) {
+    dbtest::ChildProcess helper(L"skclass_exit_helper.exe", L"hang", true);
+    ASSERT_TRUE(helper.Started()) << "CreateProcessW failed: " << helper.StartError();
+    EXPECT_EQ(helper.Finish(500), -1);
+    EXPECT_NE(helper.Output().find("hanging"), std::string::npos) << helper.Output();
+}
+
 }  // namespace

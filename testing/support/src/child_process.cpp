@@ -4,6 +4,15 @@
 
 namespace dbtest {
 
+namespace {
+
+DWORD WINAPI ReadToTheEnd(void *child) {
+    static_cast<ChildProcess *>(child)->ReadUntilLine("\x01never");
+    return 0;
+}
+
+}  // namespace
+
 ChildProcess::ChildProcess(const std::wstring &program, const std::wstring &arguments, bool captureOutput) {
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
@@ -55,11 +64,15 @@ bool ChildProcess::ReadUntilLine(const std::string &marker) {
 
 int64_t ChildProcess::Finish(DWORD timeoutMs) {
     if (!process_) return -2;
-    ReadUntilLine("\x01never");
-    if (WaitForSingleObject(process_.get(), timeoutMs) != WAIT_OBJECT_0) {
-        Kill(timeoutMs);
-        return -1;
-    }
+    // The rest of the output is read beside the bounded wait, so a child that
+    // hangs with its output open fails the test instead of holding it; once
+    // the child is gone, so is its end of the pipe, and the read ends.
+    skclass::UniqueHandle reader(out_ ? CreateThread(nullptr, 0, ReadToTheEnd, this, 0, nullptr) : nullptr);
+    if (out_ && !reader) ReadUntilLine("\x01never");
+    const bool ended = WaitForSingleObject(process_.get(), timeoutMs) == WAIT_OBJECT_0;
+    if (!ended) Kill(timeoutMs);
+    if (reader) WaitForSingleObject(reader.get(), INFINITE);
+    if (!ended) return -1;
     DWORD code = 0;
     GetExitCodeProcess(process_.get(), &code);
     return code;

@@ -26,7 +26,7 @@ public:
     HANDLE Process() const { return process_.get(); }
     // Reads output until a line contains marker; false at the end of the output.
     bool ReadUntilLine(const std::string &marker);
-    // Reads the rest of the output, then waits up to timeoutMs for the end: the
+    // Waits up to timeoutMs for the end, reading the rest of the output: the
     // exit code; -1 when it did not end (it is killed then), -2 when it never started.
     int64_t Finish(DWORD timeoutMs);
     // Stops the child where it is (so it cannot end by itself meanwhile), kills it
