@@ -23,6 +23,11 @@ if(DISKBROKER_BUILD_TESTS)
   endif()
 endif()
 
+# What Wine prints when a process crashes without our exit on crash (a program
+# that has none, or a crash it cannot handle): the test fails whatever its
+# exit code says.
+set(DISKBROKER_WINE_CRASH "wine: Unhandled|Unhandled exception:")
+
 # diskbroker_exit_on_crash(<target>)
 # A program that crashes ends with exit code 70 instead of what Wine makes of
 # the crash (0 at times, which would pass the test).
@@ -45,7 +50,8 @@ function(diskbroker_add_test name)
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES
     TIMEOUT ${DISKBROKER_TEST_TIMEOUT}
-    ENVIRONMENT "DISKBROKER_WINEPREFIX=${DISKBROKER_WINEPREFIX}")
+    ENVIRONMENT "DISKBROKER_WINEPREFIX=${DISKBROKER_WINEPREFIX}"
+    FAIL_REGULAR_EXPRESSION "${DISKBROKER_WINE_CRASH}")
   if(CMAKE_CROSSCOMPILING)
     set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED wine)
   endif()
@@ -67,6 +73,7 @@ function(diskbroker_add_wine_script name script program)
     TIMEOUT ${DISKBROKER_TEST_TIMEOUT}
     FIXTURES_REQUIRED "${fixtures}"
     ENVIRONMENT "DISKBROKER_WINEPREFIX=${DISKBROKER_WINEPREFIX}"
+    FAIL_REGULAR_EXPRESSION "${DISKBROKER_WINE_CRASH}"
     ${S_PROPERTIES})
 endfunction()
 
