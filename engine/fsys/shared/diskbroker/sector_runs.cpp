@@ -2,8 +2,11 @@
 #include "sector_runs.h"
 
 #include <stdint.h>
+#include <string.h>
 
 #include <algorithm>
+#include <memory>
+#include <new>
 #include <utility>
 
 namespace sectormgr {
@@ -14,112 +17,111 @@ namespace {
 // commits without querying keeps memory near the merged size.
 constexpr size_t kPendingFloor = 4096;
 
+// Below this many runs a comparison sort is as quick as the radix sort.
+constexpr size_t kRadixFloor = 2048;
+
 bool ByFirst(const SectorRun &a, const SectorRun &b) { return a.first < b.first; }
 
-// The radix sort by first sector. A range larger than the cache is split in
-// place into buckets by its top differing bits: each run is read and written
-// once, and no second copy of a large set is allocated (fresh memory costs a
-// page fault per 4 KiB, more than the pass itself). A range that fits the
-// cache sorts by its low digits first through a small scratch. Only the bits
-// in which a range's starts differ are looked at: the high bits of a disk's
-// sectors, and the low bits of aligned writes, are the same in every run.
-constexpr size_t kCachedRuns = 4096;      // 64 KiB
-constexpr size_t kComparedRuns = 64;      // fewer are sorted by comparison
-constexpr unsigned kSplitDigitBits = 10;  // more buckets per split miss the translation cache
-constexpr unsigned kCachedDigitBits = 11;
+// A radix pass sorts by at most this many bits: the buckets' staging lines
+// (64 bytes each) then stay in the second-level cache, and 24 bits that differ
+// (a million runs over a disk) take two passes, not three.
+constexpr unsigned kMostDigitBits = 12;
+// Runs staged per bucket: one cache line's worth.
+constexpr unsigned kStagedRuns = 4;
 
-struct SortSpace {
-    SectorRuns scratch;
-    std::vector<size_t> counts;
+struct alignas(64) StagedLine {
+    SectorRun runs[kStagedRuns];
 };
 
-// The bits [low, high) in which the starts of the runs differ; false when
-// they are all the same.
-bool DifferingBits(const SectorRun *runs, size_t count, unsigned &low, unsigned &high) {
-    const uint64_t base = runs[0].first;
-    uint64_t differ = 0;
-    for (size_t i = 0; i < count; ++i) differ |= runs[i].first ^ base;
-    if (differ == 0) return false;
-    for (low = 0; !((differ >> low) & 1); ++low) {}
-    for (high = 64; !((differ >> (high - 1)) & 1); --high) {}
-    return true;
-}
+// Room for runs that is written before it is read, so it is not cleared first
+// (clearing it would be one more pass over all of it).
+struct FreeRoom {
+    void operator()(SectorRun *room) const { ::operator delete(room); }
+};
+using RunRoom = std::unique_ptr<SectorRun, FreeRoom>;
 
-// Least-significant digit first over bits [low, high), each pass a counting
-// sort between the range and the scratch.
-void SortCached(SectorRun *runs, size_t count, unsigned low, unsigned high, SortSpace &space) {
-    const unsigned passes = (high - low + kCachedDigitBits - 1) / kCachedDigitBits;
-    const unsigned bits = (high - low + passes - 1) / passes;
-    const uint64_t mask = (uint64_t(1) << bits) - 1;
-    if (space.scratch.size() < count) space.scratch.resize(kCachedRuns);
-    space.counts.resize(size_t(1) << bits);
-    size_t *next = space.counts.data();
-    SectorRun *from = runs, *to = space.scratch.data();
-    for (unsigned pass = 0; pass < passes; ++pass) {
-        const unsigned shift = low + pass * bits;
-        std::fill(space.counts.begin(), space.counts.end(), 0);
-        for (size_t i = 0; i < count; ++i) ++next[(from[i].first >> shift) & mask];
-        size_t total = 0;
-        for (size_t &bucket : space.counts) total += std::exchange(bucket, total);
-        for (size_t i = 0; i < count; ++i) to[next[(from[i].first >> shift) & mask]++] = from[i];
-        std::swap(from, to);
-    }
-    if (from != runs) std::copy(from, from + count, runs);
-}
+RunRoom NewRunRoom(size_t count) { return RunRoom(static_cast<SectorRun *>(::operator new(count * sizeof(SectorRun)))); }
 
-// Moves every run of the range into its bucket by the digit at shift, in
-// place: each run taken out is swapped into its bucket's next place until
-// one belongs where the walk started. counts: one per bucket, zero on entry.
-void SplitInPlace(SectorRun *runs, size_t count, unsigned shift, std::vector<size_t> &counts) {
-    const uint64_t mask = counts.size() - 1;
-    for (size_t i = 0; i < count; ++i) ++counts[(runs[i].first >> shift) & mask];
-    std::vector<size_t> next(counts.size()), end(counts.size());
-    size_t at = 0;
-    for (size_t bucket = 0; bucket < counts.size(); ++bucket) {
-        next[bucket] = at;
-        at += counts[bucket];
-        end[bucket] = at;
-    }
-    for (size_t bucket = 0; bucket < counts.size(); ++bucket) {
-        while (next[bucket] < end[bucket]) {
-            SectorRun run = runs[next[bucket]];
-            size_t home = static_cast<size_t>((run.first >> shift) & mask);
-            while (home != bucket) {
-                std::swap(run, runs[next[home]++]);
-                home = static_cast<size_t>((run.first >> shift) & mask);
-            }
-            runs[next[bucket]++] = run;
+// One pass of the radix sort: the runs of from, by the digit at shift, into
+// to at the buckets' next places, counting the following pass's digit on the
+// way (when nextCounts is set). Each bucket's runs gather in a staging line
+// and reach memory a whole line at a time, so thousands of buckets cost no
+// more than 256: scattered single stores would miss the translation cache at
+// almost every step.
+struct DigitPass {
+    unsigned shift = 0;
+    uint64_t mask = 0;
+    size_t *next = nullptr;        // per bucket: where its next run goes
+    size_t *nextCounts = nullptr;  // per bucket of the following pass, or null
+    unsigned nextShift = 0;
+};
+
+void ScatterByDigit(const SectorRun *from, size_t count, SectorRun *to, const DigitPass &pass,
+                    std::vector<StagedLine> &staged, std::vector<unsigned> &fill) {
+    std::fill(fill.begin(), fill.end(), 0u);
+    for (const SectorRun *run = from; run != from + count; ++run) {
+        if (pass.nextCounts) ++pass.nextCounts[(run->first >> pass.nextShift) & pass.mask];
+        const size_t bucket = static_cast<size_t>((run->first >> pass.shift) & pass.mask);
+        unsigned &filled = fill[bucket];
+        staged[bucket].runs[filled] = *run;
+        if (++filled == kStagedRuns) {
+            memcpy(to + pass.next[bucket], staged[bucket].runs, sizeof(StagedLine));
+            pass.next[bucket] += kStagedRuns;
+            filled = 0;
         }
     }
+    for (size_t bucket = 0; bucket < fill.size(); ++bucket)
+        memcpy(to + pass.next[bucket], staged[bucket].runs, fill[bucket] * sizeof(SectorRun));
 }
 
-void SortRange(SectorRun *runs, size_t count, SortSpace &space) {
-    if (count < kComparedRuns) {
-        std::sort(runs, runs + count, ByFirst);
-        return;
-    }
-    unsigned low = 0, high = 0;
-    if (!DifferingBits(runs, count, low, high)) return;
-    if (count <= kCachedRuns) {
-        SortCached(runs, count, low, high, space);
-        return;
-    }
-    // A bucket's runs agree from shift up, so each split leaves fewer bits.
-    const unsigned bits = std::min(kSplitDigitBits, high - low);
-    const unsigned shift = high - bits;
-    std::vector<size_t> counts(size_t(1) << bits);
-    SplitInPlace(runs, count, shift, counts);
-    for (size_t bucketCount : counts) {
-        SortRange(runs, bucketCount, space);
-        runs += bucketCount;
-    }
-}
-
+// Least-significant-digit radix sort by first sector, over only the bits in
+// which the runs differ (the high bits of any real disk's sectors, and the low
+// ones of aligned writes, are the same in every run): a million runs loaded
+// from a file sort in two or three linear passes.
 void SortByFirst(SectorRuns &runs) {
-    // A compacted file, and commits of a pass that streams in order, come sorted.
-    if (std::is_sorted(runs.begin(), runs.end(), ByFirst)) return;
-    SortSpace space;
-    SortRange(runs.data(), runs.size(), space);
+    if (runs.size() < kRadixFloor) {
+        if (!std::is_sorted(runs.begin(), runs.end(), ByFirst)) std::sort(runs.begin(), runs.end(), ByFirst);
+        return;
+    }
+    // One read tells whether the runs are in order already (a compacted file,
+    // commits of a pass that streams in disk order) and which bits differ.
+    const uint64_t base = runs.front().first;
+    uint64_t previous = base, differ = 0;
+    bool sorted = true;
+    for (const SectorRun &run : runs) {
+        sorted &= previous <= run.first;
+        differ |= run.first ^ base;
+        previous = run.first;
+    }
+    if (sorted) return;
+    unsigned low = 0, high = 64;  // differ has a bit set, or the runs were sorted
+    while (!((differ >> low) & 1)) ++low;
+    while (!((differ >> (high - 1)) & 1)) --high;
+    const unsigned passes = (high - low + kMostDigitBits - 1) / kMostDigitBits;
+    const unsigned digitBits = (high - low + passes - 1) / passes;
+    const size_t buckets = size_t(1) << digitBits;
+    const uint64_t mask = buckets - 1;
+    std::vector<size_t> counts(passes * buckets);
+    for (const SectorRun &run : runs) ++counts[(run.first >> low) & mask];
+    RunRoom room = NewRunRoom(runs.size());
+    std::vector<StagedLine> staged(buckets);
+    std::vector<unsigned> fill(buckets);
+    SectorRun *from = runs.data(), *to = room.get();
+    for (unsigned p = 0; p < passes; ++p) {
+        DigitPass pass;
+        pass.shift = low + p * digitBits;
+        pass.mask = mask;
+        pass.next = &counts[p * buckets];
+        if (p + 1 < passes) {
+            pass.nextCounts = &counts[(p + 1) * buckets];
+            pass.nextShift = pass.shift + digitBits;
+        }
+        size_t total = 0;
+        for (size_t bucket = 0; bucket < buckets; ++bucket) total += std::exchange(pass.next[bucket], total);
+        ScatterByDigit(from, runs.size(), to, pass, staged, fill);
+        std::swap(from, to);
+    }
+    if (from != runs.data()) memcpy(runs.data(), from, runs.size() * sizeof(SectorRun));
 }
 
 // Merges a sorted sequence in place; every overlap or touch joins two runs.
