@@ -157,13 +157,6 @@ uint64_t CountSectors(const SectorRuns &runs) {
     return total;
 }
 
-bool MakeRun(uint64_t start, uint64_t count, SectorRun &run) {
-    if (count == 0 || count - 1 > UINT64_MAX - start) return false;
-    run.first = start;
-    run.last = start + (count - 1);
-    return true;
-}
-
 void SectorRunSet::Add(const SectorRun &run) {
     pending_.push_back(run);
     if (pending_.size() > std::max(kPendingFloor, runs_.size())) Merge();

@@ -31,8 +31,13 @@ void ForEachCountedRun(const SectorRun &run, Emit emit) {
 uint64_t CountSectors(const SectorRuns &runs);
 
 // The run "start count" names, or false when count is 0 or the run would
-// pass sector 2^64 - 1.
-[[nodiscard]] bool MakeRun(uint64_t start, uint64_t count, SectorRun &run);
+// pass sector 2^64 - 1. Inline: the loader calls it once per line.
+[[nodiscard]] inline bool MakeRun(uint64_t start, uint64_t count, SectorRun &run) {
+    if (count == 0 || count - 1 > UINT64_MAX - start) return false;
+    run.first = start;
+    run.last = start + (count - 1);
+    return true;
+}
 
 // Runs added in any order, overlapping or touching; read back sorted, with
 // overlaps and neighbours merged. Additions are gathered and merged in bulk,

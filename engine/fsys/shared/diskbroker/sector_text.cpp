@@ -71,9 +71,9 @@ const char *RunLineScanner::TakeCanonicalLines(const char *p, const char *end) {
         uint64_t start = 0, count = 0;
         if (!ShortNumber(q, end, start) || q == end || *q++ != ' ' || !ShortNumber(q, end, count)) break;
         if (q < end && *q == '\r') ++q;
-        // count 0, or a run past the last sector, is no run (as MakeRun says)
-        if (q == end || *q != '\n' || count == 0 || count - 1 > UINT64_MAX - start) break;
-        Append(SectorRun{start, start + (count - 1)});
+        SectorRun run;
+        if (q == end || *q != '\n' || !MakeRun(start, count, run)) break;
+        Append(run);
         ++taken;
         p = q + 1;
     }
