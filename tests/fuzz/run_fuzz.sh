@@ -49,13 +49,21 @@ write_runs)
     printf '\017\000\003\077\003\077\003\077' > corpus/jumps
     ;;
 sector_lines)
-    build -I"$broker" "$broker/sector_text.cpp" "$broker/sector_runs.cpp"
+    build -I"$broker" "$broker/sector_text.cpp" "$broker/sector_runs.cpp" "$broker/sector_runsort.cpp"
     # The first byte is the chunk size the file arrives in (0: one chunk).
     printf '\000%b' "0 8\r\n8 8\r\n" > corpus/written
     printf '\003%b' "1 1\n 2  3 \r\n-5 3\n4 0\n18446744073709551615 1\n18446744073709551616 1\n" > corpus/edges
     printf '\007%b' "99999999999999999999 1\n1 2 3\n\n12 4\r\n2 30" > corpus/torn
     # Once judged wrongly by this target: a line in order inside runs merged before.
     printf '\002%b' "6  8\n8  8\n8 5\n6  8\n" > corpus/inside
+    ;;
+run_sort)
+    build -I"$broker" "$broker/sector_runsort.cpp"
+    # Runs within 20 bits, interleaved; over all 64 bits; and long runs whose
+    # first sectors and lengths together take about 64 bits.
+    printf '\000\001\000\000\000\000\000\000\023\000\000\001\037\021\040\037\022\000\200\037' > corpus/near
+    printf '\000\000\000\000\000\000\000\001\030\001\002\003\004\005\006\007\210\007\030\370\001\002\003\004\005\006\007\377' > corpus/far
+    printf '\000\000\020\000\000\000\000\000\105\000\000\000\000\001\377\377\377\007\105\000\000\000\000\010\000\000\000\000' > corpus/long
     ;;
 sector_list)
     build -I"$broker" "$broker/sector_listscan.cpp"

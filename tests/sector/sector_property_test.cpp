@@ -152,12 +152,11 @@ namespace sectortest {
 namespace {
 
 // Thousands of runs in clusters that overlap and touch, in any order, laid
-// out for each way the loader's radix sort goes (it passes only over the bits
-// in which the starts differ, up to 12 at a time): spread over all 64 bits
-// (six passes), in four far-apart groups (34 bits: three passes, an odd count
-// that leaves the result in the scratch until it is copied back), and a few
-// thousand within 20 bits (two). The compacted file must be their union,
-// computed here the plain way.
+// out for each way the loader's sort goes: spread over all 64 bits (no run
+// packs into a 64-bit key: whole runs, six radix passes), in four far-apart
+// groups (keys; buckets of thousands sorted a byte at a time) and within 20
+// bits (keys; small buckets). The compacted file must be their union,
+// computed here the plain way. Every way is also fuzzed against a plain sort.
 TEST_F(SectorTest, AFileOfThousandsOfShuffledRunsCompactsToTheirUnion) {
     std::mt19937_64 random(99);
     const struct {
