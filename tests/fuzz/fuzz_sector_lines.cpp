@@ -3,7 +3,8 @@
 // - The scanner, fed in those chunks, must find what a plain reference finds
 //   splitting the whole text at its line ends: the sectors of the lines that
 //   are runs, the numbers of the first skipped lines, the count of skipped
-//   lines, and whether a torn last line is left; runs in order come merged.
+//   lines, and whether a torn last line is left; runs in order come merged,
+//   and runs out of order with their spread noted exactly.
 // - Each line's run text must agree with a reference parser (blanks, decimal
 //   digits, no overflow, count 1 or more, not past sector 2^64 - 1), and the
 //   wide form, as commit lists arrive, with the narrow one.
@@ -98,6 +99,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const bool inOrder = std::is_sorted(expected.runs.begin(), expected.runs.end(),
                                         [](const SectorRun &a, const SectorRun &b) { return a.first < b.first; });
     if ((inOrder && !scanner.Merged()) || (scanner.Merged() && !SameRuns(runs, Merged(runs)))) abort();
+    // What the loader hands the sort instead of a read of its own.
+    if (!scanner.Merged() && !(scanner.Spread() == sectormgr::SpreadOf(runs))) abort();
 
     std::string written;
     for (const SectorRun &run : runs) sectormgr::AppendRunLine(written, run);

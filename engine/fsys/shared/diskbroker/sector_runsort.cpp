@@ -33,32 +33,6 @@ unsigned LowestSetBit(uint64_t value) {  // value != 0
     return bit;
 }
 
-// What one read of the runs tells: whether they are in order already (a
-// compacted file, commits of a pass that streams in disk order), and how far
-// apart their first sectors and lengths are.
-struct RunSpread {
-    bool sorted = true;
-    uint64_t lowest = UINT64_MAX;  // first sectors: the least and the greatest
-    uint64_t highest = 0;
-    uint64_t differ = 0;  // the bits in which some first sector differs from the first run's
-    uint64_t spans = 0;   // every run's last - first, or-ed
-};
-
-RunSpread Spread(const SectorRuns &runs) {
-    RunSpread spread;
-    const uint64_t base = runs.front().first;
-    uint64_t previous = base;
-    for (const SectorRun &run : runs) {
-        spread.sorted &= previous <= run.first;
-        spread.differ |= run.first ^ base;
-        spread.lowest = std::min(spread.lowest, run.first);
-        spread.highest = std::max(spread.highest, run.first);
-        spread.spans |= run.last - run.first;
-        previous = run.first;
-    }
-    return spread;
-}
-
 // A radix pass sorts by at most this many bits: the buckets' staging lines
 // (64 bytes each) then stay in the second-level cache.
 constexpr unsigned kMostDigitBits = 12;
@@ -149,10 +123,10 @@ void SortBucketKeys(std::vector<uint64_t> &keys, size_t count, std::vector<uint6
 // merged, in order. False when some run needs more than 64 bits.
 bool SortPacked(SectorRuns &runs, const RunSpread &spread) {
     KeyPacking packing;
-    packing.lowest = spread.lowest;
-    packing.shift = LowestSetBit(spread.differ);
-    packing.spanBits = BitWidth(spread.spans);
-    const unsigned keyBits = BitWidth((spread.highest - spread.lowest) >> packing.shift) + packing.spanBits;
+    packing.lowest = spread.Lowest();
+    packing.shift = LowestSetBit(spread.Differ());
+    packing.spanBits = BitWidth(spread.Spans());
+    const unsigned keyBits = BitWidth((spread.Highest() - spread.Lowest()) >> packing.shift) + packing.spanBits;
     if (keyBits > 64) return false;
     const unsigned topShift = keyBits - std::min(keyBits - packing.spanBits, kMostDigitBits);
     const size_t buckets = size_t(1) << (keyBits - topShift);
@@ -267,7 +241,7 @@ void ScatterByDigit(const SectorRun *from, size_t count, SectorRun *to, const Di
 // Least-significant-digit radix sort by first sector, over only the bits in
 // which the runs differ.
 void SortWide(SectorRuns &runs, const RunSpread &spread) {
-    const unsigned low = LowestSetBit(spread.differ), high = BitWidth(spread.differ);
+    const unsigned low = LowestSetBit(spread.Differ()), high = BitWidth(spread.Differ());
     const unsigned passes = (high - low + kMostDigitBits - 1) / kMostDigitBits;
     const unsigned digitBits = (high - low + passes - 1) / passes;
     const size_t buckets = size_t(1) << digitBits;
@@ -317,19 +291,28 @@ void Coalesce(SectorRuns &runs) {
     runs.resize(kept);
 }
 
+RunSpread SpreadOf(const SectorRuns &runs) {
+    RunSpread spread;
+    for (const SectorRun &run : runs) spread.Note(run);
+    return spread;
+}
+
 void SortAndCoalesce(SectorRuns &runs) {
     if (runs.size() < kRadixFloor) {
         if (!std::is_sorted(runs.begin(), runs.end(), ByFirst)) std::sort(runs.begin(), runs.end(), ByFirst);
         Coalesce(runs);
         return;
     }
-    const RunSpread spread = Spread(runs);
-    if (spread.sorted) {
-        Coalesce(runs);
-        return;
+    SortAndCoalesce(runs, SpreadOf(runs));
+}
+
+void SortAndCoalesce(SectorRuns &runs, const RunSpread &spread) {
+    if (runs.size() < kRadixFloor) {
+        if (!spread.Sorted()) std::sort(runs.begin(), runs.end(), ByFirst);
+    } else if (!spread.Sorted()) {
+        if (SortPacked(runs, spread)) return;
+        SortWide(runs, spread);
     }
-    if (SortPacked(runs, spread)) return;
-    SortWide(runs, spread);
     Coalesce(runs);
 }
 

@@ -11,6 +11,7 @@
 #include <skclass_mini/handles.h>
 #include <skstdutl/sklog.h>
 
+#include "sector_runsort.h"
 #include "sector_text.h"
 
 namespace sectormgr {
@@ -144,7 +145,8 @@ bool LoadRunFile(const std::wstring &path, SectorRunSet &set) {
         scanner.Feed(chunk.get(), chunk.get() + got);
     }
     LogScan(path, scanner);
-    set.Add(std::move(runs), scanner.Merged());
+    if (!scanner.Merged()) SortAndCoalesce(runs, scanner.Spread());
+    set.Add(std::move(runs), true);
     return true;
 }
 

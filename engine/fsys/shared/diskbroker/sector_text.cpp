@@ -128,12 +128,16 @@ void RunLineScanner::Append(const SectorRun &run) {
     if (merged_ && !runs_.empty()) {
         SectorRun &previous = runs_.back();
         if (run.first < previous.first) {
+            // From here on runs are only appended: the ones so far are noted
+            // once, as they stand after their merges.
             merged_ = false;
+            spread_ = SpreadOf(runs_);
         } else if (previous.last == UINT64_MAX || run.first <= previous.last + 1) {  // no wrap past the top
             if (run.last > previous.last) previous.last = run.last;
             return;
         }
     }
+    if (!merged_) spread_.Note(run);
     runs_.push_back(run);
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sector_runs.h"
+#include "sector_runsort.h"
 
 namespace sectormgr {
 
@@ -32,7 +33,9 @@ public:
     // Skipped lines whose numbers are kept for the log; beyond, only counted.
     static constexpr size_t kSkippedNoted = 10;
 
-    explicit RunLineScanner(SectorRuns &runs) : runs_(runs), merged_(runs.empty()) {}
+    explicit RunLineScanner(SectorRuns &runs) : runs_(runs), merged_(runs.empty()) {
+        if (!merged_) spread_ = SpreadOf(runs_);
+    }
 
     void Feed(const char *p, const char *end);
 
@@ -44,6 +47,8 @@ public:
     const std::vector<uint64_t> &FirstSkipped() const { return firstSkipped_; }
     // runs is sorted and merged, as SectorRunSet::Runs gives runs.
     bool Merged() const { return merged_; }
+    // When not Merged(): SpreadOf(runs), noted as the runs came.
+    const RunSpread &Spread() const { return spread_; }
 
 private:
     const char *TakeCanonicalLines(const char *p, const char *end);
@@ -55,6 +60,7 @@ private:
     std::string partial_;    // the current line's bytes seen so far, when short
     bool overlong_ = false;  // the current line is already too long to be a run
     bool merged_;            // see Merged()
+    RunSpread spread_;       // see Spread()
     uint64_t line_ = 0;      // lines taken so far
     uint64_t skipped_ = 0;
     std::vector<uint64_t> firstSkipped_;
