@@ -80,10 +80,14 @@ private:
     unsigned char *bytes_;
 };
 
-// A bucket's keys sorted by their bits from fromBit up, in the cache: by
-// insertion when few, else least significant byte first over the bits in
-// which they differ.
-void SortBucketKeys(std::vector<uint64_t> &keys, size_t count, std::vector<uint64_t> &scratch, unsigned fromBit) {
+// A bucket's keys, taken from their slots, sorted by their bits from fromBit
+// up in the cache: by insertion when few, else least significant byte first
+// over the bits in which they differ. Returns where the sorted keys are (in
+// keys or scratch: no copy back).
+const uint64_t *SortBucket(const KeySlots &slots, size_t slot, size_t count, std::vector<uint64_t> &keys,
+                           std::vector<uint64_t> &scratch, unsigned fromBit) {
+    if (keys.size() < count) keys.resize(count);
+    slots.Take(slot, keys.data(), count);
     if (count <= kInsertionMost) {
         for (size_t i = 1; i < count; ++i) {
             const uint64_t key = keys[i];
@@ -91,12 +95,12 @@ void SortBucketKeys(std::vector<uint64_t> &keys, size_t count, std::vector<uint6
             for (; j > 0 && keys[j - 1] > key; --j) keys[j] = keys[j - 1];
             keys[j] = key;
         }
-        return;
+        return keys.data();
     }
     uint64_t differ = 0;
     for (size_t i = 0; i < count; ++i) differ |= keys[i] ^ keys[0];
     differ >>= fromBit;
-    if (differ == 0) return;  // one first sector; the lengths' order does not matter
+    if (differ == 0) return keys.data();  // one first sector; the lengths' order does not matter
     const unsigned low = fromBit + LowestSetBit(differ);
     const unsigned bits = fromBit + BitWidth(differ) - low;
     const unsigned passes = (bits + kBucketDigitBits - 1) / kBucketDigitBits;
@@ -114,7 +118,7 @@ void SortBucketKeys(std::vector<uint64_t> &keys, size_t count, std::vector<uint6
         for (size_t i = 0; i < count; ++i) to[next[(from[i] >> shift) & mask]++] = from[i];
         std::swap(from, to);
     }
-    if (from != keys.data()) std::copy(from, from + count, keys.data());
+    return from;
 }
 
 // Sorts and merges runs through keys, when a key holds a run: one pass makes
@@ -167,27 +171,29 @@ bool SortPacked(SectorRuns &runs, const RunSpread &spread) {
         slots.Put(count + next[bucket], staged[bucket].keys, fill[bucket]);
     // Each bucket is copied out before runs are written back: run k takes
     // slots 2k and 2k + 1, and k stays below the next bucket's start, whose
-    // keys sit at count + start and beyond.
+    // keys sit at count + start and beyond. The run being merged is stored
+    // once the next does not join it.
     std::vector<uint64_t> bucketKeys, scratch;
     size_t kept = 0;
+    SectorRun merging;
+    bool started = false;  // there are runs, so merging is set before it is stored
     for (size_t bucket = 0; bucket < buckets; ++bucket) {
         const size_t size = starts[bucket + 1] - starts[bucket];
         if (size == 0) continue;
-        if (bucketKeys.size() < size) bucketKeys.resize(size);
-        slots.Take(count + starts[bucket], bucketKeys.data(), size);
-        SortBucketKeys(bucketKeys, size, scratch, packing.spanBits);
+        const uint64_t *sorted =
+            SortBucket(slots, count + starts[bucket], size, bucketKeys, scratch, packing.spanBits);
         for (size_t i = 0; i < size; ++i) {
-            const SectorRun run = packing.Run(bucketKeys[i]);
-            if (kept > 0) {
-                SectorRun &previous = runs[kept - 1];
-                if (previous.last == UINT64_MAX || run.first <= previous.last + 1) {
-                    previous.last = std::max(previous.last, run.last);
-                    continue;
-                }
+            const SectorRun run = packing.Run(sorted[i]);
+            if (started && (merging.last == UINT64_MAX || run.first <= merging.last + 1)) {
+                merging.last = std::max(merging.last, run.last);
+                continue;
             }
-            runs[kept++] = run;
+            if (started) runs[kept++] = merging;
+            merging = run;
+            started = true;
         }
     }
+    runs[kept++] = merging;
     runs.resize(kept);
     return true;
 }
