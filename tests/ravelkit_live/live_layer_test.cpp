@@ -3,6 +3,7 @@
 // session codes, change tracking, hosts, the guest's name and tasks. (Snapshots
 // and the orphan a killed run leaves: vm_backup_live.sh, through the program.)
 #include <dbtest/install_files.h>
+#include <dbtest/module_watch.h>
 
 #include "../vsphere/vsphere_fixture.h"
 #include "live_fixture.h"
@@ -27,21 +28,15 @@ protected:
         ASSERT_TRUE(CopyFileW((dbtest::ExeFolder() + L"ravelkit-live\\ravelkit.dll").c_str(), Client().c_str(), FALSE));
     }
     void TearDown() override {
+        // The last request's thread gives its reference back as it leaves,
+        // which can come a moment after the layer's own.
+        const dbtest::ModuleUnloadWatch client(Client().c_str());
         VsphereTest::TearDown();
-        EXPECT_TRUE(Unloaded(Client())) << "the client stays loaded once the layer lets it go";
+        EXPECT_TRUE(client.Unloaded()) << "the client stays loaded once the layer lets it go";
         for (const std::wstring &line : log.Lines())
             EXPECT_EQ(std::wstring::npos, line.find(Widen(livetest::kPassword))) << std::string(line.begin(), line.end());
     }
     std::wstring Client() const { return dbtest::RavelkitInstallPath(install.Path(), 0); }
-    // The last request's thread gives its reference back as it leaves, which
-    // can come a moment after the layer's own.
-    static bool Unloaded(const std::wstring &path) {
-        for (int waitedMs = 0; GetModuleHandleW(path.c_str()); waitedMs += 10) {
-            if (waitedMs >= 10000) return false;
-            Sleep(10);
-        }
-        return true;
-    }
     uint32_t Connect(const wchar_t *password) {
         return vddkConnectToVMWareServer(server.c_str(), Widen(livetest::kUser).c_str(), password, &wrapper, &session);
     }
