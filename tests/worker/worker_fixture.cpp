@@ -15,6 +15,17 @@ void WorkerTest::TearDown() {
 }
 
 void WorkerTest::StartWorker(bool impersonate) {
+    // Its first calls can hang on a worker that queues to itself: bounded like
+    // a job's. An impersonating worker is built on the (bounded) job thread
+    // that asks for it, whose identity it takes.
+    if (impersonate) {
+        StartWorkerHere(true);
+        return;
+    }
+    ASSERT_TRUE(RunOnJobThread([this] { StartWorkerHere(false); }));
+}
+
+void WorkerTest::StartWorkerHere(bool impersonate) {
     worker = std::make_unique<vixWorkerThread>(impersonate);
     ASSERT_TRUE(worker->diskLibGlue && worker->diskLibGlue->OK());
     ASSERT_TRUE(Attach(worker->diskLibGlue->moduleHandle.get()));

@@ -21,9 +21,11 @@ class WorkerTest : public bindingtest::BindingTest {
 protected:
     void TearDown() override;
 
-    // Creates the worker on the calling thread (after Install), reaches the
-    // stand-in it loaded, initialises VDDK through it and connects locally.
+    // Creates the worker (after Install), reaches the stand-in it loaded,
+    // initialises VDDK through it and connects locally. An impersonating one
+    // is created on the calling thread, which runs bounded (RunImpersonating).
     void StartWorker(bool impersonate = false);
+    void StartWorkerHere(bool impersonate);
     // Opens a 1 MiB memory disk through the worker.
     VixDiskLibHandle OpenMemDisk(const std::string &name, bool impersonate = false);
 
