@@ -1,6 +1,6 @@
 // Sorting runs by first sector: a comparison sort for a few, radix sorts for
-// many. A million runs loaded from a file of shuffled commits are sorted in
-// about as many passes over memory as the file has numbers.
+// many. A million runs loaded from a file of shuffled commits are sorted and
+// merged in three passes over their own memory.
 #include "sector_runsort.h"
 
 #include <stdint.h>
@@ -40,6 +40,8 @@ constexpr unsigned kMostDigitBits = 12;
 constexpr unsigned kBucketDigitBits = 8;
 // A bucket this small is sorted by insertion.
 constexpr size_t kInsertionMost = 32;
+// Keys staged per bucket: one cache line's worth.
+constexpr unsigned kStagedKeys = 8;
 
 // ---- Runs packed in 64-bit keys: the common case, half the memory moved ----
 
@@ -151,7 +153,7 @@ bool SortPacked(SectorRuns &runs, const RunSpread &spread) {
     // in a staging line and reach memory a whole line at a time: scattered
     // single stores would miss the translation cache at almost every step.
     struct alignas(64) StagedLine {
-        uint64_t keys[8];
+        uint64_t keys[kStagedKeys];
     };
     std::vector<StagedLine> staged(buckets);
     std::vector<unsigned> fill(buckets);
@@ -161,9 +163,9 @@ bool SortPacked(SectorRuns &runs, const RunSpread &spread) {
         const size_t bucket = static_cast<size_t>(key >> topShift);
         unsigned &filled = fill[bucket];
         staged[bucket].keys[filled] = key;
-        if (++filled == 8) {
-            slots.Put(count + next[bucket], staged[bucket].keys, 8);
-            next[bucket] += 8;
+        if (++filled == kStagedKeys) {
+            slots.Put(count + next[bucket], staged[bucket].keys, kStagedKeys);
+            next[bucket] += kStagedKeys;
             filled = 0;
         }
     }
