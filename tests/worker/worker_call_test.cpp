@@ -45,7 +45,7 @@ Bool CallTheWorkerFromProgress(void *data, int) {
 // go straight to the binding, whether a record or the library calls back.
 TEST_F(WorkerTest, CallsMadeOnTheWorkerThreadRunAtOnce) {
     Install();
-    StartWorker();
+    ASSERT_NO_FATAL_FAILURE(StartWorker());
     NestedCall nested(worker.get());
     ASSERT_TRUE(RunOnJobThread([&] { nested.Invoke(); }));
     EXPECT_EQ(nested.ranOn, worker->ThreadId());
@@ -74,7 +74,7 @@ TEST_F(WorkerTest, GetErrorTextLeavesTheTextAloneWithoutALibraryAndFreesItThroug
     EXPECT_EQ(log.Lines(), std::vector<std::wstring>{
                                L"vixDiskLibGlue: Uninitialized function pointer for: VixDiskLib_GetErrorText. "});
     Install();
-    StartWorker();
+    ASSERT_NO_FATAL_FAILURE(StartWorker());
     worker->GetErrorText(VIX_E_DISK_OUTOFRANGE, text);
     EXPECT_EQ(text, L"Sector range out of bounds");
     EXPECT_EQ(Calls("VixDiskLib_GetErrorText"), 1u);
@@ -84,7 +84,7 @@ TEST_F(WorkerTest, GetErrorTextLeavesTheTextAloneWithoutALibraryAndFreesItThroug
 // Read and Close records carry the handle's statistics to the binding.
 TEST_F(WorkerTest, StatisticsTravelWithReadAndCloseRecords) {
     Install();
-    StartWorker();
+    ASSERT_NO_FATAL_FAILURE(StartWorker());
     VixDiskLibHandle handle = OpenMemDisk("stats");
     _vixReadWriteStats stats;
     stats.name = L"stats";
@@ -108,7 +108,7 @@ TEST_F(WorkerTest, StatisticsTravelWithReadAndCloseRecords) {
 // 3. Release: both libraries were exited once, VDDK's own thread is gone, so is the worker's.
 TEST_F(WorkerTest, DestructionExitsBothLibrariesBeforeStoppingTheThread) {
     Install();
-    StartWorker();
+    ASSERT_NO_FATAL_FAILURE(StartWorker());
     ASSERT_EQ(worker->VixDiskLib_Disconnect(connection), VIX_OK);
     connection = nullptr;
     ASSERT_NE(sim.VddkSim_BackgroundThreadId(), 0u);

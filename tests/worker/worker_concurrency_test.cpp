@@ -16,7 +16,7 @@ constexpr int kCallsPerThread = 10000;
 // wrong or missing text.
 TEST_F(WorkerTest, EightJobThreadsEachGetTheirOwnResults) {
     Install();
-    StartWorker();
+    ASSERT_NO_FATAL_FAILURE(StartWorker());
     // On the heap: left behind, with the threads, if they hang.
     struct Shared {
         vixWorkerThread *worker;

@@ -19,6 +19,7 @@ using bindingtest::Utf8;
 
 class WorkerTest : public bindingtest::BindingTest {
 protected:
+    void SetUp() override;
     void TearDown() override;
 
     // Creates the worker (after Install), reaches the stand-in it loaded,

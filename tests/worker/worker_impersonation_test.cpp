@@ -24,7 +24,7 @@ bool HasWorkerLine(const std::vector<std::wstring> &lines) {
 // 4. A second impersonating open finds the token held and duplicates nothing.
 TEST_F(WorkerTest, ImpersonatingOpenHandsTheJobsIdentityToEveryLaterCall) {
     Install();
-    StartWorker();
+    ASSERT_NO_FATAL_FAILURE(StartWorker());
     const std::string user = dbtest::ProcessUserText();
     ASSERT_FALSE(user.empty());
     VixDiskLibHandle plain = OpenMemDisk("plain");
@@ -49,7 +49,7 @@ TEST_F(WorkerTest, ImpersonatingOpenHandsTheJobsIdentityToEveryLaterCall) {
 // Both Create and Open log the failed duplication and make the call anyway.
 TEST_F(WorkerTest, JobThreadWithoutTokenIsLoggedAndServedAnyway) {
     Install();
-    StartWorker();
+    ASSERT_NO_FATAL_FAILURE(StartWorker());
     log.Clear();
     VixDiskLibHandle handle = OpenMemDisk("tokenless", true);
     EXPECT_NE(handle, nullptr);
