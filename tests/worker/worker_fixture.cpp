@@ -38,6 +38,8 @@ void WorkerTest::StartWorker(bool impersonate) {
         return;
     }
     ASSERT_TRUE(RunOnJobThread([this] { StartWorkerHere(false); }));
+    // Its assertions failed on the job thread, out of this one's sight.
+    ASSERT_FALSE(HasFatalFailure()) << "the worker did not start";
 }
 
 void WorkerTest::StartWorkerHere(bool impersonate) {
