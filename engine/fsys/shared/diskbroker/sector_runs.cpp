@@ -75,8 +75,7 @@ void SectorRunSet::Merge() {
     } else {
         SectorRuns all;
         all.reserve(runs_.size() + pending_.size());
-        std::merge(runs_.begin(), runs_.end(), pending_.begin(), pending_.end(), std::back_inserter(all),
-                   [](const SectorRun &a, const SectorRun &b) { return a.first < b.first; });
+        std::merge(runs_.begin(), runs_.end(), pending_.begin(), pending_.end(), std::back_inserter(all), ByFirst);
         runs_.swap(all);
         Coalesce(runs_);
     }

@@ -19,8 +19,6 @@ namespace {
 // Below this many runs a comparison sort is as quick as the radix sort.
 constexpr size_t kRadixFloor = 2048;
 
-bool ByFirst(const SectorRun &a, const SectorRun &b) { return a.first < b.first; }
-
 unsigned BitWidth(uint64_t value) {
     unsigned width = 0;
     for (; value != 0; value >>= 1) ++width;
@@ -305,14 +303,7 @@ RunSpread SpreadOf(const SectorRuns &runs) {
     return spread;
 }
 
-void SortAndCoalesce(SectorRuns &runs) {
-    if (runs.size() < kRadixFloor) {
-        if (!std::is_sorted(runs.begin(), runs.end(), ByFirst)) std::sort(runs.begin(), runs.end(), ByFirst);
-        Coalesce(runs);
-        return;
-    }
-    SortAndCoalesce(runs, SpreadOf(runs));
-}
+void SortAndCoalesce(SectorRuns &runs) { SortAndCoalesce(runs, SpreadOf(runs)); }
 
 void SortAndCoalesce(SectorRuns &runs, const RunSpread &spread) {
     if (runs.size() < kRadixFloor) {

@@ -27,10 +27,6 @@ public:
     uint64_t Differ() const { return anyBits_ ^ allBits_; }
     // Every run's last - first, or-ed.
     uint64_t Spans() const { return spans_; }
-    bool operator==(const RunSpread &other) const {
-        return sorted_ == other.sorted_ && lowest_ == other.lowest_ && highest_ == other.highest_ &&
-               anyBits_ == other.anyBits_ && allBits_ == other.allBits_ && spans_ == other.spans_;
-    }
 
 private:
     bool sorted_ = true;
@@ -43,6 +39,9 @@ private:
 };
 
 RunSpread SpreadOf(const SectorRuns &runs);
+
+// The order runs are sorted in.
+inline bool ByFirst(const SectorRun &a, const SectorRun &b) { return a.first < b.first; }
 
 // Sorts runs by first sector and merges every overlap or touch: afterwards
 // runs is as SectorRunSet::Runs gives runs. spread: SpreadOf(runs), known
