@@ -165,38 +165,5 @@ TEST_F(ListScanTest, DamagedListsAreLeftToXmlLiteOrReadAsItReadsThem) {
     EXPECT_GT(taken, 0);
 }
 
-TEST_F(ListScanTest, NumbersAtTheEdgesOfSixtyFourBitsAndWithReferences) {
-    auto list = [](const std::string &offset, const std::string &length) {
-        return "<DiskChangeInfo><area><extent offset=\"" + offset + "\" length=\"" + length +
-               "\"/></area></DiskChangeInfo>";
-    };
-    EXPECT_TRUE(Compare(list("18446744073709551615", "511")));      // less than a sector: nothing, yet counted
-    EXPECT_TRUE(Compare(list("18446744073709550080", "1024")));     // ends with the last whole sector
-    EXPECT_FALSE(Compare(list("18446744073709551104", "512")));     // ends at 2^64: refused by XmlLite's path
-    EXPECT_FALSE(Compare(list("18446744073709551616", "512")));     // past 64 bits
-    EXPECT_FALSE(Compare(list("0", "")));
-    EXPECT_FALSE(Compare(list(" 512", "512")));  // XmlLite's path takes blanks; the scan leaves it to it
-    for (const char *reference : {"1&#48;", "&#49;024", "5&amp;"}) EXPECT_FALSE(Compare(list(reference, "512")));
-    EXPECT_TRUE(Compare(list("000000000000000000000512", "512")));
-}
-
-// The query's reading: what the scan gives up, XmlLite reads from the same open file.
-TEST_F(ListScanTest, WhatTheScanLeavesXmlLiteReadsWhole) {
-    const char *texts[] = {"<DiskChangeInfo><!-- c --><area><extent offset='1024' length='1536'/></area>"
-                           "<area><extent offset=' 0' length='&#49;024'/></area></DiskChangeInfo>",
-                           "<DiskChangeInfo><area><extent offset='0' length='1024'/></area></DiskChangeInfo>"};
-    for (const std::string text : texts) {
-        std::wstring error;
-        const Reading slow = Slow(text, error);
-        sectormgr::SectorRunSet read;
-        uint64_t extents = 0;
-        ASSERT_TRUE(sectormgr::ReadChangeList(dir.File(L"list.xml"), read, extents)) << text;
-        sectormgr::SectorRunSet expected;
-        expected.Add(slow.runs);
-        EXPECT_EQ(extents, slow.extents) << text;
-        EXPECT_TRUE(SameRuns(read.Runs(), expected.Runs())) << text;
-    }
-}
-
 }  // namespace
 }  // namespace sectortest
