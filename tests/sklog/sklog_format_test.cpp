@@ -72,16 +72,13 @@ TEST_F(SklogFormat, RecordCarriesFileNamePartThreadAndLine) {
     EXPECT_EQ(seen.threadId, GetCurrentThreadId());
 }
 
-TEST(LogCaptureHelper, ContainsFailsWithTheCapturedLines) {
-    SK_SetLogFilePath(L"");
-    dbtest::LogCapture capture;
+TEST_F(SklogFormat, TheCaptureSaysWhatItHeldWhenAContainsFails) {
     SK_Zprintf_2(SK_SOURCE_FILE, 0, L"present");
     ::testing::AssertionResult result = capture.Contains(L"absent");
     EXPECT_FALSE(result);
     EXPECT_NE(std::string(result.message()).find("[present]"), std::string::npos) << result.message();
     capture.Clear();
     EXPECT_EQ(capture.Lines().size(), 0u);
-    SK_SetLogFilePath(nullptr);
 }
 
 }  // namespace
