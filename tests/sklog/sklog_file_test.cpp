@@ -56,10 +56,8 @@ TEST_F(SklogFile, WritesOneTimestampedLinePerCallCreatingTheFolder) {
     EXPECT_NE(lines[1].find("] other.cpp: second"), std::string::npos) << lines[1];
 }
 
-TEST_F(SklogFile, GetLogFilePathReportsTheOverride) {
-    wchar_t path[MAX_PATH];
-    SK_GetLogFilePath(path, MAX_PATH);
-    EXPECT_EQ(std::wstring(path), logPath_);
+// Cut to the buffer, ended in it.
+TEST_F(SklogFile, GetLogFilePathReportsTheOverrideCutToTheBuffer) {
     wchar_t tiny[4] = {L'?', L'?', L'?', L'?'};
     SK_GetLogFilePath(tiny, 4);
     EXPECT_EQ(std::wstring(tiny), logPath_.substr(0, 3));
