@@ -33,7 +33,7 @@ protected:
 
 // A failed connect, and a clean-up before every connect, are the fault
 // matrix's; here what a working one passes on.
-TEST_P(AccessTest, ConnectExCleansUpFirstAndCleanupCountsPassThrough) {
+TEST_P(AccessTest, ConnectExPassesTheTransportModesAndCleanupCountsPassThrough) {
     VixDiskLibConnectParams local{};
     VixDiskLibConnection connection = nullptr;
     EXPECT_EQ(service->VixDiskLib_ConnectEx(&local, 1, nullptr, "file", &connection), VixError(VIX_OK));
