@@ -10,14 +10,13 @@
 namespace standin_test {
 namespace {
 
-TEST_F(StandinTest, MemoryDiskServesThePatternAndVerifiesWrites) {
+// The pattern a memory disk reads is compared word for word by the service's
+// handle tests; here a write of anything else is counted.
+TEST_F(StandinTest, MemoryDiskVerifiesWrites) {
     VixDiskLibHandle h = nullptr;
     ASSERT_EQ(vddk_.VixDiskLib_Open(conn_, "memdisk://m?size=8388608&seed=99&verify=1", 0, &h), VIX_OK);
     std::vector<uint8_t> buf(512 * 8);
     ASSERT_EQ(vddk_.VixDiskLib_Read(h, 100, 8, buf.data()), VIX_OK);
-    uint64_t word;
-    memcpy(&word, buf.data() + 8, 8);
-    EXPECT_EQ(word, VddkSimPatternWord(99, 100 * 64 + 1));
     ASSERT_EQ(vddk_.VixDiskLib_Write(h, 100, 8, buf.data()), VIX_OK);
     buf[513] ^= 1;
     ASSERT_EQ(vddk_.VixDiskLib_Write(h, 100, 8, buf.data()), VIX_OK);
