@@ -38,20 +38,6 @@ void ServiceTest::TearDown() {
     if (sim.VddkSim_Reset) sim.VddkSim_Reset();
 }
 
-void ServiceTest::SetAgentString(const wchar_t *name, const std::wstring &value) {
-    ASSERT_EQ(registry.SetString(kMainAgentKey, name, value), ERROR_SUCCESS);
-}
-
-void ServiceTest::SetAgentDword(const wchar_t *name, DWORD value) {
-    ASSERT_EQ(registry.SetDword(kMainAgentKey, name, value), ERROR_SUCCESS);
-}
-
-std::unique_ptr<diskBroker> ServiceTest::Start() { return std::make_unique<diskBroker>(); }
-
-std::unique_ptr<diskBroker> ServiceTest::StartWithModel(uint32_t model) {
-    return std::make_unique<diskBroker>(diskBroker::ThreadingModelOverride{model});
-}
-
 std::wstring ServiceTest::VddkErrorText(VixError error) const {
     char *text = vddk.VixDiskLib_GetErrorText(error, nullptr);
     std::wstring wide = text ? Wide(text) : std::wstring();

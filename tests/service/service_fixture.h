@@ -40,12 +40,18 @@ protected:
     void TearDown() override;
 
     // Writes an agent setting in the main product's tree.
-    void SetAgentString(const wchar_t *name, const std::wstring &value);
-    void SetAgentDword(const wchar_t *name, DWORD value);
+    void SetAgentString(const wchar_t *name, const std::wstring &value) {
+        ASSERT_EQ(registry.SetString(kMainAgentKey, name, value), ERROR_SUCCESS);
+    }
+    void SetAgentDword(const wchar_t *name, DWORD value) {
+        ASSERT_EQ(registry.SetDword(kMainAgentKey, name, value), ERROR_SUCCESS);
+    }
     void SetThreadingModelText(const std::wstring &text) { SetAgentString(L"vixDiskLib Threading Model", text); }
 
-    std::unique_ptr<diskBroker> Start();
-    std::unique_ptr<diskBroker> StartWithModel(uint32_t model);
+    std::unique_ptr<diskBroker> Start() { return std::make_unique<diskBroker>(); }
+    std::unique_ptr<diskBroker> StartWithModel(uint32_t model) {
+        return std::make_unique<diskBroker>(diskBroker::ThreadingModelOverride{model});
+    }
 
     uint64_t Calls(const char *function) const { return sim.VddkSim_CallCount(function); }
     // The stand-in's own text for error, as VDDK would give it.

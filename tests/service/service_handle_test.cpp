@@ -118,11 +118,8 @@ bool ImpersonationIsVisibleAcrossThreads() {
 }
 
 // A share path in the worker model: the open runs under the caller's identity.
-TEST_F(ServiceTest, ASharePathIsOpenedUnderTheCallersToken) {
-    auto service = Start();
-    VixDiskLibConnectParams local{};
-    VixDiskLibConnection connection = nullptr;
-    ASSERT_EQ(service->VixDiskLib_ConnectEx(&local, 0, nullptr, nullptr, &connection), VixError(VIX_OK));
+TEST_F(ConnectedServiceTest, ASharePathIsOpenedUnderTheCallersToken) {
+    StartService(AllModels().front());
     ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
     if (!ImpersonationIsVisibleAcrossThreads()) {
         RevertToSelf();

@@ -14,20 +14,14 @@ namespace {
 
 dbtest::VddkDiskLibExports lib_;
 
-std::string Narrow(const wchar_t *w) {
-    char buf[1024];
-    int n = WideCharToMultiByte(CP_UTF8, 0, w, -1, buf, sizeof buf, nullptr, nullptr);
-    return n > 0 ? std::string(buf) : std::string();
-}
-
 bool Check(VixError err, const char *what) {
     if (err == VIX_OK) return true;
     fprintf(stderr, "%s failed: %llu\n", what, static_cast<unsigned long long>(err));
     return false;
 }
 
-bool WriteFileAll(const std::wstring &path, const std::vector<uint8_t> &data) {
-    FILE *f = _wfopen(path.c_str(), L"wb");
+bool WriteFileAll(const char *path, const std::vector<uint8_t> &data) {
+    FILE *f = fopen(path, "wb");
     if (!f) return false;
     const bool ok = fwrite(data.data(), 1, data.size(), f) == data.size();
     return fclose(f) == 0 && ok;
@@ -39,10 +33,10 @@ bool Fill(VixDiskLibHandle h, std::vector<uint8_t> *expected, uint64_t offset, u
     return Check(lib_.VixDiskLib_Write(h, offset / 512, length / 512, buf.data()), "Write");
 }
 
-int WriteChain(VixDiskLibConnection conn, const wchar_t *folder, const wchar_t *expectedOut) {
+int WriteChain(VixDiskLibConnection conn, const std::string &folder, const char *expectedOut) {
     const uint64_t MiB = 1 << 20;
-    const std::string base = Narrow(folder) + "\\base.vmdk", child = Narrow(folder) + "\\child.vmdk";
-    CreateDirectoryW(folder, nullptr);
+    const std::string base = folder + "\\base.vmdk", child = folder + "\\child.vmdk";
+    CreateDirectoryA(folder.c_str(), nullptr);
     VixDiskLibCreateParams p = {VIXDISKLIB_DISK_MONOLITHIC_SPARSE, VIXDISKLIB_ADAPTER_SCSI_LSILOGIC, 7, 64 * MiB / 512, 512, 512};
     if (!Check(lib_.VixDiskLib_Create(conn, base.c_str(), &p, nullptr, nullptr), "Create")) return 1;
     std::vector<uint8_t> expected(size_t(64 * MiB), 0);
@@ -65,7 +59,8 @@ int WriteChain(VixDiskLibConnection conn, const wchar_t *folder, const wchar_t *
 
 }  // namespace
 
-int wmain(int argc, wchar_t **argv) {
+// The script's paths are plain ASCII (a mktemp folder), so narrow arguments do.
+int main(int argc, char **argv) {
     if (argc != 3) {
         fprintf(stderr, "usage: standin_disk_tool <folder> <expected>\n");
         return 2;

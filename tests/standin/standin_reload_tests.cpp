@@ -3,8 +3,6 @@
 // TLS index lost per load ended a --gtest_repeat run after about 1088 loads.
 #include <windows.h>
 
-#include <stdint.h>
-
 #include <string>
 #include <thread>
 
@@ -32,14 +30,12 @@ DWORD LowestFreeTlsIndex() {
     if (!module) return ::testing::AssertionFailure() << "cannot load copy " << copy << ", error " << GetLastError();
     // Used as the product uses it, from a thread of its own: the C++ runtime
     // inside takes its per-thread state only once it runs.
-    using InitEx = uint64_t (*)(uint32_t, uint32_t, void *, void *, void *, const char *, const char *);
-    using Exit = void (*)();
-    auto init = reinterpret_cast<InitEx>(reinterpret_cast<void (*)()>(GetProcAddress(module, "VixDiskLib_InitEx")));
-    auto exit = reinterpret_cast<Exit>(reinterpret_cast<void (*)()>(GetProcAddress(module, "VixDiskLib_Exit")));
-    if (!init || !exit) return FreeLibrary(module), ::testing::AssertionFailure() << "no InitEx/Exit export";
+    dbtest::VddkDiskLibExports exports;
+    if (exports.Load(module) != vddk::kDiskLibEntryPointCount)
+        return FreeLibrary(module), ::testing::AssertionFailure() << "copy " << copy << " lacks exports";
     std::thread user([&] {
-        init(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr);
-        exit();
+        exports.VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr);
+        exports.VixDiskLib_Exit();
     });
     user.join();
     FreeLibrary(module);

@@ -8,7 +8,7 @@ namespace standin_test {
 namespace {
 
 std::mutex logLock;
-std::vector<std::string> logLines;  // guarded by logLock
+std::vector<std::string> logLines;  // guarded by logLock; warning and panic lines are prefixed "W:" / "P:"
 
 void Capture(const char *prefix, const char *fmt, va_list args) {
     char buf[1024];
@@ -22,13 +22,9 @@ void OnPanic(const char *fmt, va_list args) { Capture("P:", fmt, args); }
 
 }  // namespace
 
-std::vector<std::string> LogLines() {
-    std::lock_guard<std::mutex> guard(logLock);
-    return logLines;
-}
-
 bool Warned(const char *text) {
-    for (const std::string &line : LogLines())
+    std::lock_guard<std::mutex> guard(logLock);
+    for (const std::string &line : logLines)
         if (line.rfind("W:", 0) == 0 && line.find(text) != std::string::npos) return true;
     return false;
 }

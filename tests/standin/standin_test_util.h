@@ -14,7 +14,6 @@ namespace standin_test {
 
 constexpr DWORD kWaitTimeoutMs = 10000;  // bounded wait for "must happen" events
 
-std::vector<std::string> LogLines();  // warning and panic lines are prefixed "W:" / "P:"
 // Whether a warning line holding text was logged.
 bool Warned(const char *text);
 // Creates or truncates path (UTF-8) and writes text.

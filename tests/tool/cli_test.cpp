@@ -48,12 +48,10 @@ TEST(Args, HelpWinsOverEverythingElse) {
 }
 
 TEST(Args, MistakesAreUsageErrors) {
-    EXPECT_EQ(UsageMessage({L"a", L"--bogus"}), L"unknown option '--bogus'");
+    // An unknown long option, a missing value, too few or too many arguments are
+    // checked through the program by cli.sh.
     EXPECT_EQ(UsageMessage({L"a", L"-x"}), L"unknown option '-x'");
-    EXPECT_EQ(UsageMessage({L"a", L"--changes"}), L"option '--changes' needs a value");
     EXPECT_EQ(UsageMessage({L"a", L"--force=yes"}), L"option '--force' takes no value");
-    EXPECT_EQ(UsageMessage({}), L"missing argument: 1 expected, 0 given");
-    EXPECT_EQ(UsageMessage({L"a", L"b", L"c"}), L"unexpected argument 'c'");
 }
 
 TEST(Args, NumbersAndChoicesAreChecked) {

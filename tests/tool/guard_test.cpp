@@ -9,10 +9,13 @@
 #include "errors.h"
 #include "files.h"
 #include "guard.h"
+#include "tool_checks.h"
 
 namespace {
 
 using namespace dbtool;
+using tooltest::ErrorOf;
+using tooltest::Holds;
 
 // The files of a disk through its extents and parents are tested by
 // source_safety.sh, on the flat and sparse disks qemu-img makes.
@@ -27,17 +30,14 @@ TEST(Guard, AParentLoopOrGarbageEnds) {
     EXPECT_EQ(DiskFiles(dir.File(L"missing.vmdk")).size(), 1u);
 }
 
-TEST(Guard, OtherNamesOfAnInputAreRefused) {
+// Other spellings and hard links of the source are refused in source_safety.sh.
+TEST(Guard, AShortNameIsRefusedAndACopyIsNot) {
     dbtest::TempDir dir;
     const std::wstring source = dir.File(L"a long source name.vmdk");
     WriteWholeFile(source, "data");
     ProtectedFiles inputs;
     inputs.Add(source, L"the source disk");
-    EXPECT_THROW(inputs.CheckOutput(dir.File(L"sub\\..\\A LONG SOURCE NAME.VMDK")), Failure);
     EXPECT_NO_THROW(inputs.CheckOutput(dir.File(L"new.img")));
-
-    ASSERT_TRUE(CreateHardLinkW(dir.File(L"link.img").c_str(), source.c_str(), nullptr));
-    EXPECT_THROW(inputs.CheckOutput(dir.File(L"link.img")), Failure);
     WriteWholeFile(dir.File(L"copy.img"), "data");
     EXPECT_NO_THROW(inputs.CheckOutput(dir.File(L"copy.img")));
 
@@ -45,12 +45,7 @@ TEST(Guard, OtherNamesOfAnInputAreRefused) {
     const DWORD length = GetShortPathNameW(source.c_str(), shortName, MAX_PATH);
     if (length == 0 || length >= MAX_PATH || source == shortName)
         GTEST_SKIP() << "no short (8.3) names on this file system";
-    try {
-        inputs.CheckOutput(shortName);
-        FAIL() << "the short name was not refused";
-    } catch (const Failure &e) {
-        EXPECT_NE(e.Message().find(L"is the source disk"), std::wstring::npos);
-    }
+    EXPECT_TRUE(Holds(ErrorOf<Failure>([&] { inputs.CheckOutput(shortName); }), L"is the source disk"));
 }
 
 }  // namespace

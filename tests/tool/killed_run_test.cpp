@@ -22,11 +22,14 @@
 #include "job.h"
 #include "manifest.h"
 #include "standin_machine.h"
+#include "tool_checks.h"
 #include "transfer.h"
 
 namespace {
 
 using namespace dbtool;
+using tooltest::ErrorOf;
+using tooltest::Holds;
 
 // Generous: a 192 MiB transfer on a loaded machine under Wine.
 constexpr DWORD kMustHappenMs = 240000;
@@ -118,12 +121,7 @@ TEST_F(Interrupt, ABackupEndsWithoutAManifestAndARestoreLeavesItsMark) {
     restore.target = dir.File(L"t.vmdk");
     restore.showProgress = false;
     RequestInterrupt();
-    try {
-        Restore(job, CacheTuning(), restore);
-        FAIL() << "the restore was not interrupted";
-    } catch (const Failure &e) {
-        EXPECT_NE(e.Message().find(L"was interrupted"), std::wstring::npos);
-    }
+    EXPECT_TRUE(Holds(ErrorOf<Failure>([&] { Restore(job, CacheTuning(), restore); }), L"was interrupted"));
     backup.image = dir.File(L"j.img");
     EXPECT_THROW(Backup(job, CacheTuning(), backup), Failure);
     EXPECT_FALSE(PathExists(ManifestPathFor(backup.image)));

@@ -13,11 +13,14 @@
 #include "errors.h"
 #include "files.h"
 #include "standin_machine.h"
+#include "tool_checks.h"
 #include "vddk_setup.h"
 
 namespace {
 
 using namespace dbtool;
+using tooltest::ErrorOf;
+using tooltest::Holds;
 
 using dbtest::kMainInstallKey;
 using dbtest::kProductKey;
@@ -29,9 +32,6 @@ protected:
         ASSERT_TRUE(registry.Ok()) << registry.Error();
         ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, registry.RootPath().c_str(), 0, KEY_READ, machine.put()), ERROR_SUCCESS);
     }
-    // The sandbox is this test's HKLM; the stand-in machine must lead back to it.
-    HKEY Machine() const { return machine.get(); }
-
     std::wstring Registered(const wchar_t *key = kMainInstallKey, const wchar_t *value = L"Path") {
         return dbtest::ReadRegistryString(HKEY_LOCAL_MACHINE, key, value);
     }
@@ -44,18 +44,15 @@ protected:
     std::wstring StandinRoot() { return ExeFolder() + L"vddk-standin-install"; }
     // The install value as stored in the registry, below any redirection of HKLM.
     std::wstring InSandbox(const std::wstring &key = kMainInstallKey, const wchar_t *value = L"Path") {
-        return Stored(registry.RootPath() + L"\\" + key, value);
+        return dbtest::ReadRegistryString(HKEY_CURRENT_USER, registry.RootPath() + L"\\" + key, value);
     }
     // The same in the stand-in machine, which the sandbox keeps inside itself.
     std::wstring InStandinMachine(const std::wstring &key = kMainInstallKey, const wchar_t *value = L"Path") {
         return InSandbox(std::wstring(StandinMachine::kKeyPath) + L"\\" + key, value);
     }
-    static std::wstring Stored(const std::wstring &key, const wchar_t *value) {
-        return dbtest::ReadRegistryString(HKEY_CURRENT_USER, key, value);
-    }
 
     dbtest::RegistrySandbox registry;
-    skclass::UniqueHkey machine;
+    skclass::UniqueHkey machine;  // the sandbox, this test's HKLM: the stand-in machine must lead back to it
     dbtest::TempDir install;
 };
 
@@ -65,18 +62,18 @@ TEST_F(VddkSetupTest, TheStandinMachineIsACopyOfTheProductSettingsMadeOnceAndWho
     ASSERT_EQ(registry.SetString(std::wstring(StandinMachine::kKeyPath) + L"\\" + kMainInstallKey, L"Path", L"C:\\x"),
               ERROR_SUCCESS);
     {
-        VddkSetup setup(VddkChoice::Standin, Machine());
+        VddkSetup setup(VddkChoice::Standin, machine.get());
         EXPECT_EQ(Registered(dbtest::kMainMiscKey, L"Data Path"), L"C:\\elsewhere");
     }
     ASSERT_EQ(registry.SetString(dbtest::kMainMiscKey, L"Data Path", L"C:\\later"), ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Standin, Machine());
+    VddkSetup setup(VddkChoice::Standin, machine.get());
     EXPECT_EQ(Registered(dbtest::kMainMiscKey, L"Data Path"), L"C:\\elsewhere");
 }
 
 TEST_F(VddkSetupTest, TheStandinMachineKeepsWhatTheLibraryWroteAndRefreshesTheInstallValue) {
     const std::wstring list = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
     {
-        VddkSetup setup(VddkChoice::Standin, Machine());
+        VddkSetup setup(VddkChoice::Standin, machine.get());
         skclass::UniqueHkey key;  // written as the library writes: through HKLM
         ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, list.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, key.put(),
                                   nullptr),
@@ -87,7 +84,7 @@ TEST_F(VddkSetupTest, TheStandinMachineKeepsWhatTheLibraryWroteAndRefreshesTheIn
     EXPECT_EQ(InStandinMachine(list, L"x"), L"y");
     const std::wstring kept = std::wstring(StandinMachine::kKeyPath) + L"\\" + kMainInstallKey;
     ASSERT_EQ(registry.SetString(kept, L"Path", L"C:\\moved"), ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Standin, Machine());
+    VddkSetup setup(VddkChoice::Standin, machine.get());
     EXPECT_EQ(Registered(list.c_str(), L"x"), L"y");
     EXPECT_EQ(Registered(), StandinRoot());
 }
@@ -95,7 +92,7 @@ TEST_F(VddkSetupTest, TheStandinMachineKeepsWhatTheLibraryWroteAndRefreshesTheIn
 TEST_F(VddkSetupTest, ASetupInsideAnotherLeadsHklmBackToIt) {
     ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", L"C:\\machine"), ERROR_SUCCESS);
     {
-        VddkSetup outer(VddkChoice::Standin, Machine());
+        VddkSetup outer(VddkChoice::Standin, machine.get());
         { VddkSetup inner(VddkChoice::Standin); }  // a job run in process, as tests do
         EXPECT_EQ(Registered(), StandinRoot());
         skclass::UniqueHkey key;  // and writable (not a key deleted under it)
@@ -135,7 +132,7 @@ TEST_P(VddkRegistrationTest, TheStandinIsSeenOnlyByThisProcessAndTheValueLeftAlo
         ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", value), ERROR_SUCCESS);
     }
     {
-        VddkSetup setup(r.choice, Machine());
+        VddkSetup setup(r.choice, machine.get());
         EXPECT_EQ(setup.UsesStandin(), r.standin);
         EXPECT_EQ(Registered(), r.standin ? StandinRoot() : value);  // as this process sees HKLM
         EXPECT_EQ(InSandbox(), value);                                 // the registry itself
@@ -153,7 +150,7 @@ TEST_P(VddkRegistrationTest, TheStandinIsSeenOnlyByThisProcessAndTheValueLeftAlo
 INSTANTIATE_TEST_SUITE_P(Registrations, VddkRegistrationTest, ::testing::ValuesIn(kRegistrations));
 
 TEST_F(VddkSetupTest, InstalledRefusesWhatIsNoInstall) {
-    { VddkSetup standin(VddkChoice::Standin, Machine()); }  // lays the stand-in out
+    { VddkSetup standin(VddkChoice::Standin, machine.get()); }  // lays the stand-in out
     const struct {
         std::wstring value;  // empty: nothing registered
         const wchar_t *error;
@@ -164,19 +161,14 @@ TEST_F(VddkSetupTest, InstalledRefusesWhatIsNoInstall) {
         if (!c.value.empty()) {
             ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", c.value), ERROR_SUCCESS);
         }
-        try {
-            VddkSetup setup(VddkChoice::Installed, Machine());
-            ADD_FAILURE() << "no error for " << std::string(c.value.begin(), c.value.end());
-        } catch (const Failure &e) {
-            EXPECT_NE(e.Message().find(c.error), std::wstring::npos) << std::string(e.Message().begin(), e.Message().end());
-        }
+        EXPECT_TRUE(Holds(ErrorOf<Failure>([&] { VddkSetup setup(VddkChoice::Installed, machine.get()); }), c.error));
         EXPECT_EQ(Registered(), c.value.empty() ? L"<none>" : c.value);
     }
 }
 
 TEST_F(VddkSetupTest, SiblingProductUsesItsOwnKeyAndLayout) {
     ASSERT_EQ(registry.SetDword(kProductKey, L"Product", 1), ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Auto, Machine());
+    VddkSetup setup(VddkChoice::Auto, machine.get());
     EXPECT_EQ(Registered(kSiblingInstallKey, L"InstallDir64"), StandinRoot());
     EXPECT_EQ(Registered(), L"<none>");
     EXPECT_EQ(InStandinMachine(kSiblingInstallKey, L"InstallDir64"), StandinRoot());
@@ -245,13 +237,8 @@ TEST(Files, ALibraryLoadedFromTheCopysPlaceIsNeverTakenForTheCopy) {
         skclass::UniqueModule loaded(LoadLibraryW(target.c_str()));
         ASSERT_TRUE(loaded);
         CopyLibraryIfChanged(standin, target);  // the same library: left as it is, loaded or not
-        try {
-            CopyLibraryIfChanged(live, target);
-            ADD_FAILURE() << "a loaded stand-in was replaced, or the live client taken for copied";
-        } catch (const Failure &failure) {
-            EXPECT_NE(failure.Message().find(L"cannot replace '" + target + L"'"), std::wstring::npos)
-                << std::string(failure.Message().begin(), failure.Message().end());
-        }
+        // Not replaced while loaded, nor the live client taken for copied.
+        EXPECT_TRUE(Holds(ErrorOf<Failure>([&] { CopyLibraryIfChanged(live, target); }), L"cannot replace '" + target + L"'"));
         EXPECT_EQ(ReadWholeFile(target), standinBytes);
     }
     CopyLibraryIfChanged(live, target);  // nothing holds it now
