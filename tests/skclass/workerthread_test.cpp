@@ -101,6 +101,8 @@ TEST_F(WorkerThreadTest, StopRunsTheQueuedCallsInOrderAndRefusesLaterOnes) {
     EXPECT_TRUE(waited.Queued());
     EXPECT_EQ(worker->NumberOfOutstandingCalls(), 0u);
     worker->StopThread();  // a second stop is harmless
+    late.Invoke();         // and a stopped worker refuses as a stopping one did
+    EXPECT_FALSE(late.Queued());
 }
 
 TEST_F(WorkerThreadTest, AnExecuteThatThrowsStillReleasesItsCaller) {
