@@ -144,6 +144,7 @@ TEST_F(ShareTest, ChildWithParentOnShareIsMappedReadAndPutBackAtDisconnect) {
                              device(child()) + L"."));
     EXPECT_EQ(FakeNetwork::cancelled, std::vector<std::wstring>{FakeNetwork::drive});
     EXPECT_TRUE(service->ShareDrives().empty());
+    EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
 }
 
 TEST_F(ShareTest, ReferencesCountPerHandleOnOneShare) {
@@ -226,23 +227,6 @@ TEST_F(ShareTest, CreateOnTheShareRetriesThroughTheDeviceAndKeepsNoReference) {
     Connect();
 }
 
-TEST_F(ShareTest, ThousandOpenCloseCyclesLeaveNothingBehind) {
-    for (int cycle = 0; cycle < 1000; ++cycle) {
-        _vixReadWriteHandle *handle = OpenAfterFailure(child());
-        ASSERT_NE(handle, nullptr) << "cycle " << cycle;
-        ASSERT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-        Disconnect();
-        ASSERT_EQ(DeviceTarget(name.c_str()), L"") << "cycle " << cycle;
-        Connect();
-    }
-    EXPECT_TRUE(service->DeviceMappings().empty());
-    EXPECT_TRUE(service->ShareDrives().empty());
-    EXPECT_EQ(FakeNetwork::connected.size(), 1000u);
-    EXPECT_EQ(FakeNetwork::cancelled.size(), 1000u);
-    EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
-    EXPECT_EQ(service->GetParentDiskPath(child()), parent());
-}
-
 TEST_F(ShareTest, NoRetryWhenEveryDeviceNameIsTaken) {
     std::vector<std::wstring> taken;
     for (wchar_t digit = L'1'; digit <= L'9'; ++digit) {
@@ -272,11 +256,10 @@ TEST_F(ShareTest, WineNetworkCallsFailAndAreLogged) {
     EXPECT_TRUE(log.Contains(L"diskBroker::MapNetworkShareToLocalDrive: WNetUseConnection failed. UNC path = " + unc +
                              L" ; win_error = 1222"));
     EXPECT_FALSE(service->CancelNetworkShareConnection(L"R:\\"));
-    size_t cancelFailures = 0;
-    for (const std::wstring &line : log.Lines())
-        if (line.rfind(L"diskBroker::CancelNetworkShareConnection: WNetCancelConnection2( R: ) failed. win_error = ", 0) == 0)
-            ++cancelFailures;
-    EXPECT_EQ(cancelFailures, 2u) << "tried plain, then forced";
+    EXPECT_EQ(log.CountStartingWith(
+                  L"diskBroker::CancelNetworkShareConnection: WNetCancelConnection2( R: ) failed. win_error = "),
+              2u)
+        << "tried plain, then forced";
 
     // The relink then fails, and the open falls back to VDDK's first answer.
     log.Clear();
