@@ -59,6 +59,14 @@ struct Stream {
 
 class ReadCacheTest : public servicetest::ConnectedServiceTest {
 protected:
+    void TearDown() override;
+    // Opens path as `disk` and starts `cache` over it with bufferCount buffers
+    // of bufferSizeKB, prepared for a pass over areas; a disk and cache opened
+    // before go first. The cache is closed before the disk: a read thread may
+    // still be reading it.
+    ::testing::AssertionResult OpenWithCache(const std::string &path, unsigned long bufferCount,
+                                             unsigned long bufferSizeKB, const std::vector<Area> &areas);
+    void CloseDiskAndCache();
     // A sparse VMDK of capacity sectors in the data folder; each run of
     // `written` (first sector, count) is filled with the memory-disk pattern
     // of seed. Returns its UTF-8 path.
@@ -78,6 +86,8 @@ protected:
                                           size_t maxCalls = 100000);
 
     unsigned metadataFiles = 0;
+    _vixReadWriteHandle *disk = nullptr;
+    std::unique_ptr<CacheContext> cache;
 };
 
 // Every call that returns data stays within one buffer: the lengths returned,
