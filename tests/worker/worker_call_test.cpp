@@ -1,6 +1,6 @@
-// Calls through the worker thread: a call made on the worker thread itself,
-// what travels in the records (statistics, texts), a worker without a
-// library, and the order of destruction.
+// Calls through the worker thread: what travels in the records (statistics,
+// texts), a worker without a library, and the order of destruction. (Calls
+// the worker makes on its own thread: every call's record runs that way.)
 #include <thread>
 
 #include <vixworkerthread.h>
@@ -9,59 +9,6 @@
 
 namespace workertest {
 namespace {
-
-// A record of the test's own: on the worker thread, calls the worker again.
-class NestedCall : public SyncCall {
-public:
-    explicit NestedCall(vixWorkerThread *owner) : SyncCall(owner), owner_(owner) {}
-    void Execute() override {
-        ranOn = GetCurrentThreadId();
-        owner_->GetErrorText(16000, text);
-        queuedMeanwhile = owner_->NumberOfOutstandingCalls();
-    }
-    DWORD ranOn = 0;
-    wcstring text;
-    uint32_t queuedMeanwhile = 99;
-
-private:
-    vixWorkerThread *owner_;
-};
-
-struct ProgressContext {
-    vixWorkerThread *worker;
-    DWORD ranOn = 0;
-    const char *modes = nullptr;
-};
-
-// VDDK calls progress functions on the thread that made the call: the worker.
-Bool CallTheWorkerFromProgress(void *data, int) {
-    auto *context = static_cast<ProgressContext *>(data);
-    context->ranOn = GetCurrentThreadId();
-    context->modes = context->worker->VixDiskLib_ListTransportModes();
-    return 1;
-}
-
-// Queuing from the worker thread would wait for itself forever: such calls
-// go straight to the binding, whether a record or the library calls back.
-TEST_F(WorkerTest, CallsMadeOnTheWorkerThreadRunAtOnce) {
-    Install();
-    ASSERT_NO_FATAL_FAILURE(StartWorker());
-    NestedCall nested(worker.get());
-    ASSERT_TRUE(RunOnJobThread([&] { nested.Invoke(); }));
-    EXPECT_EQ(nested.ranOn, worker->ThreadId());
-    EXPECT_EQ(nested.text, L"The virtual disk is invalid");
-    EXPECT_EQ(nested.queuedMeanwhile, 0u);
-
-    VixDiskLibHandle handle = OpenMemDisk("progress");
-    ProgressContext progress{worker.get()};
-    VixError shrunk = 1;
-    ASSERT_TRUE(RunOnJobThread(
-        [&] { shrunk = worker->VixDiskLib_Shrink(handle, CallTheWorkerFromProgress, &progress); }));
-    EXPECT_EQ(shrunk, VIX_OK);
-    EXPECT_EQ(progress.ranOn, worker->ThreadId());
-    EXPECT_STREQ(progress.modes, "file:san:hotadd:nbdssl:nbd");
-    EXPECT_EQ(worker->VixDiskLib_Close(handle, nullptr), VIX_OK);
-}
 
 // Nothing installed: the bindings refuse, and the text asked for stays as it
 // was. Then with the library: the text decoded, and freed through the worker.
