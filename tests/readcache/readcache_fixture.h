@@ -90,12 +90,10 @@ protected:
     std::unique_ptr<CacheContext> cache;
 };
 
-// Every call that returns data stays within one buffer: the lengths returned,
-// given buffers of capacity bytes filled as the extents dictate, are exactly
-// the pieces of requestBytes cut at each buffer's end.
-std::vector<unsigned> ExpectedLengths(const std::vector<uint64_t> &bufferFills, unsigned requestBytes);
-// How full each buffer of a pass is: whole sectors of the extents in order,
-// packed into buffers of capacity bytes, plus the last (possibly empty) one.
-std::vector<uint64_t> BufferFills(const std::vector<Area> &areas, uint64_t capacity);
+// The length of every call of a pass that returns data: whole sectors of the
+// extents in order fill buffers of capacity bytes (the last one possibly
+// empty), and a call never copies from two buffers, so each buffer is handed
+// out in pieces of requestBytes and its rest; an empty buffer as one call of 0.
+std::vector<unsigned> ExpectedLengths(const std::vector<Area> &areas, uint64_t capacity, unsigned requestBytes);
 
 }  // namespace readcachetest

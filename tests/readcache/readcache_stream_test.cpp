@@ -25,7 +25,7 @@ protected:
             EXPECT_EQ(Calls("VixDiskLib_Read") - readsBefore, uint64_t(expectedReads));
         }
         EXPECT_EQ(stream.bytes, DirectRead(handle, areas));
-        EXPECT_EQ(stream.lengths, ExpectedLengths(BufferFills(areas, capacity), requestBytes))
+        EXPECT_EQ(stream.lengths, ExpectedLengths(areas, capacity, requestBytes))
             << "a call never copies from two buffers";
         EXPECT_EQ(cache->Close(), 0);
     }
