@@ -1,6 +1,7 @@
-// Calls through the worker thread: what travels in the records (statistics,
-// texts), a worker without a library, and the order of destruction. (Calls
-// the worker makes on its own thread: every call's record runs that way.)
+// Calls through the worker thread: error texts with and without a library,
+// and the order of destruction. (Calls the worker makes on its own thread:
+// every call's record runs that way. Statistics in the records: the service's
+// handle tests in the worker models.)
 #include <thread>
 
 #include <vixworkerthread.h>
@@ -26,28 +27,6 @@ TEST_F(WorkerTest, GetErrorTextLeavesTheTextAloneWithoutALibraryAndFreesItThroug
     EXPECT_EQ(text, L"Sector range out of bounds");
     EXPECT_EQ(Calls("VixDiskLib_GetErrorText"), 1u);
     EXPECT_EQ(Calls("VixDiskLib_FreeErrorText"), 1u);
-}
-
-// Read and Close records carry the handle's statistics to the binding.
-TEST_F(WorkerTest, StatisticsTravelWithReadAndCloseRecords) {
-    Install();
-    ASSERT_NO_FATAL_FAILURE(StartWorker());
-    VixDiskLibHandle handle = OpenMemDisk("stats");
-    _vixReadWriteStats stats;
-    stats.name = L"stats";
-    stats.kind = _vixReadWriteStats::kRead;
-    uint8 buffer[8 * 512];
-    log.Clear();
-    EXPECT_EQ(worker->VixDiskLib_Read(handle, 0, 8, buffer, &stats), VIX_OK);
-    EXPECT_EQ(worker->VixDiskLib_Read(handle, 100, 8, buffer, &stats), VIX_OK);
-    EXPECT_EQ(worker->VixDiskLib_Close(handle, &stats), VIX_OK);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{
-                               L"VixDiskLib_Read(stats) No of reads: 1 Data chunks: [1 * 8] Data extent: "
-                               L"[00000000-00000008(00000000-00004096)] ",
-                               L"VixDiskLib_Read(stats) No of reads: 1 Data chunks: [1 * 8] Data extent: "
-                               L"[00000100-00000008(00051200-00004096)] ",
-                               Api(L"VixDiskLib_Close(0x" + Padded(handle) + L")"),
-                           }));
 }
 
 // 1. Hold VixDiskLib_Exit in the stand-in while another thread destroys the worker.
