@@ -46,14 +46,8 @@ TEST_F(ReadCacheFilesTest, AnExtentListThatCannotBeReadStartsNoPass) {
     ASSERT_TRUE(OpenWithCache("memdisk://lists?size=65536&seed=1", 2, 64, {{{0, 65536}}}));
     Prepare(cache->context, disk, data.File(L"absent.xml"));
     EXPECT_EQ(service->startDiskReadBuffer(&cache->context), kXmlError);
-    EXPECT_TRUE(log.Contains(L"diskBroker::startDiskReadBuffer() Could not open the metadata file for reading: '" +
-                             data.File(L"absent.xml") + L"' Error: '2'"));
-    const std::wstring malformed = WriteFileText(L"malformed.xml", "<DiskChangeInfo><area></DiskChangeInfo>");
-    Prepare(cache->context, disk, malformed);
-    const std::wstring loadFailed =
-        L"diskBroker::startDiskReadBuffer() Could not load the metadata file for reading: '" + malformed + L"'";
+    Prepare(cache->context, disk, WriteFileText(L"malformed.xml", "<DiskChangeInfo><area></DiskChangeInfo>"));
     EXPECT_EQ(service->startDiskReadBuffer(&cache->context), kXmlError);
-    EXPECT_EQ(log.CountStartingWith(loadFailed), 1u) << ::testing::PrintToString(log.Lines());
     EXPECT_FALSE(cache->context.readActive);
     EXPECT_EQ(cache->context.extentReader, nullptr);
     EXPECT_EQ(Calls("VixDiskLib_GetMetadataKeys"), 0u) << "no pass started";
