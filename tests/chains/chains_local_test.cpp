@@ -77,10 +77,6 @@ TEST_F(LocalChainTest, RelinksTheChildToItsAncestorAndSkipsItsOwnFolder) {
     const std::string bytes = dbtest::ReadWholeFile(child());
     EXPECT_NE(bytes.find("CID=11112222\nparentCID=a1b2c3d4\nparentFileNameHint=\"" + Utf8(parent()) + "\"\n"),
               std::string::npos);
-    EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink: Successfully processed descriptor for Parent disk " +
-                             parent() + L", CID = a1b2c3d4"));
-    EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink: Successfully processed descriptor for Child disk " +
-                             child()));
     EXPECT_EQ(Calls("VixDiskLib_Open"), 1u);
 }
 
@@ -112,47 +108,22 @@ TEST_F(LocalChainTest, ParentWithoutValidCidFailsTheOpenWithTheChildUntouched) {
         log.Clear();
         EXPECT_EQ(OpenLocal(child(), L"Read", {parentDir()}), kChainNotRelinked);
         EXPECT_TRUE(log.Contains(L"diskBroker::UpdateParentDiskLink : Parent disk " + parent() + L" has invalid CID"));
-        EXPECT_TRUE(log.Contains(L"diskBroker::VixDiskLib_OpenLocal: UpdateParentDiskLink failed for " + child()));
         EXPECT_EQ(dbtest::ReadWholeFile(child()), before);
     }
     EXPECT_EQ(Calls("VixDiskLib_Open"), 0u) << "nothing is opened after a failed relink";
 }
 
-TEST_F(LocalChainTest, MissingAncestorAndNonDigitTail) {
-    const std::wstring empty = disks.File(L"empty");
-    ASSERT_TRUE(CreateDirectoryW(empty.c_str(), nullptr));
-    EXPECT_EQ(OpenLocal(child(), L"Read", {empty}), kChainNotRelinked);
-    EXPECT_TRUE(log.Contains(L"diskBroker::VixDiskLib_OpenLocal: FindMatchingDisk returned empty string. Disk, = " +
-                             child() + L", ancestor location = " + empty));
-    EXPECT_TRUE(log.CountStartingWith(L"diskBroker::FindMatchingDisk FindFirstFile failed for " + empty +
-                                   L"\\disk*.vmdk. Windows Error = "));
-
-    // A 7-character tail that is not digits still goes: disk-abcdef's parent is disk.
-    const std::wstring oddChild = childDir() + L"\\disk-abcdef.vmdk";
-    EXPECT_TRUE(dbtest::WriteWholeFile(oddChild, SparseFile(Descriptor("33334444", "a1b2c3d4", "nowhere.vmdk"))));
-    EXPECT_EQ(service->FindMatchingDisk(parentDir(), L"disk"), L"disk.vmdk");
-    OpenLocal(oddChild, L"Read", {parentDir()});
-    EXPECT_EQ(service->GetParentDiskPath(oddChild), parent());
-}
-
-TEST_F(LocalChainTest, RewriteThatWouldNotFitIsRefused) {
-    // One sector of descriptor, 511 bytes and its NUL: no room for the parent's path in place of "x".
-    std::string text = Descriptor("11112222", "a1b2c3d4", "x");
-    text += "#" + std::string(509 - text.size(), 'c') + "\n";
-    EXPECT_TRUE(dbtest::WriteWholeFile(child(), SparseFile(text, 1)));
-    const std::string before = dbtest::ReadWholeFile(child());
-    EXPECT_EQ(OpenLocal(child(), L"Read", {parentDir()}), kChainNotRelinked);
-    EXPECT_TRUE(log.CountStartingWith(L"diskBroker::UpdateParentDiskLink : Failed to open or read child disk " + child() +
-                                   L", stream_error = rewritten descriptor does not fit in its area, win_error= "));
-    EXPECT_EQ(dbtest::ReadWholeFile(child()), before);
-}
-
-// Hostile children: each ends in the child message and false, file unchanged.
+// Hostile children, and one whose rewrite would not fit: each ends in the
+// child message and false, file unchanged. (Every reason the rewrite refuses
+// takes the last row's way out; the reasons: the descriptor unit's tests.)
 TEST_F(LocalChainTest, HostileChildFilesAreNeverWritten) {
     std::string pointsOutside = SparseFile(Descriptor("1", "a1b2c3d4", "x"));
     PutLe64(pointsOutside, 28, 1000);
     std::string hugeSize = SparseFile(Descriptor("1", "a1b2c3d4", "x"));
     PutLe64(hugeSize, 36, ~0ull / 512);
+    // One sector of descriptor, 511 bytes and its NUL, without a hint: no room to add one.
+    std::string noRoom = Descriptor("11112222", "a1b2c3d4", "");
+    noRoom += "#" + std::string(509 - noRoom.size(), 'c') + "\n";
     const struct {
         const char *what;
         std::string bytes;
@@ -161,9 +132,7 @@ TEST_F(LocalChainTest, HostileChildFilesAreNeverWritten) {
         {"short file", std::string(100, 'K'), L"file shorter than its header"},
         {"offset outside", pointsOutside, L"descriptor area lies outside the file"},
         {"huge size", hugeSize, L"descriptor area lies outside the file"},
-        {"long line", SparseFile("CID=1\nparentCID=a1b2c3d4\n" + std::string(1024, 'x') + "\n", 4),
-         L"descriptor line of 1024 bytes or more"},
-        {"no NUL", SparseFile(std::string(1023, 'y') + "\n", 2), L"descriptor has no terminating NUL"},
+        {"no room for the parent's path", SparseFile(noRoom, 1), L"rewritten descriptor does not fit in its area"},
     };
     for (const auto &hostile : cases) {
         SCOPED_TRACE(hostile.what);

@@ -117,39 +117,25 @@ protected:
     std::wstring name;  // the device name the share is expected to get
 };
 
-TEST_F(ShareTest, ChildWithParentOnShareIsMappedReadAndPutBackAtDisconnect) {
-    _vixReadWriteHandle *handle = OpenAfterFailure(child());
-    ASSERT_NE(handle, nullptr);
-    EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(21) + L"' Error: '21'"));
+// Two children on one share: one device and one connected drive, counted per
+// handle and per relinked descriptor; a Disconnect while a handle is open keeps
+// them, the last one after the last close puts everything back.
+TEST_F(ShareTest, ChildrenWithParentOnShareAreMappedReadAndPutBackAtTheLastDisconnect) {
+    const std::wstring mapped = L"\\Device\\LanmanRedirector\\dbchains\\share\\";
+    _vixReadWriteHandle *first = OpenAfterFailure(child());
+    ASSERT_NE(first, nullptr);
     EXPECT_EQ(sim.LastArg("openPath"), Utf8(device(child()))) << "the retry opens the disk through the device";
-    EXPECT_EQ(DeviceTarget(name.c_str()), L"\\Device\\LanmanRedirector\\dbchains\\share\\");
+    EXPECT_EQ(DeviceTarget(name.c_str()), mapped);
     ASSERT_EQ(service->DeviceMappings().size(), 1u);
     EXPECT_EQ(service->DeviceMappings().front().remoteShare, L"dbchains\\share\\");
     EXPECT_EQ(service->DeviceMappings().front().localDevice, name + L"\\");
     EXPECT_EQ(DeviceReferences(), 1u);
     EXPECT_EQ(FakeNetwork::connected, std::vector<std::wstring>{unc});
     EXPECT_EQ(service->GetParentDiskPath(child()), FakeNetwork::drive + L"\\IMG0001\\disk.vmdk");
-
-    EXPECT_EQ(ReadAll(handle, 8 << 20), dbtest::ReadWholeFile(share + L"\\expected.raw"))
+    EXPECT_EQ(ReadAll(first, 8 << 20), dbtest::ReadWholeFile(share + L"\\expected.raw"))
         << "what qemu read from the chain";
-    EXPECT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-    EXPECT_EQ(DeviceReferences(), 0u);
-    EXPECT_EQ(DeviceTarget(name.c_str()), L"\\Device\\LanmanRedirector\\dbchains\\share\\") << "kept until Disconnect";
 
-    Disconnect();
-    EXPECT_TRUE(service->DeviceMappings().empty());
-    EXPECT_EQ(DeviceTarget(name.c_str()), L"");
-    EXPECT_EQ(service->GetParentDiskPath(child()), parent()) << "the descriptor names the remote parent again";
-    EXPECT_TRUE(log.Contains(L"diskBroker: RevertLocalParentDiskPathToRemote: UpdateParentDiskLink successsful for " +
-                             device(child()) + L"."));
-    EXPECT_EQ(FakeNetwork::cancelled, std::vector<std::wstring>{FakeNetwork::drive});
-    EXPECT_TRUE(service->ShareDrives().empty());
-}
-
-TEST_F(ShareTest, ReferencesCountPerHandleOnOneShare) {
-    _vixReadWriteHandle *first = OpenAfterFailure(child());
     _vixReadWriteHandle *second = OpenAfterFailure(other());
-    ASSERT_NE(first, nullptr);
     ASSERT_NE(second, nullptr);
     EXPECT_EQ(service->DeviceMappings().size(), 1u) << "one device for one share";
     EXPECT_EQ(DeviceReferences(), 2u);
@@ -160,16 +146,22 @@ TEST_F(ShareTest, ReferencesCountPerHandleOnOneShare) {
     EXPECT_EQ(service->VixDiskLib_Close(first), VixError(VIX_OK));
     EXPECT_EQ(DeviceReferences(), 1u);
     Disconnect();
-    EXPECT_EQ(DeviceTarget(name.c_str()), L"\\Device\\LanmanRedirector\\dbchains\\share\\") << "still held by a handle";
+    EXPECT_EQ(DeviceTarget(name.c_str()), mapped) << "still held by a handle";
     EXPECT_EQ(service->GetParentDiskPath(child()), FakeNetwork::drive + L"\\IMG0001\\disk.vmdk");
 
     Connect();
     EXPECT_EQ(service->VixDiskLib_Close(second), VixError(VIX_OK));
+    EXPECT_EQ(DeviceReferences(), 0u);
+    EXPECT_EQ(DeviceTarget(name.c_str()), mapped) << "kept until Disconnect";
     Disconnect();
+    EXPECT_TRUE(service->DeviceMappings().empty());
     EXPECT_EQ(DeviceTarget(name.c_str()), L"");
-    EXPECT_EQ(service->GetParentDiskPath(child()), parent());
+    EXPECT_EQ(service->GetParentDiskPath(child()), parent()) << "the descriptors name the remote parent again";
     EXPECT_EQ(service->GetParentDiskPath(other()), parent());
-    EXPECT_EQ(FakeNetwork::cancelled.size(), 1u) << "the connection goes with its last link";
+    EXPECT_EQ(FakeNetwork::cancelled, std::vector<std::wstring>{FakeNetwork::drive})
+        << "the connection goes with its last link";
+    EXPECT_TRUE(service->ShareDrives().empty());
+    EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
 }
 
 // Three names on the share, the first failing with 21: all three rewritten
@@ -226,23 +218,6 @@ TEST_F(ShareTest, CreateOnTheShareRetriesThroughTheDeviceAndKeepsNoReference) {
     Connect();
 }
 
-TEST_F(ShareTest, ThousandOpenCloseCyclesLeaveNothingBehind) {
-    for (int cycle = 0; cycle < 1000; ++cycle) {
-        _vixReadWriteHandle *handle = OpenAfterFailure(child());
-        ASSERT_NE(handle, nullptr) << "cycle " << cycle;
-        ASSERT_EQ(service->VixDiskLib_Close(handle), VixError(VIX_OK));
-        Disconnect();
-        ASSERT_EQ(DeviceTarget(name.c_str()), L"") << "cycle " << cycle;
-        Connect();
-    }
-    EXPECT_TRUE(service->DeviceMappings().empty());
-    EXPECT_TRUE(service->ShareDrives().empty());
-    EXPECT_EQ(FakeNetwork::connected.size(), 1000u);
-    EXPECT_EQ(FakeNetwork::cancelled.size(), 1000u);
-    EXPECT_EQ(sim.VddkSim_OpenHandleCount(), 0u);
-    EXPECT_EQ(service->GetParentDiskPath(child()), parent());
-}
-
 TEST_F(ShareTest, NoRetryWhenEveryDeviceNameIsTaken) {
     std::vector<std::wstring> taken;
     for (wchar_t digit = L'1'; digit <= L'9'; ++digit) {
@@ -272,11 +247,10 @@ TEST_F(ShareTest, WineNetworkCallsFailAndAreLogged) {
     EXPECT_TRUE(log.Contains(L"diskBroker::MapNetworkShareToLocalDrive: WNetUseConnection failed. UNC path = " + unc +
                              L" ; win_error = 1222"));
     EXPECT_FALSE(service->CancelNetworkShareConnection(L"R:\\"));
-    size_t cancelFailures = 0;
-    for (const std::wstring &line : log.Lines())
-        if (line.rfind(L"diskBroker::CancelNetworkShareConnection: WNetCancelConnection2( R: ) failed. win_error = ", 0) == 0)
-            ++cancelFailures;
-    EXPECT_EQ(cancelFailures, 2u) << "tried plain, then forced";
+    EXPECT_EQ(log.CountStartingWith(
+                  L"diskBroker::CancelNetworkShareConnection: WNetCancelConnection2( R: ) failed. win_error = "),
+              2u)
+        << "tried plain, then forced";
 
     // The relink then fails, and the open falls back to VDDK's first answer.
     log.Clear();

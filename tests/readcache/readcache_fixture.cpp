@@ -15,16 +15,34 @@ long CacheContext::Start(unsigned long bufferCount, unsigned long bufferSizeKB, 
     return service_.startReadCacheThread(&context, bufferCount, bufferSizeKB, raisePriority);
 }
 
+void ReadCacheTest::TearDown() {
+    CloseDiskAndCache();
+    ConnectedServiceTest::TearDown();
+}
+
+void ReadCacheTest::CloseDiskAndCache() {
+    cache.reset();
+    if (disk) CloseDisk(disk);
+    disk = nullptr;
+}
+
+::testing::AssertionResult ReadCacheTest::OpenWithCache(const std::string &path, unsigned long bufferCount,
+                                                        unsigned long bufferSizeKB, const std::vector<Area> &areas) {
+    CloseDiskAndCache();
+    disk = OpenDisk(path);
+    if (!disk) return ::testing::AssertionFailure() << "could not open " << path;
+    cache = std::make_unique<CacheContext>(*service);
+    const long started = cache->Start(bufferCount, bufferSizeKB);
+    if (started != 0) return ::testing::AssertionFailure() << "startReadCacheThread gave 0x" << std::hex << started;
+    Prepare(cache->context, disk, WriteExtentList(L"extents.xml", areas));
+    return ::testing::AssertionSuccess();
+}
+
 std::string ReadCacheTest::CreateSparseDisk(const std::wstring &name, uint64_t capacity,
                                             const std::vector<Extent> &writtenSectors, uint64_t seed) {
     const std::string path = servicetest::Utf8(data.File(name));
-    VixDiskLibCreateParams params{};
-    params.diskType = VIXDISKLIB_DISK_MONOLITHIC_SPARSE;
-    params.adapterType = VIXDISKLIB_ADAPTER_SCSI_LSILOGIC;
-    params.hwVersion = 7;
-    params.capacity = capacity;
-    params.logicalSectorSize = 512;
-    params.physicalSectorSize = 512;
+    VixDiskLibCreateParams params = {VIXDISKLIB_DISK_MONOLITHIC_SPARSE, VIXDISKLIB_ADAPTER_SCSI_LSILOGIC, 7, capacity,
+                                     512, 512};
     EXPECT_EQ(service->VixDiskLib_Create(connection, path.c_str(), &params, nullptr, nullptr), VixError(VIX_OK));
     _vixReadWriteHandle *handle = OpenDisk(path, L"Write");
     if (!handle) return path;
@@ -100,18 +118,14 @@ void ReadCacheTest::Prepare(diskReadContextStruct &context, _vixReadWriteHandle 
     return ::testing::AssertionFailure() << "no end of data after " << maxCalls << " calls";
 }
 
-std::vector<uint64_t> BufferFills(const std::vector<Area> &areas, uint64_t capacity) {
+std::vector<unsigned> ExpectedLengths(const std::vector<Area> &areas, uint64_t capacity, unsigned requestBytes) {
     uint64_t total = 0;
     for (const Area &area : areas)
         for (const Extent &extent : area) total += extent.length / 512 * 512;
     std::vector<uint64_t> fills(total / capacity, capacity);
     fills.push_back(total % capacity);
-    return fills;
-}
-
-std::vector<unsigned> ExpectedLengths(const std::vector<uint64_t> &bufferFills, unsigned requestBytes) {
     std::vector<unsigned> lengths;
-    for (uint64_t fill : bufferFills) {
+    for (uint64_t fill : fills) {
         if (fill == 0) lengths.push_back(0);
         for (uint64_t left = fill; left != 0;) {
             const unsigned piece = static_cast<unsigned>(left < requestBytes ? left : requestBytes);

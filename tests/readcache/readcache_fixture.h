@@ -59,6 +59,14 @@ struct Stream {
 
 class ReadCacheTest : public servicetest::ConnectedServiceTest {
 protected:
+    void TearDown() override;
+    // Opens path as `disk` and starts `cache` over it with bufferCount buffers
+    // of bufferSizeKB, prepared for a pass over areas; a disk and cache opened
+    // before go first. The cache is closed before the disk: a read thread may
+    // still be reading it.
+    ::testing::AssertionResult OpenWithCache(const std::string &path, unsigned long bufferCount,
+                                             unsigned long bufferSizeKB, const std::vector<Area> &areas);
+    void CloseDiskAndCache();
     // A sparse VMDK of capacity sectors in the data folder; each run of
     // `written` (first sector, count) is filled with the memory-disk pattern
     // of seed. Returns its UTF-8 path.
@@ -78,14 +86,14 @@ protected:
                                           size_t maxCalls = 100000);
 
     unsigned metadataFiles = 0;
+    _vixReadWriteHandle *disk = nullptr;
+    std::unique_ptr<CacheContext> cache;
 };
 
-// Every call that returns data stays within one buffer: the lengths returned,
-// given buffers of capacity bytes filled as the extents dictate, are exactly
-// the pieces of requestBytes cut at each buffer's end.
-std::vector<unsigned> ExpectedLengths(const std::vector<uint64_t> &bufferFills, unsigned requestBytes);
-// How full each buffer of a pass is: whole sectors of the extents in order,
-// packed into buffers of capacity bytes, plus the last (possibly empty) one.
-std::vector<uint64_t> BufferFills(const std::vector<Area> &areas, uint64_t capacity);
+// The length of every call of a pass that returns data: whole sectors of the
+// extents in order fill buffers of capacity bytes (the last one possibly
+// empty), and a call never copies from two buffers, so each buffer is handed
+// out in pieces of requestBytes and its rest; an empty buffer as one call of 0.
+std::vector<unsigned> ExpectedLengths(const std::vector<Area> &areas, uint64_t capacity, unsigned requestBytes);
 
 }  // namespace readcachetest

@@ -1,6 +1,7 @@
-// Calls through the worker thread: a call made on the worker thread itself,
-// what travels in the records (statistics, texts), a worker without a
-// library, and the order of destruction.
+// Calls through the worker thread: error texts with and without a library,
+// and the order of destruction. (Calls the worker makes on its own thread:
+// every call's record runs that way. Statistics in the records: the service's
+// handle tests in the worker models.)
 #include <thread>
 
 #include <vixworkerthread.h>
@@ -9,59 +10,6 @@
 
 namespace workertest {
 namespace {
-
-// A record of the test's own: on the worker thread, calls the worker again.
-class NestedCall : public SyncCall {
-public:
-    explicit NestedCall(vixWorkerThread *owner) : SyncCall(owner), owner_(owner) {}
-    void Execute() override {
-        ranOn = GetCurrentThreadId();
-        owner_->GetErrorText(16000, text);
-        queuedMeanwhile = owner_->NumberOfOutstandingCalls();
-    }
-    DWORD ranOn = 0;
-    wcstring text;
-    uint32_t queuedMeanwhile = 99;
-
-private:
-    vixWorkerThread *owner_;
-};
-
-struct ProgressContext {
-    vixWorkerThread *worker;
-    DWORD ranOn = 0;
-    const char *modes = nullptr;
-};
-
-// VDDK calls progress functions on the thread that made the call: the worker.
-Bool CallTheWorkerFromProgress(void *data, int) {
-    auto *context = static_cast<ProgressContext *>(data);
-    context->ranOn = GetCurrentThreadId();
-    context->modes = context->worker->VixDiskLib_ListTransportModes();
-    return 1;
-}
-
-// Queuing from the worker thread would wait for itself forever: such calls
-// go straight to the binding, whether a record or the library calls back.
-TEST_F(WorkerTest, CallsMadeOnTheWorkerThreadRunAtOnce) {
-    Install();
-    ASSERT_NO_FATAL_FAILURE(StartWorker());
-    NestedCall nested(worker.get());
-    ASSERT_TRUE(RunOnJobThread([&] { nested.Invoke(); }));
-    EXPECT_EQ(nested.ranOn, worker->ThreadId());
-    EXPECT_EQ(nested.text, L"The virtual disk is invalid");
-    EXPECT_EQ(nested.queuedMeanwhile, 0u);
-
-    VixDiskLibHandle handle = OpenMemDisk("progress");
-    ProgressContext progress{worker.get()};
-    VixError shrunk = 1;
-    ASSERT_TRUE(RunOnJobThread(
-        [&] { shrunk = worker->VixDiskLib_Shrink(handle, CallTheWorkerFromProgress, &progress); }));
-    EXPECT_EQ(shrunk, VIX_OK);
-    EXPECT_EQ(progress.ranOn, worker->ThreadId());
-    EXPECT_STREQ(progress.modes, "file:san:hotadd:nbdssl:nbd");
-    EXPECT_EQ(worker->VixDiskLib_Close(handle, nullptr), VIX_OK);
-}
 
 // Nothing installed: the bindings refuse, and the text asked for stays as it
 // was. Then with the library: the text decoded, and freed through the worker.
@@ -79,28 +27,6 @@ TEST_F(WorkerTest, GetErrorTextLeavesTheTextAloneWithoutALibraryAndFreesItThroug
     EXPECT_EQ(text, L"Sector range out of bounds");
     EXPECT_EQ(Calls("VixDiskLib_GetErrorText"), 1u);
     EXPECT_EQ(Calls("VixDiskLib_FreeErrorText"), 1u);
-}
-
-// Read and Close records carry the handle's statistics to the binding.
-TEST_F(WorkerTest, StatisticsTravelWithReadAndCloseRecords) {
-    Install();
-    ASSERT_NO_FATAL_FAILURE(StartWorker());
-    VixDiskLibHandle handle = OpenMemDisk("stats");
-    _vixReadWriteStats stats;
-    stats.name = L"stats";
-    stats.kind = _vixReadWriteStats::kRead;
-    uint8 buffer[8 * 512];
-    log.Clear();
-    EXPECT_EQ(worker->VixDiskLib_Read(handle, 0, 8, buffer, &stats), VIX_OK);
-    EXPECT_EQ(worker->VixDiskLib_Read(handle, 100, 8, buffer, &stats), VIX_OK);
-    EXPECT_EQ(worker->VixDiskLib_Close(handle, &stats), VIX_OK);
-    EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{
-                               L"VixDiskLib_Read(stats) No of reads: 1 Data chunks: [1 * 8] Data extent: "
-                               L"[00000000-00000008(00000000-00004096)] ",
-                               L"VixDiskLib_Read(stats) No of reads: 1 Data chunks: [1 * 8] Data extent: "
-                               L"[00000100-00000008(00051200-00004096)] ",
-                               Api(L"VixDiskLib_Close(0x" + Padded(handle) + L")"),
-                           }));
 }
 
 // 1. Hold VixDiskLib_Exit in the stand-in while another thread destroys the worker.

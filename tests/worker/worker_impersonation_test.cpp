@@ -56,11 +56,8 @@ TEST_F(WorkerTest, JobThreadWithoutTokenIsLoggedAndServedAnyway) {
     EXPECT_EQ(sim.LastArg("user.VixDiskLib_Open"), "");
 
     const std::wstring file = install.File(L"created.vmdk");
-    VixDiskLibCreateParams params{};
-    params.diskType = VIXDISKLIB_DISK_MONOLITHIC_SPARSE;
-    params.adapterType = VIXDISKLIB_ADAPTER_SCSI_LSILOGIC;
-    params.hwVersion = VIXDISKLIB_HWVERSION_WORKSTATION_5;
-    params.capacity = 2048;
+    VixDiskLibCreateParams params = {VIXDISKLIB_DISK_MONOLITHIC_SPARSE, VIXDISKLIB_ADAPTER_SCSI_LSILOGIC,
+                                     VIXDISKLIB_HWVERSION_WORKSTATION_5, 2048, 0, 0};
     EXPECT_EQ(worker->VixDiskLib_Create(connection, Utf8(file).c_str(), &params, nullptr, nullptr, true), VIX_OK);
     EXPECT_NE(GetFileAttributesW(file.c_str()), INVALID_FILE_ATTRIBUTES);
 
