@@ -175,18 +175,4 @@ TEST_F(VmBackupTest, FailedSnapshotLeavesNoLock) {
     EXPECT_TRUE(lockedAtDisk.empty());
 }
 
-TEST_F(VmBackupTest, RefusedLoginUnknownVmAndUnreachableServerTakeNothing) {
-    SetEnvironmentVariableW(L"DISKBROKER_TEST_PASSWORD", L"wrong");
-    EXPECT_THROW(VmBackup(request), Failure);
-    SetEnvironmentVariableW(L"DISKBROKER_TEST_PASSWORD", L"Standin-Pass1");
-    request.vm = L"nosuch";
-    EXPECT_THROW(VmBackup(request), Failure);
-    request.vm = L"web01";
-    request.vsphere.server = L"elsewhere.example";
-    EXPECT_THROW(VmBackup(request), Failure);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 0u);
-    EXPECT_EQ(vddk.VddkSim_CallCount("VixDiskLib_PrepareForAccess"), 0u);
-    EXPECT_EQ(sim.Query("sessions"), "0");
-}
-
 }  // namespace
