@@ -10,12 +10,8 @@
 namespace vspheretest {
 namespace {
 
-class QueryTest : public VsphereTest {
+class QueryTest : public ConnectedTest {
 protected:
-    void SetUp() override {
-        VsphereTest::SetUp();
-        Connect();
-    }
     uint32_t Fqdn(const wcstring &vm) { return vddkGetVmFQDN(vm, fqdn, wrapper, session); }
     wcstring fqdn;
 };
@@ -25,7 +21,7 @@ TEST_F(QueryTest, ChangeTrackingIsEnabledWhereSupportedAndNeverFails) {
     EXPECT_EQ(sim.Query("changeTracking:web01"), "1");
     EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking(): Change tracking is supported but not enabled. Enabling "
                              L"change tracking for the VM 'web01'"));
-    EXPECT_NE(sim.Query("journal").find("vmcSetVmView thread="), std::string::npos);
+    EXPECT_TRUE(JournalHas("vmcSetVmView thread="));
     log.Clear();
     EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
     EXPECT_EQ(vddkEnableChangeTracking(kOffVm, wrapper, session), dbresult::kOk);
@@ -44,9 +40,8 @@ TEST_F(QueryTest, FqdnNeedsExactlyPoweredOnButTheNameIsFilledAnyway) {
     EXPECT_EQ(Fqdn(kVm), dbresult::kOk);
     EXPECT_EQ(fqdn, L"web01.example.com");
     EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN() Getting FQDN for for the 'web01'"));
-    const std::string journal = sim.Query("journal");
-    EXPECT_NE(journal.find("(web01, (null), (null), DataSet1)"), std::string::npos);
-    EXPECT_NE(journal.find("(web01, (null), (null), DataSet2b)"), std::string::npos);
+    EXPECT_TRUE(JournalHas("(web01, (null), (null), DataSet1)"));
+    EXPECT_TRUE(JournalHas("(web01, (null), (null), DataSet2b)"));
 
     LoadInventory("<inventory>"
                   "<vm name='off' powerState='poweredOff' guestHostName='off.example'/>"

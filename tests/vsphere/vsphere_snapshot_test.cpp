@@ -12,12 +12,8 @@ namespace {
 const wchar_t kOwner[] = L"job-7";
 const std::wstring kListPath = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
 
-class SnapshotTest : public VsphereTest {
+class SnapshotTest : public ConnectedTest {
 protected:
-    void SetUp() override {
-        VsphereTest::SetUp();
-        Connect();
-    }
     uint32_t Remove(const wcstring &name, const wcstring &owner = kOwner) {
         return vddkRemoveSnapshot(name, kVm, kServer, kUser, kPassword, kPort, false, wrapper, session, owner);
     }
@@ -128,8 +124,8 @@ TEST_F(SnapshotTest, CreationLocksFirstAndListsUnderTheOwner) {
     EXPECT_EQ(sim.Query("snapshots:web01"), "backup-1");
     EXPECT_EQ(List(), std::vector<wcstring>({L"backup-1[:]job-7"}));
     EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() creating a snapshot 'backup-1' for the VM 'web01'"));
-    EXPECT_NE(sim.Query("journal").find("vmcCreateSnapshot thread="), std::string::npos);
-    EXPECT_NE(sim.Query("journal").find("(backup-1, backup, web01, -, quiesce)"), std::string::npos);
+    EXPECT_TRUE(JournalHas("vmcCreateSnapshot thread="));
+    EXPECT_TRUE(JournalHas("(backup-1, backup, web01, -, quiesce)"));
     EXPECT_EQ(Remove(L"backup-1"), dbresult::kOk);
     EXPECT_TRUE(List().empty());
     EXPECT_EQ(Ended(), 1u);
@@ -186,10 +182,8 @@ TEST_F(SnapshotTest, FailedCreationOrLockIsNotListed) {
     EXPECT_TRUE(List().empty());
     EXPECT_EQ(Prepared(), 2u) << "the lock stays for vddkRemoveSnapshot to release";
 
-    vddk.VddkSim_ScriptResult("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
-                              VDDKSIM_ANY_SECTOR);
-    vddk.VddkSim_ScriptResult("VixDiskLib_EndAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
-                              VDDKSIM_ANY_SECTOR);
+    ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL);
+    ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Create(L"backup-3"), dbresult::kAccessPrepareFailed);
     EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() Failed to lock the VM: 'web01'. Snapshot name: 'backup-3'. "
                              L"skipping the snapshot creation"));
