@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include <diskbroker.h>
+#include <skclass_mini/configuration.h>
 #include <skclass_mini/dawdle.h>
 #include <skclass_mini/singleton.h>
 #include <skstdutl/sklog.h>
@@ -20,6 +21,16 @@ std::wstring Format(const wchar_t *format, const void *pointer) {
     const size_t at = text.find(L"%p");
     if (at != std::wstring::npos) text.replace(at, 2, digits);
     return text;
+}
+
+const std::wstring kOrphanListPath = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
+
+std::vector<wcstring> OrphanList() {
+    Configuration list;
+    std::vector<wcstring> entries;
+    if (list.Open(Configuration::OpenExisting, kOrphanListPath, wcstring(), Configuration::Read))
+        list.LoadMultiString(kOrphanListPath, entries);
+    return entries;
 }
 
 void VsphereTest::SetUp() {

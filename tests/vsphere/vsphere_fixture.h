@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -32,6 +33,11 @@ inline constexpr uint32_t kPort = 443;
 
 // A format with one %p filled in the way the product's log prints a pointer.
 std::wstring Format(const wchar_t *format, const void *pointer);
+
+// The orphan-snapshot list of web01 on vcenter.example as the layer stores it:
+// a multi-string under a value named by the key's own path. Empty without one.
+extern const std::wstring kOrphanListPath;
+std::vector<wcstring> OrphanList();
 
 class VsphereTest : public ::testing::Test {
 protected:

@@ -103,19 +103,15 @@ TEST_F(QueryTest, BackupAndObjectInformationDocuments) {
 
 TEST_F(QueryTest, HostsWithTheirNumbersAndFailuresThatLeaveTheList) {
     std::vector<vddkHostInfo> hosts;
+    LoadInventory("<inventory><host name='esx-01' moRef='host-1' major='7' minor='0'/>"
+                  "<host name='h\xC3\xA9' moRef='host-2' major='-2' minor='32767'/></inventory>");
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
     ASSERT_EQ(hosts.size(), 2u);
-    EXPECT_EQ(hosts[0].name, L"esx-01.example");
+    EXPECT_EQ(hosts[0].name, L"esx-01");
     EXPECT_EQ(hosts[0].majorVersion, 7);
-    EXPECT_EQ(hosts[1].name, L"esx-02.example");
-    EXPECT_EQ(hosts[1].majorVersion, 8);
-
-    LoadInventory("<inventory><host name='h\xC3\xA9' moRef='host-1' major='-2' minor='32767'/></inventory>");
-    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
-    ASSERT_EQ(hosts.size(), 1u);
-    EXPECT_EQ(hosts[0].name, L"h\u00E9");
-    EXPECT_EQ(hosts[0].majorVersion, -2) << "sign-extended";
-    EXPECT_EQ(hosts[0].minorVersion, 32767);
+    EXPECT_EQ(hosts[1].name, L"h\u00E9");
+    EXPECT_EQ(hosts[1].majorVersion, -2) << "sign-extended";
+    EXPECT_EQ(hosts[1].minorVersion, 32767);
 
     LoadInventory("<inventory/>");
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
@@ -125,7 +121,7 @@ TEST_F(QueryTest, HostsWithTheirNumbersAndFailuresThatLeaveTheList) {
     hosts.assign(3, vddkHostInfo());
     hosts[0].name = L"kept";
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetAllHosts"), 3u + 1u) << "a null session reaches the library";
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetAllHosts"), 2u + 1u) << "a null session reaches the library";
     EXPECT_TRUE(log.Contains(L"vddkGetAllHosts(): vmcGetAllHosts failed, result = 0X5"));
     EXPECT_EQ(hosts.size(), 3u);
     EXPECT_EQ(hosts[0].name, L"kept");

@@ -10,7 +10,6 @@ namespace vspheretest {
 namespace {
 
 const wchar_t kOwner[] = L"job-7";
-const std::wstring kListPath = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
 
 class SnapshotTest : public ConnectedTest {
 protected:
@@ -21,20 +20,12 @@ protected:
         return vddkCreateSnapshot(kVm, name, L"backup", kServer, kUser, kPassword, kPort, false, true, wrapper,
                                   session, owner, vddkLog);
     }
-    // The list as stored: a multi-string under a value named by the key's own path.
-    std::vector<wcstring> List() {
-        Configuration list;
-        std::vector<wcstring> entries;
-        if (list.Open(Configuration::OpenExisting, kListPath, wcstring(), Configuration::Read))
-            list.LoadMultiString(kListPath, entries);
-        return entries;
-    }
     void SetList(const std::vector<std::wstring> &entries) {
-        ASSERT_EQ(registry.SetMultiString(kListPath, kListPath, entries), ERROR_SUCCESS);
+        ASSERT_EQ(registry.SetMultiString(kOrphanListPath, kOrphanListPath, entries), ERROR_SUCCESS);
     }
     bool ListKeyExists() {
         Configuration list;
-        return list.Open(Configuration::OpenExisting, kListPath, wcstring(), Configuration::Read);
+        return list.Open(Configuration::OpenExisting, kOrphanListPath, wcstring(), Configuration::Read);
     }
     wcstring vddkLog;
 };
@@ -101,7 +92,8 @@ TEST_F(SnapshotTest, GoneOnALaterAttemptCountsAsRemovedAndLeavesTheList) {
     sim.Script("vmcRemoveSnapshot", {36, 53});
     EXPECT_EQ(Remove(L"nightly"), dbresult::kOk);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u);
-    EXPECT_EQ(List(), std::vector<wcstring>({L"nightly[:]job-8", L"nightly[:]job-7"})) << "the first equal entry only";
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"nightly[:]job-8", L"nightly[:]job-7"}))
+        << "the first equal entry only";
     EXPECT_EQ(Ended(), 1u);
 }
 
@@ -122,12 +114,12 @@ TEST_F(SnapshotTest, CreationLocksFirstAndListsUnderTheOwner) {
     EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
     EXPECT_EQ(Prepared(), 1u);
     EXPECT_EQ(sim.Query("snapshots:web01"), "backup-1");
-    EXPECT_EQ(List(), std::vector<wcstring>({L"backup-1[:]job-7"}));
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"backup-1[:]job-7"}));
     EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() creating a snapshot 'backup-1' for the VM 'web01'"));
     EXPECT_TRUE(JournalHas("vmcCreateSnapshot thread="));
     EXPECT_TRUE(JournalHas("(backup-1, backup, web01, -, quiesce)"));
     EXPECT_EQ(Remove(L"backup-1"), dbresult::kOk);
-    EXPECT_TRUE(List().empty());
+    EXPECT_TRUE(OrphanList().empty());
     EXPECT_EQ(Ended(), 1u);
 }
 
@@ -149,7 +141,7 @@ TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
     SetList({L"old-1[:]job-7", L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"old-3[:]job-7"});
     sim.Script("vmcRemoveSnapshot", {0, 9});  // old-1 goes, old-2 fails, old-3 then real
     EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
-    EXPECT_EQ(List(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7"}));
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7"}));
     EXPECT_EQ(sim.Query("snapshots:web01"), "old-1,theirs,backup-1") << "old-1 was scripted away, old-3 removed";
     EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): WARNING - malformed snapshot key string abc for VM web01"));
     EXPECT_EQ(log.Count(L"vddkCreateVMWareSnapshot(): found orphaned snapshots for VM web01"), 3u);
@@ -165,7 +157,7 @@ TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
     log.Clear();
     EXPECT_EQ(Create(L"backup-2"), dbresult::kOk);
     EXPECT_EQ(log.CountStartingWith(L"vddkCreateVMWareSnapshot(): successfully"), 0u);
-    EXPECT_EQ(List(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7",
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7",
                                              L"backup-2[:]job-7"}));
 }
 
@@ -179,7 +171,7 @@ TEST_F(SnapshotTest, FailedCreationOrLockIsNotListed) {
         L"vddkCreateVMWareSnapshot(): vmcCreateSnapshot reported: Insufficient disk space on datastore, <0XE1>"));
     sim.Script("vmcCreateSnapshot", {5});
     EXPECT_EQ(Create(L"backup-2"), dbresult::kSnapshotCreateFailed);
-    EXPECT_TRUE(List().empty());
+    EXPECT_TRUE(OrphanList().empty());
     EXPECT_EQ(Prepared(), 2u) << "the lock stays for vddkRemoveSnapshot to release";
 
     ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL);
@@ -188,7 +180,7 @@ TEST_F(SnapshotTest, FailedCreationOrLockIsNotListed) {
     EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() Failed to lock the VM: 'web01'. Snapshot name: 'backup-3'. "
                              L"skipping the snapshot creation"));
     EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 2u) << "no snapshot without the lock";
-    EXPECT_TRUE(List().empty());
+    EXPECT_TRUE(OrphanList().empty());
 }
 
 }  // namespace
