@@ -109,21 +109,7 @@ TEST_F(SnapshotTest, RemovalArgumentsAndAFailedReload) {
     EXPECT_EQ(sim.Query("snapshots:web01"), "");
 }
 
-TEST_F(SnapshotTest, CreationLocksFirstAndListsUnderTheOwner) {
-    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
-    EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
-    EXPECT_EQ(Prepared(), 1u);
-    EXPECT_EQ(sim.Query("snapshots:web01"), "backup-1");
-    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"backup-1[:]job-7"}));
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() creating a snapshot 'backup-1' for the VM 'web01'"));
-    EXPECT_TRUE(JournalHas("vmcCreateSnapshot thread="));
-    EXPECT_TRUE(JournalHas("(backup-1, backup, web01, -, quiesce)"));
-    EXPECT_EQ(Remove(L"backup-1"), dbresult::kOk);
-    EXPECT_TRUE(OrphanList().empty());
-    EXPECT_EQ(Ended(), 1u);
-}
-
-TEST_F(SnapshotTest, EmptyOwnerKeyLeavesTheRegistryAlone) {
+TEST_F(SnapshotTest, TheListIsKeptOnlyWhenOnAndUnderAnOwnerKey) {
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     EXPECT_EQ(Create(L"backup-1", L""), dbresult::kOk);
     EXPECT_EQ(Remove(L"backup-1", L""), dbresult::kOk);
@@ -131,8 +117,13 @@ TEST_F(SnapshotTest, EmptyOwnerKeyLeavesTheRegistryAlone) {
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 0);
     EXPECT_EQ(Create(L"backup-2"), dbresult::kOk);
     EXPECT_FALSE(ListKeyExists()) << "the list is off by default";
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    EXPECT_EQ(Create(L"backup-3"), dbresult::kOk);
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"backup-3[:]job-7"})) << "the first entry makes the list";
 }
 
+// Creation locks the VM once, removes the owner's orphans first (each removal
+// releasing the VM), then takes the snapshot and lists it under the owner.
 TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     LoadInventory("<inventory server='vcenter.example'><account user='backup@vsphere.local' password='Standin-Pass1'/>"
@@ -141,6 +132,9 @@ TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
     SetList({L"old-1[:]job-7", L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"old-3[:]job-7"});
     sim.Script("vmcRemoveSnapshot", {0, 9});  // old-1 goes, old-2 fails, old-3 then real
     EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() creating a snapshot 'backup-1' for the VM 'web01'"));
+    EXPECT_TRUE(JournalHas("vmcCreateSnapshot thread="));
+    EXPECT_TRUE(JournalHas("(backup-1, backup, web01, -, quiesce)"));
     EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7"}));
     EXPECT_EQ(sim.Query("snapshots:web01"), "old-1,theirs,backup-1") << "old-1 was scripted away, old-3 removed";
     EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): WARNING - malformed snapshot key string abc for VM web01"));
