@@ -24,13 +24,6 @@ TEST_F(LiveTest, VmDetailsByNameAndReload) {
     EXPECT_EQ("persistent", details.diskMode);
     EXPECT_FALSE(details.hardwareVersion.empty());
 
-    std::vector<_vmc::_VmDiskDetails> disks;
-    ASSERT_EQ(0, vmc->vmcGetAllVmDiskDetails(session, kVm, disks)) << LastErrorText();
-    ASSERT_EQ(1u, disks.size());
-    EXPECT_EQ("[LocalDS_0] DC0_H0_VM0/disk1.vmdk", disks[0].fileName);
-    EXPECT_EQ("persistent", disks[0].diskMode);
-    EXPECT_EQ(1024 * 1024, disks[0].capacityBytes);
-
     EXPECT_EQ(2, vmc->vmcGetObjDetails(session, "no-such-vm", nullptr, nullptr, "DataSet1", &details));
     int code = 0;
     EXPECT_EQ("VirtualMachine 'no-such-vm' not found", LastErrorText(&code));
