@@ -16,7 +16,7 @@ const char kPassword[] = "Sim-Pass1";
 namespace {
 
 std::mutex logLock;
-std::vector<std::string> logLines;
+std::vector<std::string> logLines;  // what the client logged through vmcSetLogger; guarded by logLock
 
 void Logger(const char *format, char *arguments) {
     char text[2048];
@@ -26,17 +26,6 @@ void Logger(const char *format, char *arguments) {
     vsnprintf(text, sizeof text, format, args);
     std::lock_guard<std::mutex> hold(logLock);
     logLines.push_back(text);
-}
-
-// Lines the client logged through vmcSetLogger since the last clear.
-std::vector<std::string> LoggedLines() {
-    std::lock_guard<std::mutex> hold(logLock);
-    return logLines;
-}
-
-void ClearLoggedLines() {
-    std::lock_guard<std::mutex> hold(logLock);
-    logLines.clear();
 }
 
 }  // namespace
@@ -78,7 +67,10 @@ void LiveTest::SetUp() {
     vmc = &Client();
     ASSERT_NE(nullptr, vmc->vmcGetAllHosts) << "ravelkit-live\\ravelkit.dll did not load";
     vmc->vmcSetLogger(nullptr, Logger);
-    ClearLoggedLines();
+    {
+        std::lock_guard<std::mutex> hold(logLock);
+        logLines.clear();
+    }
     url = SimulatorUrl();
     if (url.empty()) GTEST_SKIP() << "the vSphere simulator is not running (no Go?)";
 }
@@ -89,7 +81,8 @@ void LiveTest::TearDown() {
         vmc->vmcDisconnect(session);
     }
     // Whatever happened, neither the password nor the session cookie was logged.
-    for (const std::string &line : LoggedLines()) {
+    std::lock_guard<std::mutex> hold(logLock);
+    for (const std::string &line : logLines) {
         EXPECT_EQ(std::string::npos, line.find(kPassword)) << line;
         EXPECT_EQ(std::string::npos, line.find("vmware_soap_session")) << line;
     }

@@ -1,6 +1,7 @@
-// Virtual machines against the simulator: details by name, hosts, change
-// tracking seen from a second session, the information documents, and the
-// snapshot codes (snapshots made and removed: live_layer_test).
+// Virtual machines against the simulator: details by name, change tracking
+// seen from a second session, the information documents, and the snapshot
+// codes (snapshots made and removed: live_layer_test; the host list:
+// vm_backup_live.sh's hosts command and the layer's host list).
 #include <dbtest/temp_dir.h>
 #include <skxml/xmlreader.h>
 #include "live_fixture.h"
@@ -11,40 +12,20 @@ namespace {
 
 const char kVm[] = "DC0_H0_VM0";
 
-TEST_F(LiveTest, VmDetailsByNameHostsAndReload) {
+TEST_F(LiveTest, VmDetailsByNameAndReload) {
     void *session = OpenSession();
     _vmc::_ObjDetails details;
     ASSERT_EQ(0, vmc->vmcGetObjDetails(session, kVm, nullptr, nullptr, "DataSet1", &details)) << LastErrorText();
-    EXPECT_EQ(kVm, details.type);
-    EXPECT_EQ(0u, details.moRef.find("vm-")) << details.moRef;
-    EXPECT_EQ("poweredOn", details.powerState);
-    EXPECT_EQ(0u, details.host.find("DC0_H0 (<host-")) << details.host;
-    EXPECT_EQ(">)", details.host.substr(details.host.size() - 2));
+    // The power state and the host reference are checked where the layer uses
+    // them (live_layer_test's guest name and task), the moRef by vm-info in
+    // vm_backup_live.sh; the disk modes only matter for a physical-mode disk,
+    // which no other test here would miss.
     EXPECT_EQ("persistent", details.diskMode);
-    EXPECT_FALSE(details.hardwareVersion.empty());
-
-    std::vector<_vmc::_VmDiskDetails> disks;
-    ASSERT_EQ(0, vmc->vmcGetAllVmDiskDetails(session, kVm, disks)) << LastErrorText();
-    ASSERT_EQ(1u, disks.size());
-    EXPECT_EQ("[LocalDS_0] DC0_H0_VM0/disk1.vmdk", disks[0].fileName);
-    EXPECT_EQ("persistent", disks[0].diskMode);
-    EXPECT_EQ(1024 * 1024, disks[0].capacityBytes);
 
     EXPECT_EQ(2, vmc->vmcGetObjDetails(session, "no-such-vm", nullptr, nullptr, "DataSet1", &details));
     int code = 0;
     EXPECT_EQ("VirtualMachine 'no-such-vm' not found", LastErrorText(&code));
     EXPECT_EQ(25, code);
-
-    std::vector<_vmc::_HostSummary> hosts;
-    ASSERT_EQ(0, vmc->vmcGetAllHosts(session, &hosts)) << LastErrorText();
-    ASSERT_FALSE(hosts.empty());
-    bool sawH0 = false;
-    for (const _vmc::_HostSummary &host : hosts) {
-        EXPECT_EQ(0u, host.moRef.find("host-")) << host.moRef;
-        EXPECT_EQ(6, host.majorVersion) << host.name;
-        sawH0 = sawH0 || host.name == "DC0_H0";
-    }
-    EXPECT_TRUE(sawH0);
 
     EXPECT_EQ(0, vmc->vmcSetVmPowerOrConfigState(session, kVm, "reload")) << LastErrorText();
     EXPECT_EQ(2, vmc->vmcSetVmPowerOrConfigState(session, "no-such-vm", "reload"));

@@ -5,18 +5,11 @@
 namespace vspheretest {
 namespace {
 
-class AccessTest : public VsphereTest {
+class AccessTest : public ConnectedTest {
 protected:
-    void SetUp() override {
-        VsphereTest::SetUp();
-        Connect();
-    }
     uint32_t Lock(bool prepare, const wcstring &vm = kVm) {
         return vddkSetupVMAccessControl(prepare, L"backup job 7", vm, kServer, kUser, kPassword, kPort, wrapper,
                                         session, vddkLog);
-    }
-    void ScriptVddk(const char *function, uint32_t count, VixError result) {
-        vddk.VddkSim_ScriptResult(function, count, result, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
     }
     wcstring vddkLog;
 };
@@ -27,7 +20,7 @@ TEST_F(AccessTest, VcenterLocksAndReleasesTheVmByItsMoRefAStandaloneHostNeedsNoL
     EXPECT_EQ(Ended(), 0u);
     EXPECT_EQ(vddk.LastArg("identity"), "backup job 7");
     EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Getting moRef for VM 'web01'"));
-    EXPECT_NE(sim.Query("journal").find("vmcGetObjDetails thread="), std::string::npos);
+    EXPECT_TRUE(JournalHas("vmcGetObjDetails thread="));
     EXPECT_EQ(Lock(false), dbresult::kOk);
     EXPECT_EQ(Ended(), 1u);
 
@@ -75,8 +68,8 @@ TEST_F(AccessTest, TaskOnTheVmsHostAndFailuresThatAreWarnings) {
     const wcstring message = L"Copying disks", extra = L"x";
     EXPECT_EQ(vddkSetVMwareTaskDescription(task, message, nullptr, &extra, wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("task:task-1"), "running|40|Copying disks|host-12|HostSystem");
-    EXPECT_NE(sim.Query("journal").find("vmcSetTaskDescription thread="), std::string::npos);
-    EXPECT_NE(sim.Query("journal").find("(task-1, Copying disks, (null), x)"), std::string::npos);
+    EXPECT_TRUE(JournalHas("vmcSetTaskDescription thread="));
+    EXPECT_TRUE(JournalHas("(task-1, Copying disks, (null), x)"));
     EXPECT_EQ(vddkCancelVMwareTask(task, wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("task:task-1").substr(0, 10), "cancelled|");
     EXPECT_TRUE(log.Lines().empty());
@@ -126,8 +119,7 @@ TEST_F(AccessTest, EventExtensionRegisteredOnceRemovedOnce) {
     };
     EXPECT_EQ(registerIt(), dbresult::kOk);
     EXPECT_EQ(sim.Query("extensions"), "com.example.backup");
-    EXPECT_NE(sim.Query("journal").find("(com.example.backup, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 4711)"),
-              std::string::npos);
+    EXPECT_TRUE(JournalHas("(com.example.backup, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 4711)"));
     EXPECT_EQ(registerIt(), dbresult::kOk);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcRegisterEventExtension"), 1u) << "already registered: no second call";
     EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"com.example.backup", wrapper, session), dbresult::kOk);

@@ -1,10 +1,12 @@
 #include "vsphere_fixture.h"
 
 #include <stdint.h>
+#include <stdio.h>
 
 #include <fstream>
 
 #include <diskbroker.h>
+#include <skclass_mini/configuration.h>
 #include <skclass_mini/dawdle.h>
 #include <skclass_mini/singleton.h>
 #include <skstdutl/sklog.h>
@@ -14,12 +16,21 @@ namespace vspheretest {
 std::wstring Format(const wchar_t *format, const void *pointer) {
     // The Windows runtime prints %p as 16 upper-case hex digits, without "0x".
     wchar_t digits[17] = {};
-    uintptr_t value = reinterpret_cast<uintptr_t>(pointer);
-    for (int i = 15; i >= 0; --i, value >>= 4) digits[i] = L"0123456789ABCDEF"[value & 15];
+    swprintf(digits, 17, L"%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(pointer)));
     std::wstring text = format;
     const size_t at = text.find(L"%p");
     if (at != std::wstring::npos) text.replace(at, 2, digits);
     return text;
+}
+
+const std::wstring kOrphanListPath = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
+
+std::vector<wcstring> OrphanList() {
+    Configuration list;
+    std::vector<wcstring> entries;
+    if (list.Open(Configuration::OpenExisting, kOrphanListPath, wcstring(), Configuration::Read))
+        list.LoadMultiString(kOrphanListPath, entries);
+    return entries;
 }
 
 void VsphereTest::SetUp() {
@@ -86,16 +97,20 @@ void VsphereTest::LoadInventory(const std::string &xml) {
     ASSERT_EQ(sim.RavelSim_LoadInventory(path.c_str()), 0);
 }
 
-uint32_t VsphereTest::Prepared() const {
+std::pair<uint32_t, uint32_t> VsphereTest::AccessCalls() const {
     uint32_t prepared = 0, ended = 0;
     vddk.VddkSim_AccessState(kVmSpec, &prepared, &ended);
-    return prepared;
+    return {prepared, ended};
 }
 
-uint32_t VsphereTest::Ended() const {
-    uint32_t prepared = 0, ended = 0;
-    vddk.VddkSim_AccessState(kVmSpec, &prepared, &ended);
-    return ended;
+void VsphereTest::ScriptVddk(const char *function, uint32_t count, VixError result) {
+    vddk.VddkSim_ScriptResult(function, count, result, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+}
+
+::testing::AssertionResult VsphereTest::JournalHas(const std::string &text) {
+    const std::string journal = sim.Query("journal");
+    if (journal.find(text) != std::string::npos) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "no '" << text << "' in the journal:\n" << journal;
 }
 
 }  // namespace vspheretest

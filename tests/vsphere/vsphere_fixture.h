@@ -5,6 +5,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -32,6 +34,11 @@ inline constexpr uint32_t kPort = 443;
 // A format with one %p filled in the way the product's log prints a pointer.
 std::wstring Format(const wchar_t *format, const void *pointer);
 
+// The orphan-snapshot list of web01 on vcenter.example as the layer stores it:
+// a multi-string under a value named by the key's own path. Empty without one.
+extern const std::wstring kOrphanListPath;
+std::vector<wcstring> OrphanList();
+
 class VsphereTest : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -49,8 +56,13 @@ protected:
     // Writes an inventory file and loads it into the stand-in.
     void LoadInventory(const std::string &xml);
     // PrepareForAccess / EndAccess calls the VDDK stand-in saw for the VM.
-    uint32_t Prepared() const;
-    uint32_t Ended() const;
+    uint32_t Prepared() const { return AccessCalls().first; }
+    uint32_t Ended() const { return AccessCalls().second; }
+    std::pair<uint32_t, uint32_t> AccessCalls() const;
+    // The next `count` calls of a VDDK function, on any disk, end with `result`.
+    void ScriptVddk(const char *function, uint32_t count, VixError result);
+    // Whether the library stand-in's journal of calls holds `text`; shows the journal when not.
+    ::testing::AssertionResult JournalHas(const std::string &text);
 
     dbtest::RegistrySandbox registry;
     dbtest::TempDir install;
@@ -62,6 +74,15 @@ protected:
     dbtest::RavelSimControl sim;
     soapVmToolsWrapper *wrapper = nullptr;
     void *session = nullptr;
+};
+
+// The same, connected with the built-in account before each test.
+class ConnectedTest : public VsphereTest {
+protected:
+    void SetUp() override {
+        VsphereTest::SetUp();
+        if (!HasFatalFailure()) Connect();
+    }
 };
 
 }  // namespace vspheretest

@@ -1,21 +1,14 @@
 // VM queries: change tracking, the guest's host name with its power-state and
 // physical-mode rules, the information documents, and the host list.
-#include <fstream>
-#include <sstream>
-
-#include <skxml/xmlreader.h>
+#include <dbtest/files.h>
 
 #include "vsphere_fixture.h"
 
 namespace vspheretest {
 namespace {
 
-class QueryTest : public VsphereTest {
+class QueryTest : public ConnectedTest {
 protected:
-    void SetUp() override {
-        VsphereTest::SetUp();
-        Connect();
-    }
     uint32_t Fqdn(const wcstring &vm) { return vddkGetVmFQDN(vm, fqdn, wrapper, session); }
     wcstring fqdn;
 };
@@ -25,7 +18,7 @@ TEST_F(QueryTest, ChangeTrackingIsEnabledWhereSupportedAndNeverFails) {
     EXPECT_EQ(sim.Query("changeTracking:web01"), "1");
     EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking(): Change tracking is supported but not enabled. Enabling "
                              L"change tracking for the VM 'web01'"));
-    EXPECT_NE(sim.Query("journal").find("vmcSetVmView thread="), std::string::npos);
+    EXPECT_TRUE(JournalHas("vmcSetVmView thread="));
     log.Clear();
     EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
     EXPECT_EQ(vddkEnableChangeTracking(kOffVm, wrapper, session), dbresult::kOk);
@@ -44,9 +37,8 @@ TEST_F(QueryTest, FqdnNeedsExactlyPoweredOnButTheNameIsFilledAnyway) {
     EXPECT_EQ(Fqdn(kVm), dbresult::kOk);
     EXPECT_EQ(fqdn, L"web01.example.com");
     EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN() Getting FQDN for for the 'web01'"));
-    const std::string journal = sim.Query("journal");
-    EXPECT_NE(journal.find("(web01, (null), (null), DataSet1)"), std::string::npos);
-    EXPECT_NE(journal.find("(web01, (null), (null), DataSet2b)"), std::string::npos);
+    EXPECT_TRUE(JournalHas("(web01, (null), (null), DataSet1)"));
+    EXPECT_TRUE(JournalHas("(web01, (null), (null), DataSet2b)"));
 
     LoadInventory("<inventory>"
                   "<vm name='off' powerState='poweredOff' guestHostName='off.example'/>"
@@ -79,25 +71,14 @@ TEST_F(QueryTest, FqdnFailures) {
     EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN() Getting FQDN for for the 'web01'")) << "logged before the check";
 }
 
+// Each document is written where the caller says, for the object it names.
 TEST_F(QueryTest, BackupAndObjectInformationDocuments) {
-    const std::wstring file = data.File(L"backup-info.xml");
+    const std::wstring file = data.File(L"backup-info.xml"), objects = data.File(L"objects.xml");
     EXPECT_EQ(vddkGetVmBackupInfo(kVm, file, wrapper, session), dbresult::kOk);
-    CXmlReader reader;
-    ASSERT_TRUE(reader.LoadFile(file.c_str()));
-    ASSERT_TRUE(reader.SelectSingleNode(L"VmBackupInfo"));
-    std::wstring value;
-    EXPECT_TRUE(reader.GetAttribute(L"moRef", value));
-    EXPECT_EQ(value, L"vm-42");
-    ASSERT_TRUE(reader.SelectSingleNode(L"Disk"));
-    EXPECT_TRUE(reader.GetAttribute(L"path", value));
-    EXPECT_EQ(value, L"memdisk://web01-disk0?size=8388608&seed=42");
-
-    const std::wstring objects = data.File(L"objects.xml");
+    EXPECT_NE(dbtest::ReadWholeFile(file).find("<VmBackupInfo name=\"web01\" moRef=\"vm-42\""), std::string::npos);
     EXPECT_EQ(vddkGetManagedObjInfo(L"root", L"host", L"", objects, wrapper, session), dbresult::kOk);
-    ASSERT_TRUE(reader.LoadFile(objects.c_str()));
-    ASSERT_TRUE(reader.SelectSingleNode(L"HostSystem"));
-    EXPECT_TRUE(reader.GetAttribute(L"moRef", value));
-    EXPECT_EQ(value, L"host-12");
+    EXPECT_NE(dbtest::ReadWholeFile(objects).find("<HostSystem name=\"esx-01.example\" moRef=\"host-12\""),
+              std::string::npos);
 
     EXPECT_EQ(vddkGetVmBackupInfo(L"no-such-vm", file, wrapper, session), dbresult::kInfoDocumentFailed);
     EXPECT_TRUE(log.Contains(L"vddkGetVmBackupInfo(): vmcGetVmBackupInfo() failed, result = 0X2"));
@@ -108,19 +89,15 @@ TEST_F(QueryTest, BackupAndObjectInformationDocuments) {
 
 TEST_F(QueryTest, HostsWithTheirNumbersAndFailuresThatLeaveTheList) {
     std::vector<vddkHostInfo> hosts;
+    LoadInventory("<inventory><host name='esx-01' moRef='host-1' major='7' minor='0'/>"
+                  "<host name='h\xC3\xA9' moRef='host-2' major='-2' minor='32767'/></inventory>");
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
     ASSERT_EQ(hosts.size(), 2u);
-    EXPECT_EQ(hosts[0].name, L"esx-01.example");
+    EXPECT_EQ(hosts[0].name, L"esx-01");
     EXPECT_EQ(hosts[0].majorVersion, 7);
-    EXPECT_EQ(hosts[1].name, L"esx-02.example");
-    EXPECT_EQ(hosts[1].majorVersion, 8);
-
-    LoadInventory("<inventory><host name='h\xC3\xA9' moRef='host-1' major='-2' minor='32767'/></inventory>");
-    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
-    ASSERT_EQ(hosts.size(), 1u);
-    EXPECT_EQ(hosts[0].name, L"h\u00E9");
-    EXPECT_EQ(hosts[0].majorVersion, -2) << "sign-extended";
-    EXPECT_EQ(hosts[0].minorVersion, 32767);
+    EXPECT_EQ(hosts[1].name, L"h\u00E9");
+    EXPECT_EQ(hosts[1].majorVersion, -2) << "sign-extended";
+    EXPECT_EQ(hosts[1].minorVersion, 32767);
 
     LoadInventory("<inventory/>");
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
@@ -130,7 +107,7 @@ TEST_F(QueryTest, HostsWithTheirNumbersAndFailuresThatLeaveTheList) {
     hosts.assign(3, vddkHostInfo());
     hosts[0].name = L"kept";
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetAllHosts"), 3u + 1u) << "a null session reaches the library";
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetAllHosts"), 2u + 1u) << "a null session reaches the library";
     EXPECT_TRUE(log.Contains(L"vddkGetAllHosts(): vmcGetAllHosts failed, result = 0X5"));
     EXPECT_EQ(hosts.size(), 3u);
     EXPECT_EQ(hosts[0].name, L"kept");

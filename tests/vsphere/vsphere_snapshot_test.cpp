@@ -10,14 +10,9 @@ namespace vspheretest {
 namespace {
 
 const wchar_t kOwner[] = L"job-7";
-const std::wstring kListPath = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
 
-class SnapshotTest : public VsphereTest {
+class SnapshotTest : public ConnectedTest {
 protected:
-    void SetUp() override {
-        VsphereTest::SetUp();
-        Connect();
-    }
     uint32_t Remove(const wcstring &name, const wcstring &owner = kOwner) {
         return vddkRemoveSnapshot(name, kVm, kServer, kUser, kPassword, kPort, false, wrapper, session, owner);
     }
@@ -25,20 +20,12 @@ protected:
         return vddkCreateSnapshot(kVm, name, L"backup", kServer, kUser, kPassword, kPort, false, true, wrapper,
                                   session, owner, vddkLog);
     }
-    // The list as stored: a multi-string under a value named by the key's own path.
-    std::vector<wcstring> List() {
-        Configuration list;
-        std::vector<wcstring> entries;
-        if (list.Open(Configuration::OpenExisting, kListPath, wcstring(), Configuration::Read))
-            list.LoadMultiString(kListPath, entries);
-        return entries;
-    }
     void SetList(const std::vector<std::wstring> &entries) {
-        ASSERT_EQ(registry.SetMultiString(kListPath, kListPath, entries), ERROR_SUCCESS);
+        ASSERT_EQ(registry.SetMultiString(kOrphanListPath, kOrphanListPath, entries), ERROR_SUCCESS);
     }
     bool ListKeyExists() {
         Configuration list;
-        return list.Open(Configuration::OpenExisting, kListPath, wcstring(), Configuration::Read);
+        return list.Open(Configuration::OpenExisting, kOrphanListPath, wcstring(), Configuration::Read);
     }
     wcstring vddkLog;
 };
@@ -105,7 +92,8 @@ TEST_F(SnapshotTest, GoneOnALaterAttemptCountsAsRemovedAndLeavesTheList) {
     sim.Script("vmcRemoveSnapshot", {36, 53});
     EXPECT_EQ(Remove(L"nightly"), dbresult::kOk);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u);
-    EXPECT_EQ(List(), std::vector<wcstring>({L"nightly[:]job-8", L"nightly[:]job-7"})) << "the first equal entry only";
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"nightly[:]job-8", L"nightly[:]job-7"}))
+        << "the first equal entry only";
     EXPECT_EQ(Ended(), 1u);
 }
 
@@ -121,21 +109,7 @@ TEST_F(SnapshotTest, RemovalArgumentsAndAFailedReload) {
     EXPECT_EQ(sim.Query("snapshots:web01"), "");
 }
 
-TEST_F(SnapshotTest, CreationLocksFirstAndListsUnderTheOwner) {
-    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
-    EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
-    EXPECT_EQ(Prepared(), 1u);
-    EXPECT_EQ(sim.Query("snapshots:web01"), "backup-1");
-    EXPECT_EQ(List(), std::vector<wcstring>({L"backup-1[:]job-7"}));
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() creating a snapshot 'backup-1' for the VM 'web01'"));
-    EXPECT_NE(sim.Query("journal").find("vmcCreateSnapshot thread="), std::string::npos);
-    EXPECT_NE(sim.Query("journal").find("(backup-1, backup, web01, -, quiesce)"), std::string::npos);
-    EXPECT_EQ(Remove(L"backup-1"), dbresult::kOk);
-    EXPECT_TRUE(List().empty());
-    EXPECT_EQ(Ended(), 1u);
-}
-
-TEST_F(SnapshotTest, EmptyOwnerKeyLeavesTheRegistryAlone) {
+TEST_F(SnapshotTest, TheListIsKeptOnlyWhenOnAndUnderAnOwnerKey) {
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     EXPECT_EQ(Create(L"backup-1", L""), dbresult::kOk);
     EXPECT_EQ(Remove(L"backup-1", L""), dbresult::kOk);
@@ -143,8 +117,13 @@ TEST_F(SnapshotTest, EmptyOwnerKeyLeavesTheRegistryAlone) {
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 0);
     EXPECT_EQ(Create(L"backup-2"), dbresult::kOk);
     EXPECT_FALSE(ListKeyExists()) << "the list is off by default";
+    SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
+    EXPECT_EQ(Create(L"backup-3"), dbresult::kOk);
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"backup-3[:]job-7"})) << "the first entry makes the list";
 }
 
+// Creation locks the VM once, removes the owner's orphans first (each removal
+// releasing the VM), then takes the snapshot and lists it under the owner.
 TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     LoadInventory("<inventory server='vcenter.example'><account user='backup@vsphere.local' password='Standin-Pass1'/>"
@@ -153,7 +132,10 @@ TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
     SetList({L"old-1[:]job-7", L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"old-3[:]job-7"});
     sim.Script("vmcRemoveSnapshot", {0, 9});  // old-1 goes, old-2 fails, old-3 then real
     EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
-    EXPECT_EQ(List(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7"}));
+    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() creating a snapshot 'backup-1' for the VM 'web01'"));
+    EXPECT_TRUE(JournalHas("vmcCreateSnapshot thread="));
+    EXPECT_TRUE(JournalHas("(backup-1, backup, web01, -, quiesce)"));
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7"}));
     EXPECT_EQ(sim.Query("snapshots:web01"), "old-1,theirs,backup-1") << "old-1 was scripted away, old-3 removed";
     EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): WARNING - malformed snapshot key string abc for VM web01"));
     EXPECT_EQ(log.Count(L"vddkCreateVMWareSnapshot(): found orphaned snapshots for VM web01"), 3u);
@@ -169,7 +151,7 @@ TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
     log.Clear();
     EXPECT_EQ(Create(L"backup-2"), dbresult::kOk);
     EXPECT_EQ(log.CountStartingWith(L"vddkCreateVMWareSnapshot(): successfully"), 0u);
-    EXPECT_EQ(List(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7",
+    EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7",
                                              L"backup-2[:]job-7"}));
 }
 
@@ -183,18 +165,16 @@ TEST_F(SnapshotTest, FailedCreationOrLockIsNotListed) {
         L"vddkCreateVMWareSnapshot(): vmcCreateSnapshot reported: Insufficient disk space on datastore, <0XE1>"));
     sim.Script("vmcCreateSnapshot", {5});
     EXPECT_EQ(Create(L"backup-2"), dbresult::kSnapshotCreateFailed);
-    EXPECT_TRUE(List().empty());
+    EXPECT_TRUE(OrphanList().empty());
     EXPECT_EQ(Prepared(), 2u) << "the lock stays for vddkRemoveSnapshot to release";
 
-    vddk.VddkSim_ScriptResult("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
-                              VDDKSIM_ANY_SECTOR);
-    vddk.VddkSim_ScriptResult("VixDiskLib_EndAccess", 10, VIX_E_FAIL, nullptr, VDDKSIM_ANY_SECTOR,
-                              VDDKSIM_ANY_SECTOR);
+    ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL);
+    ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Create(L"backup-3"), dbresult::kAccessPrepareFailed);
     EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() Failed to lock the VM: 'web01'. Snapshot name: 'backup-3'. "
                              L"skipping the snapshot creation"));
     EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 2u) << "no snapshot without the lock";
-    EXPECT_TRUE(List().empty());
+    EXPECT_TRUE(OrphanList().empty());
 }
 
 }  // namespace

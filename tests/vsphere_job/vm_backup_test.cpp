@@ -3,21 +3,12 @@
 // by the next run under the same owner key; every byte equal to the disk's.
 #include <stdlib.h>
 
-#include <gtest/gtest.h>
-
-#include <dbtest/log_capture.h>
-#include <dbtest/product_keys.h>
-#include <dbtest/ravelkit_install.h>
-#include <dbtest/registry_sandbox.h>
-#include <dbtest/temp_dir.h>
-#include <dbtest/vddk_install.h>
 #include <diskbroker.h>
-#include <diskbroker_results.h>
-#include <skclass_mini/configuration.h>
 #include <skclass_mini/dawdle.h>
 #include <skclass_mini/singleton.h>
 #include <skstdutl/sklog.h>
 
+#include "../vsphere/vsphere_fixture.h"
 #include "errors.h"
 #include "files.h"
 #include "vddk_setup.h"
@@ -26,11 +17,10 @@
 namespace {
 
 using namespace dbtool;
+using vspheretest::OrphanList;
 
 const char kVmSpec[] = "moRef=vm-42";
 const wchar_t kOwner[] = L"diskbroker vm-backup";
-const std::wstring kListPath =
-    std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
 
 class VmBackupTest : public ::testing::Test {
 protected:
@@ -74,13 +64,6 @@ protected:
     bool Locked() const {
         uint32_t prepared = 0, ended = 0;
         return vddk.VddkSim_AccessState(kVmSpec, &prepared, &ended) == 1;
-    }
-    std::vector<wcstring> OrphanList() {
-        Configuration list;
-        std::vector<wcstring> entries;
-        if (list.Open(Configuration::OpenExisting, kListPath, wcstring(), Configuration::Read))
-            list.LoadMultiString(kListPath, entries);
-        return entries;
     }
     // The image against the memory disk's own pattern, word by word.
     ::testing::AssertionResult ImageHoldsDisk(const std::wstring &image, uint64_t seed, uint64_t size) {
@@ -173,20 +156,6 @@ TEST_F(VmBackupTest, FailedSnapshotLeavesNoLock) {
     EXPECT_FALSE(Locked());
     EXPECT_EQ(sim.Query("snapshots:web01"), "");
     EXPECT_TRUE(lockedAtDisk.empty());
-}
-
-TEST_F(VmBackupTest, RefusedLoginUnknownVmAndUnreachableServerTakeNothing) {
-    SetEnvironmentVariableW(L"DISKBROKER_TEST_PASSWORD", L"wrong");
-    EXPECT_THROW(VmBackup(request), Failure);
-    SetEnvironmentVariableW(L"DISKBROKER_TEST_PASSWORD", L"Standin-Pass1");
-    request.vm = L"nosuch";
-    EXPECT_THROW(VmBackup(request), Failure);
-    request.vm = L"web01";
-    request.vsphere.server = L"elsewhere.example";
-    EXPECT_THROW(VmBackup(request), Failure);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 0u);
-    EXPECT_EQ(vddk.VddkSim_CallCount("VixDiskLib_PrepareForAccess"), 0u);
-    EXPECT_EQ(sim.Query("sessions"), "0");
 }
 
 }  // namespace

@@ -21,23 +21,51 @@ constexpr uint64_t kSeed = 11;
 
 class WriteCacheTest : public servicetest::ConnectedServiceTest {
 protected:
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override {
+        ServiceTest::SetUp();
+        StartService(servicetest::AllModels().front());
+        disk = OpenDisk("memdisk://wc?size=16777216&seed=11&verify=1", L"Write");
+        ASSERT_NE(disk, nullptr);
+        log.Clear();
+    }
+    void TearDown() override {
+        if (cacheStarted) {
+            if (context.writeActive) Close();
+            service->stopWriteCacheThread(&context);
+        }
+        if (disk) CloseDisk(disk);
+        ConnectedServiceTest::TearDown();
+    }
 
     // startWriteCacheThread with the test's context; the result is returned.
     long StartCache(unsigned long bufferCount, unsigned long bufferSizeKB, unsigned long minRunSizeKB = 1,
-                    unsigned long raisePriority = 0);
+                    unsigned long raisePriority = 0) {
+        cacheStarted = true;
+        return service->startWriteCacheThread(&context, bufferCount, bufferSizeKB, raisePriority, minRunSizeKB);
+    }
     // One pass on the memory disk that expects diskSize bytes.
-    void StartPass(uint64_t diskSize);
+    void StartPass(uint64_t diskSize) {
+        context.broker = skclass::shared_ptr<diskBroker>(service.get(), [](diskBroker *) {});
+        context.diskHandle = disk;
+        context.diskSize = diskSize;
+        ASSERT_EQ(service->startDiskWriteBuffer(&context), 0);
+    }
     // Puts sectors [first, first + count) with the disk's own pattern.
-    long Put(uint64_t first, uint64_t count);
+    long Put(uint64_t first, uint64_t count) {
+        std::vector<uint8_t> bytes = servicetest::PatternBytes(kSeed, first, count);
+        return service->PutDiskCacheBuffer(&context, bytes.data(), first, count);
+    }
     long Close() { return service->closeWriteCacheThread(&context); }
 
     uint64_t WrittenSectors() const { return sim.VddkSim_MemDiskWrittenSectors("wc"); }
     uint64_t Mismatches() const { return sim.VddkSim_MemDiskMismatches("wc"); }
     uint64_t Writes() const { return Calls("VixDiskLib_Write"); }
     // The write thread's failure line for a run, as VDDK's text gives it.
-    std::wstring FailureLine(uint64_t start, uint64_t count, VixError error) const;
+    std::wstring FailureLine(uint64_t start, uint64_t count, VixError error) const {
+        return L"diskBroker::WriteDiskExtents() Could not write to the disk. start Sector: '" + std::to_wstring(start) +
+               L"', Num of sectors: '" + std::to_wstring(count) + L"' Error Text: '" + VddkErrorText(error) +
+               L"' Error: '" + std::to_wstring(static_cast<long long>(error)) + L"' ";
+    }
 
     _vixReadWriteHandle *disk = nullptr;
     diskWriteContextStruct context;
