@@ -169,25 +169,6 @@ TEST(WorkerThreadSetup, InitialisesTheRequestedComApartment) {
     }
 }
 
-TEST(WorkerThreadSetup, NamesTheThreadWhereTheSystemCan) {
-    using GetDescription = HRESULT(WINAPI *)(HANDLE, PWSTR *);
-    const auto address = reinterpret_cast<void (*)()>(
-        GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetThreadDescription"));
-    if (address == nullptr) GTEST_SKIP() << "this system has no thread descriptions";
-    WorkerThread worker(0, L"vixMainWorkerThread");
-    ASSERT_TRUE(worker.StartThread(0));
-    std::wstring name;
-    FunctionCall call(&worker, [&] {
-        PWSTR text = nullptr;
-        if (SUCCEEDED(reinterpret_cast<GetDescription>(address)(GetCurrentThread(), &text)) && text) {
-            name = text;
-            LocalFree(text);
-        }
-    });
-    call.Invoke();
-    EXPECT_EQ(name, L"vixMainWorkerThread");
-}
-
 TEST(WorkerThreadSetup, RefusesCallsBeforeStart) {
     WorkerThread worker(0, L"idle");
     bool ran = false;
