@@ -6,7 +6,6 @@
 namespace bindingtest {
 
 std::string Utf8(const std::wstring &wide) { return cstring::ToUtf8(wide); }
-std::wstring Wide(const std::string &utf8) { return wcstring::FromUtf8(utf8.c_str(), utf8.size()); }
 
 std::wstring Padded(uint64_t value) {
     std::wstring digits = std::to_wstring(value);
@@ -51,10 +50,6 @@ std::wstring BindingTest::InstallDir(int product) const {
 }
 
 std::wstring BindingTest::BinDir(int product) const { return InstallDir(product) + (product == 0 ? L"bin\\" : L""); }
-
-void BindingTest::SetLogLevel(DWORD mask) {
-    ASSERT_EQ(registry.SetDword(kMainAgentKey, L"VMware Agent debug log level", mask), ERROR_SUCCESS);
-}
 
 ::testing::AssertionResult BindingTest::Attach(HMODULE loadedDiskLib) {
     if (!loadedDiskLib) return ::testing::AssertionFailure() << "the binding loaded no library";

@@ -26,13 +26,11 @@ namespace bindingtest {
 // threads is a round trip through wineserver.
 constexpr DWORD kTimeoutMs = 60000;
 
-using dbtest::kMainAgentKey;  // "VMware Agent debug log level" lives here
 using dbtest::kMainInstallKey;
 using dbtest::kProductKey;
 using dbtest::kSiblingInstallKey;
 
 std::string Utf8(const std::wstring &wide);
-std::wstring Wide(const std::string &utf8);
 // A number as the trace and statistics lines print it: decimal, at least 8 digits.
 std::wstring Padded(uint64_t value);
 std::wstring Padded(const void *pointer);
@@ -53,7 +51,6 @@ protected:
     std::wstring Root() const { return install.Path(); }
     std::wstring InstallDir(int product) const;
     std::wstring BinDir(int product) const;
-    void SetLogLevel(DWORD mask);
 
     // Pins the stand-in module that a binding loaded (so counts outlive the
     // binding) and loads its control interface.
