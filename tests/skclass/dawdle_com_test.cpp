@@ -14,14 +14,11 @@ protected:
     void TearDown() override { skclass::SetTimeScale(1.0); }
 };
 
-TEST_F(DawdleTest, CountsWhatWasAskedForWhateverTheScale) {
+TEST_F(DawdleTest, CountsWhatWasAskedForAtScaleZero) {
     skclass::SetTimeScale(0.0);
     // At full scale these would take 30 s, beyond the test's time limit.
     for (int i = 0; i < 3; ++i) skclass::Dawdle(10000);
     EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 30000u);
-    skclass::SetTimeScale(0.0001);
-    skclass::Dawdle(20000);  // 2 ms
-    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 50000u);
 }
 
 TEST_F(DawdleTest, ComPauseAndWaitsGoThroughTheSeam) {

@@ -22,12 +22,11 @@ TEST(ProcessExit, EndsPromptlyWithTheWorkerIdleOrInsideACallOrReleasedAndFreed) 
 }
 
 // Under Wine a crash in a process with several threads could end it with exit
-// code 0; the test programs' exit on crash makes it 70, with a line saying what.
-TEST(ProcessExit, ACrashEndsWithItsOwnExitCodeAndALine) {
+// code 0; the test programs' exit on crash makes it 70.
+TEST(ProcessExit, ACrashEndsWithItsOwnExitCode) {
     dbtest::ChildProcess helper(L"skclass_exit_helper.exe", L"crash", true);
     ASSERT_TRUE(helper.Started()) << "CreateProcessW failed: " << helper.StartError();
-    EXPECT_EQ(helper.Finish(kTimeoutMs), 70);
-    EXPECT_NE(helper.Output().find("unhandled exception 0xC0000005 at 0x"), std::string::npos) << helper.Output();
+    EXPECT_EQ(helper.Finish(kTimeoutMs), 70) << helper.Output();
 }
 
 // A child that hangs with its output open fails its wait at the bound (and is
