@@ -12,8 +12,6 @@
 
 namespace standin_test {
 
-constexpr DWORD kWaitTimeoutMs = 10000;  // bounded wait for "must happen" events
-
 // Whether a warning line holding text was logged.
 bool Warned(const char *text);
 // Creates or truncates path (UTF-8) and writes text.

@@ -100,14 +100,15 @@ TEST_P(KilledRun, ABackupLeavesNoManifestARestoreItsMarkAndTheRegistryAsItWas) {
 INSTANTIATE_TEST_SUITE_P(AtEachQuarter, KilledRun, ::testing::Values(25, 50, 75));
 
 // Ctrl-C sets the flag the handler sets; the transfer ends through the
-// ordinary unwinding: caches and disks closed, no manifest, target marked.
+// ordinary unwinding and closes its caches and disks. What an interrupted run
+// leaves behind (no manifest, the target marked) is ctrl_c.sh's.
 class Interrupt : public ::testing::Test {
 protected:
     void TearDown() override { ClearInterrupt(); }
     dbtest::TempDir dir;
 };
 
-TEST_F(Interrupt, ABackupEndsWithoutAManifestAndARestoreLeavesItsMark) {
+TEST_F(Interrupt, ARestoreEndsAndTheSameJobRunsTheNext) {
     const Args args({L"--vddk", L"standin"}, WithCommonOptions({}, true), 0, 0);
     Job job(args, false);
     BackupRequest backup;
@@ -122,14 +123,7 @@ TEST_F(Interrupt, ABackupEndsWithoutAManifestAndARestoreLeavesItsMark) {
     restore.showProgress = false;
     RequestInterrupt();
     EXPECT_TRUE(Holds(ErrorOf<Failure>([&] { Restore(job, CacheTuning(), restore); }), L"was interrupted"));
-    backup.image = dir.File(L"j.img");
-    EXPECT_THROW(Backup(job, CacheTuning(), backup), Failure);
-    EXPECT_FALSE(PathExists(ManifestPathFor(backup.image)));
     ClearInterrupt();
-
-    std::string output;
-    EXPECT_EQ(RunTool(L"info " + Quoted(restore.target), &output), 0) << output;
-    EXPECT_NE(output.find("restore:     INCOMPLETE"), std::string::npos) << output;
     // The caches were closed: the same job can run the next transfer.
     EXPECT_NO_THROW(Restore(job, CacheTuning(), restore));
 }

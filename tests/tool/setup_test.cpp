@@ -23,8 +23,6 @@ using tooltest::ErrorOf;
 using tooltest::Holds;
 
 using dbtest::kMainInstallKey;
-using dbtest::kProductKey;
-using dbtest::kSiblingInstallKey;
 
 class VddkSetupTest : public ::testing::Test {
 protected:
@@ -89,20 +87,6 @@ TEST_F(VddkSetupTest, TheStandinMachineKeepsWhatTheLibraryWroteAndRefreshesTheIn
     EXPECT_EQ(Registered(), StandinRoot());
 }
 
-TEST_F(VddkSetupTest, ASetupInsideAnotherLeadsHklmBackToIt) {
-    ASSERT_EQ(registry.SetString(kMainInstallKey, L"Path", L"C:\\machine"), ERROR_SUCCESS);
-    {
-        VddkSetup outer(VddkChoice::Standin, machine.get());
-        { VddkSetup inner(VddkChoice::Standin); }  // a job run in process, as tests do
-        EXPECT_EQ(Registered(), StandinRoot());
-        skclass::UniqueHkey key;  // and writable (not a key deleted under it)
-        EXPECT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Halvorn\\probe", 0, nullptr, 0, KEY_SET_VALUE,
-                                  nullptr, key.put(), nullptr),
-                  ERROR_SUCCESS);
-    }
-    EXPECT_EQ(Registered(), L"C:\\machine");
-}
-
 // What is registered before a set-up and which VDDK is asked for: the stand-in
 // is seen only by this process while the set-up lives and is kept in the
 // stand-in machine; the machine's own value is left as it was.
@@ -116,7 +100,6 @@ struct Registration {
 const Registration kRegistrations[] = {
     {"nothing registered, auto: the stand-in", nullptr, false, VddkChoice::Auto, true},
     {"a real install, auto: used as it is", L"\\", true, VddkChoice::Auto, false},
-    {"a value pointing at nothing, auto: the stand-in", L"\\gone", false, VddkChoice::Auto, true},
     {"a real install, the stand-in asked for", L"", true, VddkChoice::Standin, true},
 };
 void PrintTo(const Registration &r, std::ostream *out) { *out << r.what; }
@@ -166,15 +149,6 @@ TEST_F(VddkSetupTest, InstalledRefusesWhatIsNoInstall) {
     }
 }
 
-TEST_F(VddkSetupTest, SiblingProductUsesItsOwnKeyAndLayout) {
-    ASSERT_EQ(registry.SetDword(kProductKey, L"Product", 1), ERROR_SUCCESS);
-    VddkSetup setup(VddkChoice::Auto, machine.get());
-    EXPECT_EQ(Registered(kSiblingInstallKey, L"InstallDir64"), StandinRoot());
-    EXPECT_EQ(Registered(), L"<none>");
-    EXPECT_EQ(InStandinMachine(kSiblingInstallKey, L"InstallDir64"), StandinRoot());
-    EXPECT_TRUE(PathExists(StandinRoot() + L"\\Shared\\VDDK\\vixDiskLib.dll"));
-}
-
 TEST(Files, PositionedWritesAndAShortImage) {
     dbtest::TempDir dir;
     File file = File::Create(dir.File(L"image"), false);
@@ -202,24 +176,6 @@ TEST(Files, AllZeroSeesEveryByte) {
         EXPECT_FALSE(AllZero(bytes.data(), bytes.size())) << "non-zero byte at " << at;
         bytes[at] = 0;
     }
-}
-
-TEST(Files, TreesAndTemporaryPaths) {
-    dbtest::TempDir dir;
-    CreateFolders(dir.File(L"a\\b\\c"));
-    WriteWholeFile(dir.File(L"a\\b\\c\\f"), "x");
-    DeleteTree(dir.File(L"a"));
-    EXPECT_FALSE(PathExists(dir.File(L"a")));
-    std::wstring kept;
-    {
-        TempPath temp(L".xml");
-        kept = temp.Path();
-        WriteWholeFile(kept, "y");
-        EXPECT_TRUE(PathExists(kept));
-    }
-    EXPECT_FALSE(PathExists(kept));
-    EXPECT_TRUE(IsUrlPath(L"memdisk://x?size=512"));
-    EXPECT_EQ(FullPath(L"memdisk://x?size=512"), L"memdisk://x?size=512");
 }
 
 // The stand-in and the live web-services client are copied to one place: a
