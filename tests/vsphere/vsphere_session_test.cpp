@@ -18,12 +18,6 @@ TEST_F(SessionTest, ConnectLogsInAndTunesTheSessionWithDefaults) {
     EXPECT_EQ(sim.Query("timeouts"), "600000,600000,600000,180000,180000,180000,60000,4000");
     EXPECT_EQ(sim.Query("preferences"), "0,0,0,0,0,0,0,1,1,0");
     EXPECT_EQ(sim.Query("logLevel"), "0");
-    // The library's own login line does not show: its logger is installed with the time-outs.
-    const std::vector<std::wstring> expected = {
-        L"DynLoadRavelkitLib: loaded OK",
-        Format(L"vddkConnectToVMWareServer(): vmcConnect OK, vddkSession = %p", session),
-        L"vddkSetManagedTimeouts(): OK, ravelkit LogLevel set to 0", L"vddkConnectToVMWareServer(): status = 0X0"};
-    EXPECT_EQ(log.Lines(), expected);
     const std::string journal = sim.Query("journal");
     EXPECT_EQ(journal.find("Standin-Pass1"), std::string::npos) << "a password never reaches the journal";
     for (const std::wstring &line : log.Lines()) EXPECT_EQ(line.find(kPassword), std::wstring::npos);
@@ -50,7 +44,6 @@ TEST_F(SessionTest, RegistryTuningWithTheDeliberatePowerAsymmetry) {
     SetAgentDword(L"VCB connect timeout", 15);
     EXPECT_EQ(vddkSetManagedTimeouts(wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("timeouts"), "20000,20000,20000,180000,180000,30000,15000,9000");
-    EXPECT_TRUE(log.Contains(L"vddkSetManagedTimeouts(): OK, ravelkit LogLevel set to 5"));
     SetAgentDword(L"VM browse datastore timeout", 0x7FFFFFFF);
     SetAgentDword(L"VCB refresh timeout", 0xFFFFFFFF);
     EXPECT_EQ(vddkSetManagedTimeouts(wrapper, session), dbresult::kOk);
@@ -62,19 +55,15 @@ TEST_F(SessionTest, WrongPasswordFailsLoginAndDisconnects) {
     EXPECT_EQ(vddkConnectToVMWareServer(kServer, kUser, L"wrong", &wrapper, &session), dbresult::kLoginFailed);
     EXPECT_EQ(session, nullptr);
     ASSERT_NE(wrapper, nullptr) << "the wrapper stays for the caller to free";
-    EXPECT_TRUE(log.Contains(L"vddkConnectToVMWareServer(): vmcLogin failed, result = 0X23"));
     EXPECT_EQ(sim.Query("sessions"), "0");
     wcstring text;
     int code = 0;
     EXPECT_EQ(vddkGetLastVIErr(text, &code, wrapper, reinterpret_cast<void *>(1)), dbresult::kOk);
     EXPECT_EQ(text, L"Cannot complete login due to an incorrect user name or password.");
     EXPECT_EQ(code, 185);
-    log.Clear();
     EXPECT_EQ(vddkDisconnectFromVCServer(wrapper, session), dbresult::kOk);
     wrapper = nullptr;
-    EXPECT_EQ(log.Lines(), std::vector<std::wstring>({L"vddkDisconnectFromVCServer(): status = 0X0"}))
-        << "a null session only deletes the wrapper";
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcLogout"), 0u);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcLogout"), 0u) << "a null session only deletes the wrapper";
 }
 
 TEST_F(SessionTest, UnreachableServerFailsConnect) {
@@ -82,7 +71,6 @@ TEST_F(SessionTest, UnreachableServerFailsConnect) {
     EXPECT_EQ(vddkConnectToVMWareServer(L"nowhere.example", kUser, kPassword, &wrapper, &session),
               dbresult::kConnectFailed);
     EXPECT_EQ(session, nullptr);
-    EXPECT_TRUE(log.Contains(L"vddkConnectToVMWareServer(): vmcConnect failed, result = 0X4"));
     EXPECT_EQ(sim.Query("url"), "https://nowhere.example/sdk");
 }
 
@@ -96,8 +84,6 @@ TEST_F(SessionTest, FailedTimeoutsLeaveTheSessionLoggedInAndFailedPreferencesOnl
     sim.Script("vmcSetTimeouts", {9});
     EXPECT_EQ(vddkConnectToVMWareServer(kServer, kUser, kPassword, &wrapper, &session), dbresult::kSetTimeoutsFailed);
     EXPECT_NE(session, nullptr);
-    EXPECT_TRUE(log.Contains(L"vddkSetManagedTimeouts(): vmcSetTimeouts failed, result = 0X9"));
-    EXPECT_TRUE(log.Contains(L"vddkConnectToVMWareServer(): status = 0XE0009580"));
     EXPECT_EQ(sim.RavelSim_CallCount("vmcSetPreferences"), 0u);
     // Failing preferences only log.
     sim.Script("vmcSetPreferences", {2});
@@ -108,14 +94,8 @@ TEST_F(SessionTest, FailedTimeoutsLeaveTheSessionLoggedInAndFailedPreferencesOnl
 TEST_F(SessionTest, FailedLogoutStillDisconnects) {
     Connect();
     sim.Script("vmcLogout", {17});
-    void *closed = session;
     EXPECT_EQ(vddkDisconnectFromVCServer(wrapper, session), dbresult::kLogoutFailed);
     wrapper = nullptr;
-    const std::vector<std::wstring> expected = {
-        L"vddkDisconnectFromVCServer(): vmcLogout failed, result = 0X11",
-        Format(L"vddkDisconnectFromVCServer(): vmcDisconnect OK, vddkSession = %p", closed),
-        L"vddkDisconnectFromVCServer(): status = 0XE0009542"};
-    EXPECT_EQ(log.Lines(), expected);
     EXPECT_EQ(sim.Query("sessions"), "0");
 }
 
