@@ -25,7 +25,6 @@ TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfDataAndLogsTheDepths) {
     EXPECT_EQ(log.Count(L"diskBroker::WriteDiskExtents() Acknowledged the receipt of the last buffer. "), 0u);
     EXPECT_EQ(WrittenSectors(), 16u);
     EXPECT_EQ(Mismatches(), 0u);
-    EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
     EXPECT_EQ(context.endOfData, 0) << "reset for the next pass";
     EXPECT_EQ(context.bytesWritten, 0u);
     EXPECT_EQ(log.CountStartingWith(header), 1u);
@@ -81,7 +80,6 @@ TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(Writes(), 1u);
     EXPECT_EQ(WrittenSectors(), 0u);
-    EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
     EXPECT_EQ(context.freeQueue.Count(), 4u) << "every buffer is back, none left queued for the next pass";
     EXPECT_EQ(context.filledQueue.Count(), 0u);
 
@@ -91,22 +89,15 @@ TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(WrittenSectors(), 20u);
     EXPECT_EQ(Mismatches(), 0u);
-    EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
 }
 
 // Sizes no pass can move with (a run table of 0 KB runs, buffers of 0 bytes)
-// are refused before anything is made: no buffer, no thread, one line saying
-// what is wrong. The other buffer sizes are refused by the check both caches
+// are refused before anything is made: no buffer, no thread. The other buffer sizes are refused by the check both caches
 // share, tested through the read cache. Null contexts and data are refused
 // before use; a pass without a disk handle fails its first write with 1000.
 TEST_F(WriteCacheTest, WhatCannotWorkIsRefusedBeforeUse) {
     EXPECT_EQ(StartCache(2, 4, 0), kStartRefused);
-    EXPECT_TRUE(log.Contains(L"diskBroker::startWriteCacheThread: The minimum run size is 0 KB, so no run table "
-                             L"can be sized. Cannot start the Write cache"));
     EXPECT_EQ(StartCache(2, 0, 1), kStartRefused);
-    EXPECT_TRUE(log.Contains(L"diskBroker::startWriteCacheThread: A buffer size of 0 KB holds no sector (2 buffers "
-                             L"of 0 KB). Cannot start the Write cache"))
-        << ::testing::PrintToString(log.Lines());
     EXPECT_EQ(context.allBuffers, nullptr);
     EXPECT_EQ(context.threadHandle, nullptr);
 
@@ -134,7 +125,6 @@ TEST_F(WriteCacheTest, TheWriterRunsAboveNormalPriorityUnderTheJobsToken) {
     RevertToSelf();
     ASSERT_EQ(started, 0);
     EXPECT_EQ(GetThreadPriority(context.threadHandle), THREAD_PRIORITY_ABOVE_NORMAL);
-    EXPECT_TRUE(log.Contains(L"Thread's current priority is 0. Bumping it upto 1"));
     if (log.Count(L"diskBroker::startWriteCacheThread : Thread is not impersonating !"))
         GTEST_SKIP() << "this Windows (Wine) shows no impersonation token to OpenThreadToken";
     StartPass(8 * 512);
