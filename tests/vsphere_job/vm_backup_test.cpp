@@ -81,7 +81,6 @@ protected:
     dbtest::RegistrySandbox registry;
     skclass::UniqueHkey machine;
     dbtest::TempDir data, out;
-    dbtest::LogCapture log;
     std::unique_ptr<VddkSetup> vddkSetup;
     std::unique_ptr<VsphereLibrary> library;
     skclass::UniqueModule vddkModule, ravelModule;
@@ -102,7 +101,6 @@ TEST_F(VmBackupTest, LocksWhileStreamingAndReleasesAfterwards) {
     EXPECT_EQ(sim.Query("changeTracking:web01"), "1");
     EXPECT_TRUE(OrphanList().empty());
     EXPECT_EQ(sim.Query("sessions"), "0");
-    EXPECT_TRUE(log.Contains(L"vddkRemoveSnapshot(): removing the snapshot '" + result.snapshot + L"' for the VM 'web01'"));
 }
 
 TEST_F(VmBackupTest, ReadFailureMidStreamStillReleasesTheVm) {
@@ -136,8 +134,6 @@ TEST_F(VmBackupTest, SnapshotOfAKilledRunIsRemovedByTheNext) {
     delete wrapper;  // the process died: no logout, no removal
 
     const VmBackupResult result = VmBackup(request);
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): found orphaned snapshots for VM web01"));
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): successfully removed all orphaned snapshots for VM web01"));
     EXPECT_EQ(sim.Query("snapshots:web01"), "");
     EXPECT_TRUE(OrphanList().empty());
     EXPECT_FALSE(Locked());
@@ -147,12 +143,7 @@ TEST_F(VmBackupTest, SnapshotOfAKilledRunIsRemovedByTheNext) {
 TEST_F(VmBackupTest, FailedSnapshotLeavesNoLock) {
     sim.Script("vmcCreateSnapshot", {36});
     sim.RavelSim_SetLastError("The operation is not allowed in the current state.", 213);
-    try {
-        VmBackup(request);
-        ADD_FAILURE() << "no failure";
-    } catch (const Failure &e) {
-        EXPECT_NE(e.Message().find(L"the snapshot of 'web01' failed (0xE00095A3)"), std::wstring::npos);
-    }
+    EXPECT_THROW(VmBackup(request), Failure);
     EXPECT_FALSE(Locked());
     EXPECT_EQ(sim.Query("snapshots:web01"), "");
     EXPECT_TRUE(lockedAtDisk.empty());
