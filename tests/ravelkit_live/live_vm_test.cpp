@@ -1,7 +1,8 @@
 // Virtual machines against the simulator: details by name, the information
-// documents, and the snapshot codes (change tracking enabled and seen by a
-// later session, snapshots made and removed, the host list: vm_backup_live.sh
-// through the program).
+// documents, the snapshot codes, and changed disk areas, which the simulator
+// gains in the launcher (change tracking enabled and seen by a later session,
+// snapshots made and removed, the host list: vm_backup_live.sh through the
+// program; tasks: live_layer_test).
 #include <dbtest/temp_dir.h>
 #include <skxml/xmlreader.h>
 #include "live_fixture.h"
@@ -55,6 +56,34 @@ TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocumentsAndSnapshotCodes) {
     // client; here, the codes it does not tell apart.
     EXPECT_EQ(53, vmc->vmcRemoveSnapshot(session, "no-such-snapshot", kVm, false, false));
     EXPECT_EQ(2, vmc->vmcCreateSnapshot(session, "x", nullptr, "no-such-vm", false, false));
+}
+
+TEST_F(LiveTest, ChangedDiskAreasOfADiskAtTheVmAndAtASnapshot) {
+    void *session = OpenSession();
+    std::vector<_vmc::_VmDiskDetails> disks;
+    ASSERT_EQ(0, vmc->vmcGetAllVmDiskDetails(session, kVm, disks)) << LastErrorText();
+    ASSERT_EQ(1u, disks.size());
+    const int key = disks[0].key;
+    const int64_t size = disks[0].capacityBytes;
+    ASSERT_EQ(0, vmc->vmcSetVmPowerOrConfigState(session, kVm, "enableChangeTracking")) << LastErrorText();
+
+    _vmc::_DiskChangeInfo changes;
+    ASSERT_EQ(0, vmc->vmcGetChangedDiskAreas(session, key, 4096, kVm, nullptr, "*", &changes)) << LastErrorText();
+    EXPECT_EQ(4096, changes.startOffset);
+    EXPECT_EQ(size - 4096, changes.length);
+    EXPECT_EQ((std::vector<std::pair<int64_t, int64_t>>{{4096, size - 4096}}), changes.changedAreas);
+    ASSERT_EQ(0, vmc->vmcGetChangedDiskAreas(session, key, 0, kVm, nullptr, "52 8c 1e 0f/3", &changes));
+    EXPECT_TRUE(changes.changedAreas.empty());
+    EXPECT_EQ(size, changes.length);
+
+    EXPECT_EQ(36, vmc->vmcGetChangedDiskAreas(session, key + 1, 0, kVm, nullptr, "*", &changes));
+    EXPECT_EQ(2, vmc->vmcGetChangedDiskAreas(session, key, 0, "no-such-vm", nullptr, "*", &changes));
+    EXPECT_EQ(53, vmc->vmcGetChangedDiskAreas(session, key, 0, kVm, "no-such-snapshot", "*", &changes));
+
+    ASSERT_EQ(0, vmc->vmcCreateSnapshot(session, "cbt-1", nullptr, kVm, false, false)) << LastErrorText();
+    EXPECT_EQ(0, vmc->vmcGetChangedDiskAreas(session, key, 0, kVm, "cbt-1", "*", &changes)) << LastErrorText();
+    EXPECT_EQ(1u, changes.changedAreas.size());
+    EXPECT_EQ(0, vmc->vmcRemoveSnapshot(session, "cbt-1", kVm, false, false)) << LastErrorText();
 }
 
 }  // namespace
