@@ -74,15 +74,5 @@ TEST_F(BindingTest, LibraryLogLinesReachTheLogAndEmptyOnesDoNot) {
     EXPECT_EQ(log.Lines(), expected);
 }
 
-TEST_F(BindingTest, FolderHierarchiesAskForTheirRoots) {
-    Connect();
-    const std::string file = "C:\\nonexistent-folder\\tree.xml";
-    wrapper->vmcGetVmFolderHierarchy(session, file.c_str());
-    wrapper->vmcGetHostFolderHierarchy(session, file.c_str());
-    EXPECT_TRUE(JournalHas("vmcGetObjectInfo thread="));
-    EXPECT_TRUE(JournalHas("(root, vm_3, (null), " + file + ")"));
-    EXPECT_TRUE(JournalHas("(root, host, (null), " + file + ")"));
-}
-
 }  // namespace
 }  // namespace vspheretest
