@@ -19,14 +19,12 @@ TEST_F(WriteCacheTest, ClosingAfterAFullBufferEndsOnEndOfDataAndLogsTheDepths) {
     ASSERT_EQ(StartCache(2, 4), 0);
     StartPass(16 * 512);
     EXPECT_EQ(Put(0, 16), 0);
-    EXPECT_EQ(context.fillBuffer, nullptr);
     EXPECT_EQ(Close(), 0);
     EXPECT_TRUE(log.Contains(kEndOfDiskLine));
     EXPECT_EQ(log.Count(L"diskBroker::WriteDiskExtents() Acknowledged the receipt of the last buffer. "), 0u);
     EXPECT_EQ(WrittenSectors(), 16u);
     EXPECT_EQ(Mismatches(), 0u);
     EXPECT_EQ(context.endOfData, 0) << "reset for the next pass";
-    EXPECT_EQ(context.bytesWritten, 0u);
     EXPECT_EQ(log.CountStartingWith(header), 1u);
     EXPECT_EQ(log.Count(header + L"0'"), 0u) << "the writer waited at least once";
     EXPECT_EQ(log.CountStartingWith(L"\t Write Buffer Depth: '"), 3u);
