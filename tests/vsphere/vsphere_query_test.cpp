@@ -18,8 +18,7 @@ TEST_F(QueryTest, ChangeTrackingIsEnabledWhereSupportedAndNeverFails) {
     EXPECT_EQ(sim.Query("changeTracking:web01"), "1");
     log.Clear();
     EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
-    EXPECT_EQ(vddkEnableChangeTracking(kOffVm, wrapper, session), dbresult::kOk);
-    EXPECT_TRUE(log.Lines().empty()) << "enabled already, or not supported: nothing to do";
+    EXPECT_TRUE(log.Lines().empty()) << "enabled already: nothing to do";
 
     EXPECT_EQ(vddkEnableChangeTracking(L"no-such-vm", wrapper, session), dbresult::kOk);
     LoadInventory("<inventory><vm name='web01'/></inventory>");
@@ -48,7 +47,6 @@ TEST_F(QueryTest, FqdnFailures) {
     sim.Script("vmcGetObjDetails", {RAVELSIM_REAL, 7});  // the first query runs, the second fails
     EXPECT_EQ(Fqdn(kVm), dbresult::kObjectDetailsUnreadable);
     EXPECT_EQ(fqdn, L"web01.example.com") << "a powered-on VM's name is filled before the second query";
-    EXPECT_EQ(Fqdn(L"no-such-vm"), dbresult::kObjectDetailsUnreadable);
 }
 
 // Each document is written where the caller says, for the object it names.
