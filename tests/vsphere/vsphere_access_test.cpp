@@ -40,7 +40,7 @@ TEST_F(AccessTest, FailuresToReadDetailsAndToLock) {
     ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_HOST_NETWORK_CONN_REFUSED);
     ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Lock(true), dbresult::kAccessPrepareFailed);
-    EXPECT_EQ(Lock(true, L"db01"), dbresult::kOk) << "another VM is not held up by it";
+    EXPECT_EQ(Lock(true, kOffVm), dbresult::kOk) << "another VM is not held up by it";
 
     ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Lock(false), dbresult::kOk) << "EndAccess masks every failure, so a release never fails here";
