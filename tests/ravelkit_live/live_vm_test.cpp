@@ -47,8 +47,8 @@ TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocumentsAndSnapshotCodes) {
     EXPECT_EQ(1, vmc->vmcGetObjectInfo(session, "root", "datastore", nullptr, Narrow(file).c_str()));
     EXPECT_EQ(3, vmc->vmcGetVmBackupInfo(session, kVm, "Z:\\no\\such\\folder\\info.xml"));
 
-    // Snapshots made and removed by name: the layer's orphan test over this
-    // client; here, the codes it does not tell apart.
+    // Snapshots made and removed by name: vm_backup_live.sh's killed run;
+    // here, the code for one already gone.
     EXPECT_EQ(53, vmc->vmcRemoveSnapshot(session, "no-such-snapshot", kVm, false, false));
 }
 
