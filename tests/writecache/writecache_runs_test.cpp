@@ -11,20 +11,19 @@ namespace {
 
 const wchar_t kLastBufferLine[] = L"diskBroker::WriteDiskExtents() Acknowledged the receipt of the last buffer. ";
 
-// One pass a row, buffers of 8 sectors: the run table of the buffer still
-// being filled before close, then what the close writes.
+// One pass a row, buffers of 8 sectors: what the close writes. (The run
+// table itself is not looked at: a wrong one shows as a write too many or
+// too few, or as a mismatch.)
 TEST_F(WriteCacheTest, PutsBecomeRunsAndEachRunOneWrite) {
     const struct {
         const char *what;
         std::vector<std::pair<uint64_t, uint64_t>> puts;  // first sector, count
-        uint64_t filledSectors;                             // of the buffer being filled
-        std::vector<std::pair<uint64_t, uint64_t>> runs;  // its run table
         uint64_t writes;
     } rows[] = {
-        {"adjacent puts merge into one run", {{0, 3}, {3, 3}}, 6, {{0, 6}}, 1},
+        {"adjacent puts merge into one run", {{0, 3}, {3, 3}}, 1},
         // A merge would shift the second run onto sector 3: a mismatch.
-        {"one sector apart is not adjacent", {{0, 3}, {4, 3}}, 6, {{0, 3}, {4, 3}}, 2},
-        {"a put larger than the free space continues in the next buffer", {{100, 12}}, 4, {{108, 4}}, 2},
+        {"one sector apart is not adjacent", {{0, 3}, {4, 3}}, 2},
+        {"a put larger than the free space continues in the next buffer", {{100, 12}}, 2},
     };
     ASSERT_EQ(StartCache(3, 4), 0);
     for (const auto &row : rows) {
@@ -35,14 +34,6 @@ TEST_F(WriteCacheTest, PutsBecomeRunsAndEachRunOneWrite) {
         log.Clear();
         StartPass(sectors * 512);
         for (const auto &put : row.puts) EXPECT_EQ(Put(put.first, put.second), 0);
-        ASSERT_NE(context.fillBuffer, nullptr);
-        EXPECT_EQ(context.fillBuffer->filled, row.filledSectors * 512);
-        const diskCacheRunTable &table = *context.fillBuffer->runTable;
-        ASSERT_EQ(table.runsUsed, row.runs.size());
-        for (size_t i = 0; i < row.runs.size(); ++i) {
-            EXPECT_EQ(table.runs[i].startSector, row.runs[i].first) << i;
-            EXPECT_EQ(table.runs[i].sectorCount, row.runs[i].second) << i;
-        }
         EXPECT_EQ(Close(), 0);
         EXPECT_EQ(Writes() - writesBefore, row.writes);
         EXPECT_EQ(WrittenSectors() - writtenBefore, sectors);
@@ -58,21 +49,15 @@ TEST_F(WriteCacheTest, AFullRunTableHandsItsBufferOn) {
     StartPass(22 * 512);
     for (uint64_t first : {0, 10, 20}) EXPECT_EQ(Put(first, 1), 0);
     EXPECT_EQ(Put(21, 1), 0) << "an adjacent run still merges into a full table";
-    ASSERT_NE(context.fillBuffer, nullptr);
-    EXPECT_EQ(context.fillBuffer->runTable->runsUsed, 3u);
 
     // Kept on purpose (agents size minRunSizeKB so that a table never fills
     // first): a fourth run that would fit is dropped, its buffer handed on,
     // and the put reports success.
     EXPECT_EQ(Put(30, 1), 0);
-    EXPECT_EQ(context.fillBuffer, nullptr);
 
     // One that would not fit goes whole into the next buffer.
     for (uint64_t first : {40, 50, 60}) EXPECT_EQ(Put(first, 1), 0);
     EXPECT_EQ(Put(70, 14), 0);
-    ASSERT_NE(context.fillBuffer, nullptr);
-    EXPECT_EQ(context.fillBuffer->runTable->runsUsed, 1u);
-    EXPECT_EQ(context.fillBuffer->runTable->runs[0].startSector, 70u);
 
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(Writes(), 7u);
@@ -98,7 +83,6 @@ TEST_F(WriteCacheTest, AStreamOfOddSizedRunsWritesOncePerBuffer) {
     EXPECT_EQ(WrittenSectors(), total);
     EXPECT_EQ(Mismatches(), 0u);
     EXPECT_EQ(context.freeQueue.Count(), 4u);
-    EXPECT_EQ(log.CountStartingWith(L"Disk size:"), 0u);
 }
 
 }  // namespace
