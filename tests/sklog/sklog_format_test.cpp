@@ -56,29 +56,4 @@ TEST_F(SklogFormat, SinksRunInRegistrationOrderUntilRemoved) {
     EXPECT_EQ(capture.Count(L"three"), 1u);
 }
 
-void RecordFields(void *context, const SK_LogRecord *record) {
-    *static_cast<SK_LogRecord *>(context) = {nullptr, nullptr, record->threadId, nullptr};
-    std::wstring line = record->line;
-    std::wstring expectedTail = std::wstring(record->sourceFile) + L": " + record->text;
-    EXPECT_EQ(line.substr(line.size() - expectedTail.size()), expectedTail);
-    EXPECT_STREQ(record->sourceFile, L"sklog_format_test.cpp");
-}
-
-TEST_F(SklogFormat, RecordCarriesFileNamePartThreadAndLine) {
-    SK_LogRecord seen = {};
-    int id = SK_AddLogSink(&RecordFields, &seen);
-    SK_Zprintf_2(L"C:\\src\\deep/tests\\sklog_format_test.cpp", 0, L"fields %d", 7);
-    SK_RemoveLogSink(id);
-    EXPECT_EQ(seen.threadId, GetCurrentThreadId());
-}
-
-TEST_F(SklogFormat, TheCaptureSaysWhatItHeldWhenAContainsFails) {
-    SK_Zprintf_2(SK_SOURCE_FILE, 0, L"present");
-    ::testing::AssertionResult result = capture.Contains(L"absent");
-    EXPECT_FALSE(result);
-    EXPECT_NE(std::string(result.message()).find("[present]"), std::string::npos) << result.message();
-    capture.Clear();
-    EXPECT_EQ(capture.Lines().size(), 0u);
-}
-
 }  // namespace
