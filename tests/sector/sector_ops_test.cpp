@@ -11,6 +11,7 @@ TEST_F(SectorTest, UnknownOperationsAreRefused) {
     wcstring out1 = L"canary", out2 = L"canary";
     for (int op : {0, 8, -1})
         EXPECT_EQ(DataSetSectorManager(L"vm", L"set", out1, out2, {}, static_cast<SECTOR_MANAGER_OP_TYPE>(op)), 1);
+    EXPECT_TRUE(log.Contains(L"DataSetSectorManager: Unknown operation type provided"));
     EXPECT_EQ(DataSetSectorManager(L"vm", static_cast<SECTOR_MANAGER_OP_TYPE>(9)), 1);
     EXPECT_EQ(out1, L"canary");
     EXPECT_EQ(out2, L"canary");
