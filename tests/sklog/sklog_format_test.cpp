@@ -14,16 +14,6 @@ protected:
     dbtest::LogCapture capture;
 };
 
-TEST_F(SklogFormat, FollowsTheWindowsRuntimesWidePrintf) {
-    SK_Zprintf_2(SK_SOURCE_FILE, 0,
-                 L"s=%s ls=%ls d=%d u=%u X=%X p=%p I64u=%I64u I64d=%I64d", L"wide", L"also wide", -5,
-                 4000000000u, 0xBEEFu, reinterpret_cast<void *>(0x1234),
-                 18446744073709551615ull, -9223372036854775807ll - 1);
-    EXPECT_TRUE(capture.Contains(
-        L"s=wide ls=also wide d=-5 u=4000000000 X=BEEF p=0000000000001234 "
-        L"I64u=18446744073709551615 I64d=-9223372036854775808"));
-}
-
 // A null text prints "(null)"; a text too long is cut, not lost, and never
 // inside a surrogate pair.
 TEST_F(SklogFormat, NullTextsPrintNullAndLongOnesAreCutWhole) {
