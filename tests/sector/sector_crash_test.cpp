@@ -1,6 +1,7 @@
 // A child committing runs in a loop is killed with TerminateProcess at random
 // points; after every kill its file must load and hold what was committed:
 // every acknowledged commit, nothing beyond the one in flight.
+#include <algorithm>
 #include <random>
 
 #include <dbtest/child_process.h>
@@ -19,20 +20,15 @@ using namespace sectorcrash;
 constexpr unsigned kKills = 150;
 using dbtest::kTimeoutMs;
 
-class Bitmap {
-public:
-    Bitmap() : words_(kSectors / 64, 0) {}
-    void Add(uint64_t start, uint64_t count) {
-        for (uint64_t s = start; s < start + count; ++s) words_[s / 64] |= uint64_t(1) << (s % 64);
-    }
+// One flag per sector of the plan's range.
+struct Bitmap {
+    std::vector<bool> bits = std::vector<bool>(kSectors);
+    void Add(uint64_t start, uint64_t count) { std::fill_n(bits.begin() + start, count, true); }
     bool Within(const Bitmap &outer) const {
-        for (size_t i = 0; i < words_.size(); ++i)
-            if (words_[i] & ~outer.words_[i]) return false;
+        for (size_t s = 0; s < bits.size(); ++s)
+            if (bits[s] && !outer.bits[s]) return false;
         return true;
     }
-
-private:
-    std::vector<uint64_t> words_;
 };
 
 // The file's runs, strictly: every line whole and a run inside the plan's range.

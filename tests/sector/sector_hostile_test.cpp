@@ -49,11 +49,6 @@ TEST_F(SectorFileTest, ATornLastLineIsIgnoredAndCutBeforeTheNextCommit) {
     EXPECT_EQ(DumpedRuns(L"vm", L"s"), (Runs{{1, 1}}));
     ASSERT_EQ(Commit(L"vm", L"s", {{9, 1}}), 0);
     EXPECT_EQ(dbtest::ReadWholeFile(path), "1 1\n9 1\r\n");
-    EXPECT_TRUE(dbtest::WriteWholeFile(path, "12345"));  // nothing whole at all
-    ASSERT_EQ(Commit(L"vm", L"s", {{8, 1}}), 0);
-    EXPECT_EQ(dbtest::ReadWholeFile(path), "8 1\r\n");
-    EXPECT_TRUE(dbtest::WriteWholeFile(path, ""));
-    EXPECT_EQ(LeftOfFirst64(), (ByteExtents{{0, 64 * 512}})) << "an empty file holds nothing";
 }
 
 TEST_F(SectorFileTest, AFileHeldByAnotherProgramFailsTheCallAndIsLeftAlone) {
