@@ -133,12 +133,12 @@ TEST_F(SectorTest, QueriesWithoutAHeldSetOrAUsableListFail) {
     EXPECT_EQ(DataSetSectorManager(L"vm", scratch.File(L"none.xml"), out1, out2, {L"a"},
                                    SECTOR_MANAGER_QUERY_SECTORS),
               1);
-    // A list the plain scan gives up is read by XmlLite from the same open file.
-    EXPECT_TRUE(dbtest::WriteWholeFile(
-        list, "<DiskChangeInfo><!-- c --><area><extent offset=' 0' length='&#49;536'/></area></DiskChangeInfo>"));
+    // A list the plain scan gives up is read by XmlLite from the same open file, every area of it.
+    EXPECT_TRUE(dbtest::WriteWholeFile(list, "<DiskChangeInfo><!-- c --><area><extent offset=' 0' length='&#49;536'/>"
+                                             "</area><area><extent offset='4096' length='512'/></area></DiskChangeInfo>"));
     ASSERT_EQ(DataSetSectorManager(L"vm", list, out1, out2, {L"a"}, SECTOR_MANAGER_QUERY_SECTORS), 0);
     EXPECT_TRUE(ReadChangeList(out1, answer));
-    EXPECT_EQ(answer, (ByteExtents{{512, 1024}}));
+    EXPECT_EQ(answer, (ByteExtents{{512, 1024}, {4096, 512}}));
     // An answer written over a commit list would lose what it records.
     const std::string committed = dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\a.dat");
     WriteChangeList(list, {{0, 512}});
