@@ -1,5 +1,6 @@
 // CXmlReader: attributes, UTF-8, malformed and truncated input. Cursor moves
-// are checked by the walks over extent lists (read cache, sector answers).
+// are checked by the walks over extent lists of several areas (the read
+// cache's streams, the sector manager's XmlLite path).
 #include <memory>
 #include <string>
 #include <vector>
