@@ -1,6 +1,6 @@
 // libFuzzer target: the stand-in's VMDK descriptor parser. Whatever the text,
 // a parse either fails or gives extents whose sizes and offsets stay within
-// the bound, and what it gives serializes and parses back to the same extents.
+// the bound.
 #include <string>
 
 #include "descriptor.h"
@@ -16,8 +16,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         total += extent.sectors;
     }
     if (total != parsed.ExtentSectors() || total > vddksim::kMaxDiskSectors) abort();
-    vddksim::Descriptor again;
-    if (!vddksim::ParseDescriptor(vddksim::SerializeDescriptor(parsed), &again)) return 0;  // names with quotes
-    if (again.ExtentSectors() != total) abort();
     return 0;
 }

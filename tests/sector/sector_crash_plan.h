@@ -4,6 +4,7 @@
 #pragma once
 #include <stdint.h>
 
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,19 +18,13 @@ constexpr uint64_t kSectors = uint64_t(1) << 20;
 // Every kCompactEvery-th commit is followed by an end (compaction) and a new start.
 constexpr uint64_t kCompactEvery = 5;
 
-inline uint64_t Mix(uint64_t x) {  // splitmix64
-    x += 0x9E3779B97F4A7C15ull;
-    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
-    x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
-    return x ^ (x >> 31);
-}
-
-// Commit number index: one to three runs (start, count).
+// Commit number index: one to three runs (start, count). mt19937_64's
+// sequence is fixed by the standard, so child and test agree.
 inline std::vector<std::pair<uint64_t, uint64_t>> CommitRuns(uint64_t seed, uint64_t index) {
-    uint64_t state = Mix(seed * 1000003 + index);
+    std::mt19937_64 random(seed * 1000003 + index);
     std::vector<std::pair<uint64_t, uint64_t>> runs;
-    for (uint64_t n = 1 + state % 3; n > 0; --n) {
-        state = Mix(state);
+    for (uint64_t n = 1 + random() % 3; n > 0; --n) {
+        const uint64_t state = random();
         runs.push_back({state % (kSectors - 64), 1 + (state >> 40) % 64});
     }
     return runs;

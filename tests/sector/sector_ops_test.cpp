@@ -7,16 +7,11 @@ namespace {
 
 using Runs = std::vector<std::pair<uint64_t, uint64_t>>;
 
-TEST_F(SectorTest, UnknownOperationsAreRefusedWithTheirText) {
-    wcstring out1 = L"canary", out2 = L"canary";
-    for (int op : {0, 8, -1, 1000}) {
-        log.Clear();
+TEST_F(SectorTest, UnknownOperationsAreRefused) {
+    wcstring out1, out2;
+    for (int op : {0, 8, -1})
         EXPECT_EQ(DataSetSectorManager(L"vm", L"set", out1, out2, {}, static_cast<SECTOR_MANAGER_OP_TYPE>(op)), 1);
-        EXPECT_EQ(log.Lines(), std::vector<std::wstring>{L"DataSetSectorManager: Unknown operation type provided"});
-    }
-    EXPECT_EQ(DataSetSectorManager(L"vm", static_cast<SECTOR_MANAGER_OP_TYPE>(9)), 1);
-    EXPECT_EQ(out1, L"canary");
-    EXPECT_EQ(out2, L"canary");
+    EXPECT_TRUE(log.Contains(L"DataSetSectorManager: Unknown operation type provided"));
 }
 
 TEST_F(SectorTest, CommitsAreLinesInTheSetsFileAndQueriesSubtractThem) {
@@ -25,7 +20,6 @@ TEST_F(SectorTest, CommitsAreLinesInTheSetsFileAndQueriesSubtractThem) {
     EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm-1") + L"\\disk0.dat"), "8 8\r\n0 4\r\n4 2\r\n");
 
     ASSERT_EQ(DataSetSectorManager(L"vm-1", L"disk0", SECTOR_MANAGER_START_QUERY), 0);
-    EXPECT_TRUE(log.Contains(L"DataSetSectorManager: started 'vm-1' set 'disk0': 2 runs, 14 sectors committed"));
     ByteExtents answer;
     std::wstring summary;
     // Sectors 0..31 asked in two extents (the second one's stray bytes cut).
@@ -42,26 +36,17 @@ TEST_F(SectorTest, TheShorterFormsReachTheSameOperations) {
     const std::vector<wcstring> runs = RunTexts({{0, 10}});
     ASSERT_EQ(DataSetSectorManager(L"obj", L"a", runs, SECTOR_MANAGER_COMMIT_SECTORS), 0);
     ASSERT_EQ(DataSetSectorManager(L"obj", L"a", SECTOR_MANAGER_START_QUERY), 0);
-    ASSERT_EQ(DataSetSectorManager(L"obj", L"a", SECTOR_MANAGER_START_QUERY), 0) << "a second start is harmless";
     const std::wstring list = scratch.File(L"list.xml");
     WriteChangeList(list, {{0, 20 * 512}});
     wcstring answer, summary;  // empty: the answer goes to a new file of the object's folder
     ASSERT_EQ(DataSetSectorManager(L"obj", list, answer, summary, SECTOR_MANAGER_QUERY_SECTORS), 0);
     EXPECT_EQ(answer, ObjectFolder(L"obj") + L"\\query-0.xml");
-    EXPECT_EQ(summary, L"extents 1, sectors asked 20, already committed 10, left 10");
     wcstring second;
     ASSERT_EQ(DataSetSectorManager(L"obj", list, second, summary, SECTOR_MANAGER_QUERY_SECTORS), 0);
     EXPECT_EQ(second, ObjectFolder(L"obj") + L"\\query-1.xml");
     ASSERT_EQ(DataSetSectorManager(L"obj", L"a", SECTOR_MANAGER_END_QUERY), 0);
-    ASSERT_EQ(DataSetSectorManager(L"obj", std::vector<wcstring>{L"a"}, SECTOR_MANAGER_LOAD_MASTER), 0);
-    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"obj") + L"\\master.dat"), "0 10\r\n");
-    ASSERT_EQ(DataSetSectorManager(L"obj", SECTOR_MANAGER_DUMP), 0);
-    EXPECT_TRUE(log.Contains(L"DataSetSectorManager: dump 'obj' set 'a': run 0 10"));
-    EXPECT_TRUE(log.Contains(L"DataSetSectorManager: dump 'obj' set 'a': 1 runs, 10 sectors"));
-    EXPECT_TRUE(log.Contains(L"DataSetSectorManager: dump 'obj' set '(master)': 1 runs, 10 sectors"));
     ASSERT_EQ(DataSetSectorManager(L"obj", SECTOR_MANAGER_DESTROY_ALL), 0);
     EXPECT_EQ(GetFileAttributesW(ObjectFolder(L"obj").c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(DataSetSectorManager(L"obj", SECTOR_MANAGER_DESTROY_ALL), 0) << "nothing left to destroy is fine";
 }
 
 TEST_F(SectorTest, TheMasterListCountsForEverySetOfTheObject) {
@@ -74,24 +59,15 @@ TEST_F(SectorTest, TheMasterListCountsForEverySetOfTheObject) {
     std::wstring summary;
     ASSERT_EQ(Query(L"vm", {{0, 300 * 512}}, answer, summary), 0);
     EXPECT_EQ(answer, (ByteExtents{{100 * 512, 100 * 512}, {210 * 512, 90 * 512}}));
-    // The master list of a set named "master" is another file than master.dat.
-    ASSERT_EQ(Commit(L"vm", L"master", {{5, 1}}), 0);
-    EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\master.dat"), "0 100\r\n200 10\r\n");
-    log.Clear();
     EXPECT_EQ(DataSetSectorManager(L"vm", std::vector<wcstring>{L"missing"}, SECTOR_MANAGER_LOAD_MASTER), 1);
-    EXPECT_EQ(log.Lines(), std::vector<std::wstring>{
-                               L"DataSetSectorManager: master list of 'vm': data set 'missing' has no commit list"});
-    log.Clear();
     EXPECT_EQ(DataSetSectorManager(L"vm", std::vector<wcstring>{}, SECTOR_MANAGER_LOAD_MASTER), 1);
-    EXPECT_EQ(log.Lines(), std::vector<std::wstring>{L"DataSetSectorManager: master list of 'vm': no data set named"});
 }
 
 TEST_F(SectorTest, NamesBecomeDistinctSafeFileNames) {
     const std::vector<std::pair<std::wstring, std::wstring>> names = {
-        {L"Disk", L"^disk"},          {L"disk", L"disk"},         {L"CON", L"^c^o^n"},
-        {L"con", L"%0063on"},         {L"a.b c", L"a%002eb%0020c"}, {L"..\\x:*?", L"%002e%002e%005cx%003a%002a%003f"},
-        {L"%0064", L"%00250064"},     {L"\u00e9\u4e2d", L"%00e9%4e2d"}, {L"master", L"%006daster"},
-        {L"^a", L"%005ea"}};
+        {L"Disk", L"^disk"},       {L"disk", L"disk"},           {L"con", L"%0063on"},
+        {L"..\\x:*?", L"%002e%002e%005cx%003a%002a%003f"},    {L"%0064", L"%00250064"},
+        {L"\u00e9\u4e2d", L"%00e9%4e2d"}, {L"master", L"%006daster"}, {L"^a", L"%005ea"}};
     for (size_t i = 0; i < names.size(); ++i) {
         SCOPED_TRACE(testing::Message() << "name " << i);
         ASSERT_EQ(Commit(L"objects", names[i].first, {{i, 1}}), 0);
@@ -104,37 +80,20 @@ TEST_F(SectorTest, NamesBecomeDistinctSafeFileNames) {
 }
 
 TEST_F(SectorTest, NamesThatCannotBeFilesAreRefused) {
-    const std::wstring longName(121, L'x');
-    const std::vector<std::pair<std::wstring, std::wstring>> cases = {
-        {L"", L"DataSetSectorManager: operation 3: data object name '' is empty or too long for a file name"},
-        {longName, L"DataSetSectorManager: operation 3: data object name '" + longName.substr(0, 64) +
-                       L"' is empty or too long for a file name"}};
-    for (const auto &c : cases) {
-        log.Clear();
-        EXPECT_EQ(Commit(c.first, L"s", {{0, 1}}), 1);
-        EXPECT_EQ(log.Lines(), std::vector<std::wstring>{c.second});
-    }
-    log.Clear();
+    EXPECT_EQ(Commit(L"", L"s", {{0, 1}}), 1);
+    EXPECT_EQ(Commit(std::wstring(121, L'x'), L"s", {{0, 1}}), 1);
     EXPECT_EQ(Commit(L"vm", std::wstring(40, L'#'), {{0, 1}}), 1) << "40 escapes make 200 characters";
-    EXPECT_EQ(log.Lines().size(), 1u);
-    log.Clear();
     EXPECT_EQ(DataSetSectorManager(L"vm", L"", SECTOR_MANAGER_START_QUERY), 1);
-    EXPECT_EQ(log.Lines(), std::vector<std::wstring>{L"DataSetSectorManager: operation 1 on 'vm' needs a data set name"});
 }
 
 TEST_F(SectorTest, BadRunTextsCommitNothing) {
     ASSERT_EQ(Commit(L"vm", L"s", {{1, 1}}), 0);
-    const std::vector<std::wstring> bad = {L"",      L"5",  L"5 0", L"-1 2", L"1 -2", L"1 2 3", L"x 1", L"1 2x",
-                                           L"18446744073709551616 1", L"18446744073709551615 2", L"2 18446744073709551615",
-                                           std::wstring(100000, L'7')};
-    for (const std::wstring &text : bad) {
+    // The parse itself is fuzzed against a reference; here a bad item keeps the good one before it out.
+    for (const std::wstring &text : {std::wstring(L"5 0"), std::wstring(L"18446744073709551615 2"),
+                                     std::wstring(100000, L'7')}) {
         SCOPED_TRACE(testing::Message() << "text of " << text.size() << " characters");
-        log.Clear();
         EXPECT_EQ(DataSetSectorManager(L"vm", L"s", std::vector<wcstring>{L"2 2", text}, SECTOR_MANAGER_COMMIT_SECTORS),
                   1);
-        ASSERT_EQ(log.Lines().size(), 1u);
-        EXPECT_EQ(log.Lines()[0].compare(0, 54, L"DataSetSectorManager: commit to 'vm' set 's': item 2 '"), 0)
-            << testing::PrintToString(log.Lines()[0].substr(0, 200));
     }
     EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\s.dat"), "1 1\r\n");
     // Blanks and a CR are tolerated; a run up to the last sector is valid.
@@ -147,43 +106,26 @@ TEST_F(SectorTest, BadRunTextsCommitNothing) {
 TEST_F(SectorTest, QueriesWithoutAHeldSetOrAUsableListFail) {
     ByteExtents answer;
     std::wstring summary;
-    log.Clear();
     EXPECT_EQ(Query(L"vm", {{0, 512}}, answer, summary), 1);
-    EXPECT_EQ(log.Lines(), std::vector<std::wstring>{
-                               L"DataSetSectorManager: query on 'vm': 0 data sets started; start one, or name those to count"});
     ASSERT_EQ(DataSetSectorManager(L"vm", L"a", SECTOR_MANAGER_START_QUERY), 0);
     ASSERT_EQ(DataSetSectorManager(L"vm", L"b", SECTOR_MANAGER_START_QUERY), 0);
     EXPECT_EQ(Query(L"vm", {{0, 512}}, answer, summary), 1) << "two held: which one?";
-    log.Clear();
-    EXPECT_EQ(Query(L"vm", {{0, 512}}, answer, summary, {L"a", L"c"}), 1);
-    EXPECT_EQ(log.Lines(), std::vector<std::wstring>{L"DataSetSectorManager: query on 'vm': data set 'c' is not started"});
+    EXPECT_EQ(Query(L"vm", {{0, 512}}, answer, summary, {L"a", L"c"}), 1) << "'c' is not started";
     ASSERT_EQ(Commit(L"vm", L"a", {{0, 1}}), 0);
     ASSERT_EQ(Commit(L"vm", L"b", {{1, 1}}), 0);
     ASSERT_EQ(Query(L"vm", {{0, 3 * 512}}, answer, summary, {L"a", L"b"}), 0);
     EXPECT_EQ(answer, (ByteExtents{{1024, 512}}));
 
-    struct BadList {
-        const char *text;
-        const wchar_t *logged;  // after the path
-    };
     const wcstring list = scratch.File(L"bad.xml");
-    const std::vector<BadList> lists = {
-        {"not xml at all", nullptr},
-        {"<Other/>", L"' has no DiskChangeInfo element"},
-        {"<DiskChangeInfo><area><extent offset=\"1\"/></area></DiskChangeInfo>", nullptr},
-        {"<DiskChangeInfo><area><extent offset=\"-512\" length=\"512\"/></area></DiskChangeInfo>", nullptr},
-        {"<DiskChangeInfo><area><extent offset=\"18446744073709551104\" length=\"1024\"/></area></DiskChangeInfo>",
-         nullptr}};
-    for (const BadList &bad : lists) {
-        SCOPED_TRACE(bad.text);
-        EXPECT_TRUE(dbtest::WriteWholeFile(list, bad.text));
+    for (const char *bad :
+         {"not xml at all", "<Other/>", "<DiskChangeInfo><area><extent offset=\"1\"/></area></DiskChangeInfo>",
+          "<DiskChangeInfo><area><extent offset=\"18446744073709551104\" length=\"1024\"/></area></DiskChangeInfo>"}) {
+        SCOPED_TRACE(bad);
+        EXPECT_TRUE(dbtest::WriteWholeFile(list, bad));
         wcstring out1 = L"canary", out2 = L"canary";
         log.Clear();
         EXPECT_EQ(DataSetSectorManager(L"vm", list, out1, out2, {L"a"}, SECTOR_MANAGER_QUERY_SECTORS), 1);
         EXPECT_EQ(log.Lines().size(), 1u);
-        if (bad.logged) {
-            EXPECT_TRUE(log.Contains(L"DataSetSectorManager: the change list '" + list + bad.logged));
-        }
         EXPECT_EQ(out1, L"canary");
         EXPECT_EQ(out2, L"canary");
     }
@@ -191,39 +133,18 @@ TEST_F(SectorTest, QueriesWithoutAHeldSetOrAUsableListFail) {
     EXPECT_EQ(DataSetSectorManager(L"vm", scratch.File(L"none.xml"), out1, out2, {L"a"},
                                    SECTOR_MANAGER_QUERY_SECTORS),
               1);
-    // A list the plain scan gives up is read by XmlLite from the same open file.
-    EXPECT_TRUE(dbtest::WriteWholeFile(
-        list, "<DiskChangeInfo><!-- c --><area><extent offset=' 0' length='&#49;536'/></area></DiskChangeInfo>"));
+    // A list the plain scan gives up is read by XmlLite from the same open file, every area of it.
+    EXPECT_TRUE(dbtest::WriteWholeFile(list, "<DiskChangeInfo><!-- c --><area><extent offset=' 0' length='&#49;536'/>"
+                                             "</area><area><extent offset='4096' length='512'/></area></DiskChangeInfo>"));
     ASSERT_EQ(DataSetSectorManager(L"vm", list, out1, out2, {L"a"}, SECTOR_MANAGER_QUERY_SECTORS), 0);
     EXPECT_TRUE(ReadChangeList(out1, answer));
-    EXPECT_EQ(answer, (ByteExtents{{512, 1024}}));
+    EXPECT_EQ(answer, (ByteExtents{{512, 1024}, {4096, 512}}));
     // An answer written over a commit list would lose what it records.
     const std::string committed = dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\a.dat");
     WriteChangeList(list, {{0, 512}});
     wcstring own = ObjectFolder(L"vm") + L"\\..\\vm\\A.DAT";
-    log.Clear();
     EXPECT_EQ(DataSetSectorManager(L"vm", list, own, out2, {L"a"}, SECTOR_MANAGER_QUERY_SECTORS), 1);
-    EXPECT_EQ(log.Lines(), std::vector<std::wstring>{L"DataSetSectorManager: query on 'vm': the answer path '" + own +
-                                                     L"' is a commit list"});
     EXPECT_EQ(dbtest::ReadWholeFile(ObjectFolder(L"vm") + L"\\a.dat"), committed);
-}
-
-TEST_F(SectorTest, AnEmptyAnswerHasNoAreaAndTheOverrideMovesTheFolder) {
-    dbtest::TempDir elsewhere;
-    DataSetSectorManagerSetDataPath((elsewhere.Path() + L"\\").c_str());
-    ASSERT_EQ(Commit(L"vm", L"s", {{0, 8}}), 0);
-    EXPECT_EQ(dbtest::ReadWholeFile(elsewhere.Path() + L"\\SectorManager\\vm\\s.dat"), "0 8\r\n");
-    ASSERT_EQ(DataSetSectorManager(L"vm", L"s", SECTOR_MANAGER_START_QUERY), 0);
-    const std::wstring list = scratch.File(L"all.xml");
-    WriteChangeList(list, {{0, 4096}});
-    wcstring answer = scratch.File(L"answer.xml"), summary;
-    ASSERT_EQ(DataSetSectorManager(L"vm", list, answer, summary, SECTOR_MANAGER_QUERY_SECTORS), 0);
-    EXPECT_EQ(dbtest::ReadWholeFile(answer),
-              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<DiskChangeInfo></DiskChangeInfo>\r\n");
-    EXPECT_EQ(summary, L"extents 0, sectors asked 8, already committed 8, left 0");
-    ASSERT_EQ(DataSetSectorManager(L"vm", L"s", SECTOR_MANAGER_END_QUERY), 0);
-    DataSetSectorManagerSetDataPath(nullptr);
-    EXPECT_EQ(GetFileAttributesW((data.Path() + L"\\SectorManager").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_F(SectorTest, ADataPathSpeltInOtherCaseIsTheSameObject) {
