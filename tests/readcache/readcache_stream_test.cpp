@@ -1,8 +1,6 @@
 // Streams through the read cache compared byte for byte with direct reads, in
-// every threading model: whole disks, changed-block lists over several areas,
+// every threading model: whole disks, a changed-block list over several areas,
 // several disks on one read thread, and the length of every returned piece.
-#include <numeric>
-
 #include <vddksim.h>
 
 #include "readcache_fixture.h"
@@ -83,17 +81,6 @@ TEST_P(ReadCacheStreamTest, ChangedBlockListsReadEachExtentWithinItsBounds) {
     };
     ASSERT_TRUE(OpenWithCache("memdisk://cbt?size=16777216&seed=21", 3, 256, areas));
     StreamAndCompare(disk, areas, 300000, 262144, 8);
-    std::vector<Area> many(20);  // 20 x 100 extents of 1 to 8 sectors, with gaps
-    uint64_t offset = 0;
-    for (size_t a = 0; a < many.size(); ++a) {
-        for (size_t e = 0; e < 100; ++e, offset += 512 * (1 + e % 5)) {
-            many[a].push_back({offset, 512 * (1 + (a * 7 + e * 3) % 8)});
-            offset += many[a].back().length;
-        }
-    }
-    cache = std::make_unique<CacheContext>(*service);
-    ASSERT_EQ(cache->Start(8, 128), 0);
-    StreamAndCompare(disk, many, 131072, 131072);
 }
 
 // The walk goes from area to area only through an area's first extent: an
@@ -106,30 +93,6 @@ TEST_P(ReadCacheStreamTest, AnAreaWithoutExtentsEndsTheDisk) {
     EXPECT_EQ(stream.lastResult, kEndOfData);
     EXPECT_EQ(Calls("VixDiskLib_Read") - readsBefore, 1u);
     EXPECT_EQ(stream.bytes, DirectRead(disk, {{{0, 4096}}}));
-}
-
-// The consumer samples the filled queue's depth once per waiting round; the
-// close logs every depth 0..bufferCount and the counts add up to the total.
-TEST_P(ReadCacheStreamTest, CloseLogsTheDepthHistogram) {
-    ASSERT_TRUE(OpenWithCache("memdisk://depth?size=1048576&seed=8", 3, 64, {{{0, 1048576}}}));
-    Stream stream;
-    ASSERT_TRUE(StreamPass(cache->context, 65536, stream));
-    const uint64_t samples = cache->context.depthHistogram->totalSamples;
-    EXPECT_GE(samples, 17u) << "one round at least per buffer taken, and the one that ends the pass";
-    log.Clear();
-    EXPECT_EQ(cache->Close(), 0);
-    const std::vector<std::wstring> lines = log.Lines();
-    ASSERT_EQ(lines.size(), 5u) << ::testing::PrintToString(lines);
-    EXPECT_EQ(lines[0], L"TRPX Buffered Reads Performance Tuning Analysis. Total no of reads: '" +
-                            std::to_wstring(samples) + L"'");
-    uint64_t sum = 0;
-    for (int depth = 0; depth <= 3; ++depth) {
-        const std::wstring prefix = L"\t Read Buffer Depth: '" + std::to_wstring(depth) + L"'    Occurences: '";
-        ASSERT_EQ(lines[depth + 1].rfind(prefix, 0), 0u) << ::testing::PrintToString(lines[depth + 1]);
-        sum += std::stoull(lines[depth + 1].substr(prefix.size()));
-    }
-    EXPECT_EQ(sum, samples);
-    EXPECT_EQ(cache->context.depthHistogram->totalSamples, 0u) << "the next disk starts a fresh histogram";
 }
 
 INSTANTIATE_TEST_SUITE_P(Models, ReadCacheStreamTest, ::testing::ValuesIn(AllModels()), ModelName);
