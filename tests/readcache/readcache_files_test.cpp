@@ -67,6 +67,7 @@ TEST_F(ReadCacheFilesTest, AListWithoutExtentsGivesAnEmptyPass) {
     EXPECT_EQ(stream.lengths, std::vector<unsigned>{0u});
     EXPECT_EQ(ReadWholeFile(cache->context.metadataFilePath), "") << "a memory disk has no keys";
     EXPECT_EQ(Calls("VixDiskLib_Read"), 0u);
+    EXPECT_EQ(cache->context.freeQueue.Count(), 2u) << "the empty buffer goes back too";
 }
 
 // The export is whole before startDiskReadBuffer returns. A value that cannot
