@@ -118,22 +118,4 @@ void ReadCacheTest::Prepare(diskReadContextStruct &context, _vixReadWriteHandle 
     return ::testing::AssertionFailure() << "no end of data after " << maxCalls << " calls";
 }
 
-std::vector<unsigned> ExpectedLengths(const std::vector<Area> &areas, uint64_t capacity, unsigned requestBytes) {
-    uint64_t total = 0;
-    for (const Area &area : areas)
-        for (const Extent &extent : area) total += extent.length / 512 * 512;
-    std::vector<uint64_t> fills(total / capacity, capacity);
-    fills.push_back(total % capacity);
-    std::vector<unsigned> lengths;
-    for (uint64_t fill : fills) {
-        if (fill == 0) lengths.push_back(0);
-        for (uint64_t left = fill; left != 0;) {
-            const unsigned piece = static_cast<unsigned>(left < requestBytes ? left : requestBytes);
-            lengths.push_back(piece);
-            left -= piece;
-        }
-    }
-    return lengths;
-}
-
 }  // namespace readcachetest

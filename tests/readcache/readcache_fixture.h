@@ -90,10 +90,4 @@ protected:
     std::unique_ptr<CacheContext> cache;
 };
 
-// The length of every call of a pass that returns data: whole sectors of the
-// extents in order fill buffers of capacity bytes (the last one possibly
-// empty), and a call never copies from two buffers, so each buffer is handed
-// out in pieces of requestBytes and its rest; an empty buffer as one call of 0.
-std::vector<unsigned> ExpectedLengths(const std::vector<Area> &areas, uint64_t capacity, unsigned requestBytes);
-
 }  // namespace readcachetest

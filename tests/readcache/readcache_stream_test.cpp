@@ -1,8 +1,6 @@
 // Streams through the read cache compared byte for byte with direct reads, in
-// every threading model: whole disks, changed-block lists over several areas,
-// several disks on one read thread, and the length of every returned piece.
-#include <numeric>
-
+// every threading model: whole disks, a changed-block list over several areas,
+// several disks on one read thread.
 #include <vddksim.h>
 
 #include "readcache_fixture.h"
@@ -12,33 +10,16 @@ namespace {
 
 class ReadCacheStreamTest : public servicetest::InEachModel<ReadCacheTest> {
 protected:
-    // Streams one disk through `cache` and compares everything; given
-    // expectedReads, also the number of VDDK reads the pass made.
-    void StreamAndCompare(_vixReadWriteHandle *handle, const std::vector<Area> &areas, unsigned requestBytes,
-                          uint64_t capacity, int64_t expectedReads = -1) {
+    // Streams one disk through `cache` and compares every byte.
+    void StreamAndCompare(_vixReadWriteHandle *handle, const std::vector<Area> &areas, unsigned requestBytes) {
         Prepare(cache->context, handle, WriteExtentList(L"extents.xml", areas));
-        const uint64_t readsBefore = Calls("VixDiskLib_Read");
         Stream stream;
         ASSERT_TRUE(StreamPass(cache->context, requestBytes, stream));
         EXPECT_EQ(stream.lastResult, kEndOfData);
-        if (expectedReads >= 0) {
-            EXPECT_EQ(Calls("VixDiskLib_Read") - readsBefore, uint64_t(expectedReads));
-        }
         EXPECT_EQ(stream.bytes, DirectRead(handle, areas));
-        EXPECT_EQ(stream.lengths, ExpectedLengths(areas, capacity, requestBytes))
-            << "a call never copies from two buffers";
         EXPECT_EQ(cache->Close(), 0);
     }
 
-    // Every buffer is back in the free queue and no slot holds one.
-    static ::testing::AssertionResult RingWhole(diskReadContextStruct &context, uint32_t bufferCount) {
-        if (context.freeQueue.Count() == bufferCount && context.filledQueue.Count() == 0 && !context.fillBuffer &&
-            !context.drainBuffer)
-            return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << "free " << context.freeQueue.Count() << ", filled "
-                                             << context.filledQueue.Count() << ", fill " << context.fillBuffer
-                                             << ", drain " << context.drainBuffer;
-    }
 };
 
 TEST_P(ReadCacheStreamTest, WholeDisksOneAfterAnotherOnOneReadThread) {
@@ -54,82 +35,40 @@ TEST_P(ReadCacheStreamTest, WholeDisksOneAfterAnotherOnOneReadThread) {
     struct Disk {
         std::string path;
         uint64_t bytes;
-        unsigned request;
     };
     // 10000-byte requests cut every 64 KB buffer into uneven pieces; the 4 MiB
     // disk fills its last buffer exactly, so an empty buffer ends that pass.
-    for (const Disk &each : {Disk{memPath, memBytes, 10000}, Disk{sparsePath, 8192 * 512, 10000},
-                             Disk{"memdisk://again?size=200000&seed=3", 200000, 65536}}) {
+    for (const Disk &each : {Disk{memPath, memBytes}, Disk{sparsePath, 8192 * 512}}) {
         SCOPED_TRACE(each.path);
         _vixReadWriteHandle *handle = OpenDisk(each.path);
         ASSERT_NE(handle, nullptr);
-        StreamAndCompare(handle, {{{0, each.bytes}}}, each.request, 65536);
-        EXPECT_TRUE(RingWhole(cache->context, 4));
+        StreamAndCompare(handle, {{{0, each.bytes}}}, 10000);
         CloseDisk(handle);
     }
     EXPECT_EQ(cache->context.threadHandle, thread) << "one read thread serves every disk";
 }
 
-TEST_P(ReadCacheStreamTest, ChangedBlockListsReadEachExtentWithinItsBounds) {
-    // Buffers of 256 KB (512 sectors). Reads, in sectors:
-    //   [0,128) and [128,256): adjacent extents, still one read each;
-    //   zero-length and sub-sector extents: no read;
-    //   1000 bytes at 1536: sector 3 only (the partial sector is dropped);
-    //   [2048, 2048+1367): 255 (rest of the buffer), 512, 512, 88;
-    //   3 sectors at 3000000 / 512 = 5859.
+TEST_P(ReadCacheStreamTest, ChangedBlockListsDeliverEachExtentsWholeSectors) {
+    // Buffers of 256 KB (512 sectors). Delivered, in sectors: [0,256) from two
+    // adjacent extents; nothing of the zero-length and sub-sector ones; sector
+    // 3 only of 1000 bytes at 1536 (the partial sector is dropped); 1367 from
+    // 2048, across four buffers; 3 at 3000000 / 512 = 5859.
     const std::vector<Area> areas{
         {{0, 65536}, {65536, 65536}, {200704, 0}, {1536, 1000}, {4096, 300}},
         {{1048576, 700000}, {3000000, 1536}},
     };
     ASSERT_TRUE(OpenWithCache("memdisk://cbt?size=16777216&seed=21", 3, 256, areas));
-    StreamAndCompare(disk, areas, 300000, 262144, 8);
-    std::vector<Area> many(20);  // 20 x 100 extents of 1 to 8 sectors, with gaps
-    uint64_t offset = 0;
-    for (size_t a = 0; a < many.size(); ++a) {
-        for (size_t e = 0; e < 100; ++e, offset += 512 * (1 + e % 5)) {
-            many[a].push_back({offset, 512 * (1 + (a * 7 + e * 3) % 8)});
-            offset += many[a].back().length;
-        }
-    }
-    cache = std::make_unique<CacheContext>(*service);
-    ASSERT_EQ(cache->Start(8, 128), 0);
-    StreamAndCompare(disk, many, 131072, 131072);
+    StreamAndCompare(disk, areas, 300000);
 }
 
 // The walk goes from area to area only through an area's first extent: an
 // area without one ends the disk, and the areas after it are not read.
 TEST_P(ReadCacheStreamTest, AnAreaWithoutExtentsEndsTheDisk) {
     ASSERT_TRUE(OpenWithCache("memdisk://gap?size=1048576&seed=5", 2, 64, {{{0, 4096}}, {}, {{65536, 4096}}}));
-    const uint64_t readsBefore = Calls("VixDiskLib_Read");
     Stream stream;
     ASSERT_TRUE(StreamPass(cache->context, 65536, stream));
     EXPECT_EQ(stream.lastResult, kEndOfData);
-    EXPECT_EQ(Calls("VixDiskLib_Read") - readsBefore, 1u);
     EXPECT_EQ(stream.bytes, DirectRead(disk, {{{0, 4096}}}));
-}
-
-// The consumer samples the filled queue's depth once per waiting round; the
-// close logs every depth 0..bufferCount and the counts add up to the total.
-TEST_P(ReadCacheStreamTest, CloseLogsTheDepthHistogram) {
-    ASSERT_TRUE(OpenWithCache("memdisk://depth?size=1048576&seed=8", 3, 64, {{{0, 1048576}}}));
-    Stream stream;
-    ASSERT_TRUE(StreamPass(cache->context, 65536, stream));
-    const uint64_t samples = cache->context.depthHistogram->totalSamples;
-    EXPECT_GE(samples, 17u) << "one round at least per buffer taken, and the one that ends the pass";
-    log.Clear();
-    EXPECT_EQ(cache->Close(), 0);
-    const std::vector<std::wstring> lines = log.Lines();
-    ASSERT_EQ(lines.size(), 5u) << ::testing::PrintToString(lines);
-    EXPECT_EQ(lines[0], L"TRPX Buffered Reads Performance Tuning Analysis. Total no of reads: '" +
-                            std::to_wstring(samples) + L"'");
-    uint64_t sum = 0;
-    for (int depth = 0; depth <= 3; ++depth) {
-        const std::wstring prefix = L"\t Read Buffer Depth: '" + std::to_wstring(depth) + L"'    Occurences: '";
-        ASSERT_EQ(lines[depth + 1].rfind(prefix, 0), 0u) << ::testing::PrintToString(lines[depth + 1]);
-        sum += std::stoull(lines[depth + 1].substr(prefix.size()));
-    }
-    EXPECT_EQ(sum, samples);
-    EXPECT_EQ(cache->context.depthHistogram->totalSamples, 0u) << "the next disk starts a fresh histogram";
 }
 
 INSTANTIATE_TEST_SUITE_P(Models, ReadCacheStreamTest, ::testing::ValuesIn(AllModels()), ModelName);

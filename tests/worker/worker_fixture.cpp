@@ -29,25 +29,18 @@ void WorkerTest::TearDown() {
     BindingTest::TearDown();
 }
 
-void WorkerTest::StartWorker(bool impersonate) {
+void WorkerTest::StartWorker() {
     // Its first calls can hang on a worker that queues to itself: bounded like
-    // a job's. An impersonating worker is built on the (bounded) job thread
-    // that asks for it, whose identity it takes.
-    if (impersonate) {
-        StartWorkerHere(true);
-        return;
-    }
-    ASSERT_TRUE(RunOnJobThread([this] { StartWorkerHere(false); }));
+    // a job's.
+    ASSERT_TRUE(RunOnJobThread([this] {
+        worker = std::make_unique<vixWorkerThread>(false);
+        ASSERT_TRUE(worker->diskLibGlue && worker->diskLibGlue->OK());
+        ASSERT_TRUE(Attach(worker->diskLibGlue->moduleHandle.get()));
+        ASSERT_EQ(worker->VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr), VIX_OK);
+        ASSERT_EQ(worker->VixDiskLib_Connect(nullptr, &connection), VIX_OK);
+    }));
     // Its assertions failed on the job thread, out of this one's sight.
     ASSERT_FALSE(HasFatalFailure()) << "the worker did not start";
-}
-
-void WorkerTest::StartWorkerHere(bool impersonate) {
-    worker = std::make_unique<vixWorkerThread>(impersonate);
-    ASSERT_TRUE(worker->diskLibGlue && worker->diskLibGlue->OK());
-    ASSERT_TRUE(Attach(worker->diskLibGlue->moduleHandle.get()));
-    ASSERT_EQ(worker->VixDiskLib_InitEx(8, 0, nullptr, nullptr, nullptr, nullptr, nullptr), VIX_OK);
-    ASSERT_EQ(worker->VixDiskLib_Connect(nullptr, &connection), VIX_OK);
 }
 
 VixDiskLibHandle WorkerTest::OpenMemDisk(const std::string &name, bool impersonate) {

@@ -12,9 +12,7 @@
 
 namespace workertest {
 
-using bindingtest::Api;
 using bindingtest::kTimeoutMs;
-using bindingtest::Padded;
 using bindingtest::Utf8;
 
 class WorkerTest : public bindingtest::BindingTest {
@@ -23,10 +21,8 @@ protected:
     void TearDown() override;
 
     // Creates the worker (after Install), reaches the stand-in it loaded,
-    // initialises VDDK through it and connects locally. An impersonating one
-    // is created on the calling thread, which runs bounded (RunImpersonating).
-    void StartWorker(bool impersonate = false);
-    void StartWorkerHere(bool impersonate);
+    // initialises VDDK through it and connects locally.
+    void StartWorker();
     // Opens a 1 MiB memory disk through the worker.
     VixDiskLibHandle OpenMemDisk(const std::string &name, bool impersonate = false);
 
