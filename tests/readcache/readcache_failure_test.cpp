@@ -91,18 +91,23 @@ TEST_P(ReadCacheFailureTest, ACancelledPassEndsWithoutLengthAndLeavesTheRingWhol
 }
 
 // Steps: 1. with one buffer the read thread fills it and waits for another
-// (the consumer holds it); 2. close cancels that wait, and returns once the
-// read thread is out of the pass.
+// (the consumer holds it); with none it waits from the start; 2. close
+// cancels that wait, and returns once the read thread is out of the pass.
 TEST_P(ReadCacheFailureTest, CloseCancelsAReadThreadWaitingForABuffer) {
-    ASSERT_TRUE(OpenWithCache("memdisk://held?size=1048576&seed=9", 1, 64, {{{0, 1048576}}}));
-    ASSERT_EQ(service->startDiskReadBuffer(&cache->context), 0);
-    std::vector<uint8_t> bytes(100);
-    unsigned length = 100;
-    ASSERT_EQ(service->GetDiskCacheBuffer(&cache->context, bytes.data(), &length), 0);
-    EXPECT_EQ(cache->Close(), 0);
-    EXPECT_EQ(WaitForSingleObject(cache->context.passEndedEvent.get(), 0), WAIT_OBJECT_0);
-    EXPECT_EQ(cache->context.freeQueue.Count() + cache->context.filledQueue.Count(), 0u)
-        << "the held buffer leaves circulation until stop frees it";
+    for (unsigned long bufferCount : {1ul, 0ul}) {
+        SCOPED_TRACE(bufferCount);
+        ASSERT_TRUE(OpenWithCache("memdisk://held?size=1048576&seed=9", bufferCount, 64, {{{0, 1048576}}}));
+        ASSERT_EQ(service->startDiskReadBuffer(&cache->context), 0);
+        std::vector<uint8_t> bytes(100);
+        unsigned length = 100;
+        if (bufferCount) {
+            ASSERT_EQ(service->GetDiskCacheBuffer(&cache->context, bytes.data(), &length), 0);
+        }
+        EXPECT_EQ(cache->Close(), 0);
+        EXPECT_EQ(WaitForSingleObject(cache->context.passEndedEvent.get(), 0), WAIT_OBJECT_0);
+        EXPECT_EQ(cache->context.freeQueue.Count() + cache->context.filledQueue.Count(), 0u)
+            << "the held buffer leaves circulation until stop frees it";
+    }
 }
 
 // Steps: 1. four buffers of 64 KB, a disk of 160 KB: the read thread fills

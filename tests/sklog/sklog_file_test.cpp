@@ -1,4 +1,4 @@
-// The log file: its lines, concurrent writers, folder creation.
+// The log file: its lines, concurrent writers, rotation, folder creation.
 #include <process.h>
 #include <set>
 #include <string>
@@ -49,6 +49,13 @@ TEST_F(SklogFile, WritesOneLinePerCallCreatingTheFolder) {
     EXPECT_NE(lines[0].find(tid + "] sklog_file_test.cpp: hello w\xc3\xb6rld"), std::string::npos) << lines[0];
 }
 
+// Cut to the buffer, ended in it.
+TEST_F(SklogFile, GetLogFilePathReportsTheOverrideCutToTheBuffer) {
+    wchar_t tiny[4] = {L'?', L'?', L'?', L'?'};
+    SK_GetLogFilePath(tiny, 4);
+    EXPECT_EQ(std::wstring(tiny), logPath_.substr(0, 3));
+}
+
 const int kThreads = 8;
 const int kLinesPerThread = 2000;
 
@@ -77,6 +84,26 @@ TEST_F(SklogFile, ConcurrentWritersNeitherTearNorLoseLines) {
     for (const std::string &line : lines) texts.insert(line.substr(line.find(": ") + 2));
     EXPECT_EQ(texts.size(), lines.size()) << "duplicated lines";
     EXPECT_EQ(capture.Lines().size(), lines.size());
+}
+
+TEST_F(SklogFile, RotatesAtTenMegabytesKeepingOneOlderFile) {
+    std::wstring text(SK_LOG_MAX_TEXT - 100, L'r');
+    const unsigned long long tenMb = 10ull * 1024 * 1024;
+    unsigned long long written = 0;
+    int count = 0;
+    while (written <= tenMb + 100000) {
+        SK_Zprintf_2(SK_SOURCE_FILE, 0, L"%d %s", count++, text.c_str());
+        written += text.size() + 60;
+    }
+    std::string older = dbtest::ReadWholeFile(logPath_ + L".1");
+    std::string current = dbtest::ReadWholeFile(logPath_);
+    EXPECT_LE(older.size(), tenMb);
+    EXPECT_GT(older.size(), tenMb - 2 * text.size() - 200);
+    std::vector<std::string> olderLines = SplitLines(older);
+    std::vector<std::string> currentLines = SplitLines(current);
+    EXPECT_EQ(olderLines.size() + currentLines.size(), static_cast<size_t>(count)) << "lost a line";
+    ASSERT_FALSE(currentLines.empty());
+    EXPECT_NE(currentLines.back().find(": " + std::to_string(count - 1) + " rrr"), std::string::npos);
 }
 
 }  // namespace
