@@ -94,35 +94,43 @@ TEST_F(AccessTest, EventExtensionRegisteredOnceRemovedOnce) {
               dbresult::kExtensionUnregisterFailed);
 }
 
-// Every flat function without its wrapper: 0xE000FE49, and nothing reaches the
-// library. (A null session is refused the same way, or by the library.)
-TEST_F(AccessTest, NullWrappers) {
+// Every flat function with half of the session pair missing: 0xE000FE49, except
+// where only the wrapper is checked and the library judges the session.
+TEST_F(AccessTest, NullPairs) {
     const wcstring s = L"x";
     wcstring out;
     int code = 0;
     std::vector<vddkHostInfo> hosts;
-    soapVmToolsWrapper *const w = nullptr;
-    void *const h = session;  // a live one
-    EXPECT_EQ(vddkSetManagedTimeouts(w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkGetLastVIErr(out, &code, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkRemoveSnapshot(s, s, s, s, s, 1, false, w, h, s), dbresult::kNullArgument);
-    EXPECT_EQ(vddkCreateSnapshot(s, s, s, s, s, s, 1, false, false, w, h, s, out), dbresult::kNullArgument);
-    EXPECT_EQ(vddkEnableChangeTracking(s, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkGetVmFQDN(s, out, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkGetVmBackupInfo(s, s, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkGetManagedObjInfo(s, s, s, s, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkCreateVMwareTask(out, s, s, s, false, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkCancelVMwareTask(s, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkSetVMwareTaskState(s, s, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkUpdateVMwareTaskProgress(s, 1, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkSetVMwareTaskDescription(s, s, nullptr, nullptr, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkRegisterVSphereEventExtension(s, s, s, s, s, s, s, s, s, s, s, s, s, 1, w, h),
+    for (int half = 0; half < 2; ++half) {
+        soapVmToolsWrapper *w = half == 0 ? nullptr : wrapper;
+        void *h = half == 0 ? session : nullptr;
+        SCOPED_TRACE(half == 0 ? "null wrapper" : "null session");
+        EXPECT_EQ(vddkSetManagedTimeouts(w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkGetLastVIErr(out, &code, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkRemoveSnapshot(s, s, s, s, s, 1, false, w, h, s), dbresult::kNullArgument);
+        EXPECT_EQ(vddkCreateSnapshot(s, s, s, s, s, s, 1, false, false, w, h, s, out), dbresult::kNullArgument);
+        EXPECT_EQ(vddkEnableChangeTracking(s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkGetVmFQDN(s, out, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkGetVmBackupInfo(s, s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkGetManagedObjInfo(s, s, s, s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkCreateVMwareTask(out, s, s, s, false, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkCancelVMwareTask(s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkSetVMwareTaskState(s, s, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkUpdateVMwareTaskProgress(s, 1, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkSetVMwareTaskDescription(s, s, nullptr, nullptr, w, h), dbresult::kNullArgument);
+        EXPECT_EQ(vddkRegisterVSphereEventExtension(s, s, s, s, s, s, s, s, s, s, s, s, s, 1, w, h),
+                  dbresult::kNullArgument);
+        EXPECT_EQ(vddkUnregisterVSphereEventExtension(s, w, h), dbresult::kNullArgument);
+    }
+    EXPECT_EQ(vddkSetupVMAccessControl(true, s, kVm, kServer, kUser, kPassword, kPort, nullptr, session, out),
               dbresult::kNullArgument);
-    EXPECT_EQ(vddkUnregisterVSphereEventExtension(s, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkSetupVMAccessControl(true, s, kVm, kServer, kUser, kPassword, kPort, w, h, out),
-              dbresult::kNullArgument);
-    EXPECT_EQ(vddkGetAllHosts(&hosts, w, h), dbresult::kNullArgument);
-    EXPECT_EQ(vddkDisconnectFromVCServer(w, h), dbresult::kNullArgument);
+    EXPECT_EQ(vddkGetAllHosts(&hosts, nullptr, session), dbresult::kNullArgument);
+    // Only the wrapper is checked: a null session goes to the library, which refuses it.
+    EXPECT_EQ(vddkSetupVMAccessControl(true, s, kVm, kServer, kUser, kPassword, kPort, wrapper, nullptr, out),
+              dbresult::kObjectDetailsUnreadable);
+    EXPECT_EQ(sim.RavelSim_CallCount("vmcGetServerDetails"), 1u);
+    EXPECT_EQ(vddkGetAllHosts(&hosts, wrapper, nullptr), dbresult::kHostListFailed);
+    EXPECT_EQ(vddkDisconnectFromVCServer(nullptr, session), dbresult::kNullArgument);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcRemoveSnapshot") + sim.RavelSim_CallCount("vmcCreateSnapshot") +
                   sim.RavelSim_CallCount("vmcCreateTask") + sim.RavelSim_CallCount("vmcIsChangeTrackingEnabled"),
               0u);
