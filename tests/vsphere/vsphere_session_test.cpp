@@ -63,6 +63,14 @@ TEST_F(SessionTest, WrongPasswordFailsLoginAndDisconnects) {
     EXPECT_EQ(sim.RavelSim_CallCount("vmcLogout"), 0u) << "a null session only deletes the wrapper";
 }
 
+// A failed connect leaves no stale session behind for the caller to use.
+TEST_F(SessionTest, UnreachableServerFailsConnect) {
+    session = reinterpret_cast<void *>(1);
+    EXPECT_EQ(vddkConnectToVMWareServer(L"nowhere.example", kUser, kPassword, &wrapper, &session),
+              dbresult::kConnectFailed);
+    EXPECT_EQ(session, nullptr);
+}
+
 TEST_F(SessionTest, NullArgumentsAndANullSessionOutThatIsNotCaught) {
     EXPECT_EQ(vddkConnectToVMWareServer(kServer, kUser, kPassword, nullptr, &session), dbresult::kNullArgument);
     EXPECT_EQ(vddkConnectToVMWareServer(kServer, kUser, kPassword, &wrapper, nullptr), dbresult::kOk);
