@@ -56,6 +56,8 @@ TEST(DescriptorHeader, FieldsAreLittleEndianSectorsAndMustLieInTheFile) {
     EXPECT_FALSE(vmdkdesc::AreaInFile(area, 277 * 512 - 1, offset, size, error)) << "one byte short";
     EXPECT_FALSE(vmdkdesc::AreaInFile({~0ull, 2}, 1 << 20, offset, size, error));
     EXPECT_FALSE(vmdkdesc::AreaInFile({1, ~0ull}, 1 << 20, offset, size, error)) << "offset + size overflows";
+    EXPECT_FALSE(vmdkdesc::AreaInFile({1, (64 << 20) / 512 + 1}, 1ull << 40, offset, size, error))
+        << "an area is read whole: past 64 MiB a hostile file could ask for any size";
 }
 
 // The text must end inside the area, whether its last line ends or not.
