@@ -1,7 +1,7 @@
 // Per-handle read statistics, kept by the disk library binding around reads of
 // a stand-in memory disk: one line per contiguous extent, runs of equal-sized
-// requests, the last line at Close. The write line, and a handle that keeps
-// no statistics, are checked through the service (service_handle_test).
+// requests, the last line at Close. The write line is checked through the
+// service (service_handle_test).
 #include <memory>
 #include <vector>
 

@@ -36,6 +36,11 @@ TEST_P(MountTest, InitDeletesItsConfigurationFileWhateverTheOutcome) {
     const VixError failed = service->VixMntapi_Init(VIXMNTAPI_MAJOR_VERSION, 0, nullptr, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(failed, VixError(VIX_E_MNTAPI_INCOMPATIBLE_VERSION));
     EXPECT_EQ(IniFilesIn(data.Path()), 0u) << "deleted after a failed Init too";
+
+    // Kept on request: so the checks above see a file that was written.
+    SetAgentDword(L"Preserve vddk ini file", 1);
+    service->VixMntapi_Init(VIXMNTAPI_MAJOR_VERSION, 0, nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(IniFilesIn(data.Path()), 1u);
 }
 
 TEST_P(MountTest, ADiskSetOpensAndClosesAndAMissingDiskIsNotRetried) {

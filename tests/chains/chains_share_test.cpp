@@ -189,6 +189,18 @@ TEST_F(ShareTest, DiskSetOnTheShareIsRetriedThroughTheDevice) {
     EXPECT_EQ(service->GetParentDiskPath(child()), parent());
 }
 
+TEST_F(ShareTest, CreateOnTheShareRetriesThroughTheDeviceAndKeepsNoReference) {
+    const std::wstring created = unc + L"\\folder\\created.vmdk";
+    sim.VddkSim_ScriptResult("VixDiskLib_Create", 1, 21, Utf8(created).c_str(), VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+    VixDiskLibCreateParams create = {VIXDISKLIB_DISK_MONOLITHIC_SPARSE, VIXDISKLIB_ADAPTER_SCSI_LSILOGIC, 7, 2048, 512,
+                                     512};
+    EXPECT_EQ(service->VixDiskLib_Create(connection, Utf8(created).c_str(), &create, nullptr, nullptr), VixError(VIX_OK));
+    EXPECT_EQ(Calls("VixDiskLib_Create"), 2u);
+    EXPECT_NE(GetFileAttributesW((share + L"\\folder\\created.vmdk").c_str()), INVALID_FILE_ATTRIBUTES)
+        << "created through the device, on the share";
+    EXPECT_EQ(DeviceReferences(), 0u) << "no handle keeps a create's reference";
+}
+
 TEST_F(ShareTest, NoRetryWhenEveryDeviceNameIsTaken) {
     std::vector<std::wstring> taken;
     for (wchar_t digit = L'1'; digit <= L'9'; ++digit) {

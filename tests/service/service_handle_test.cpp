@@ -1,5 +1,5 @@
-// Disk handles against the stand-in: open tags and statistics, the transport
-// mode line, per-handle workers, share paths and impersonation, failures.
+// Disk handles against the stand-in: open tags and statistics, per-handle
+// workers, share paths and impersonation, failures.
 #include <thread>
 #include <vector>
 
@@ -28,7 +28,7 @@ protected:
     }
 };
 
-TEST_P(HandleTest, ReadsThroughTheHandleAndLogsModeAndStatistics) {
+TEST_P(HandleTest, ReadsThroughTheHandleAndLogsItsStatistics) {
     _vixReadWriteHandle *handle = Open(kDisk, L"read");
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(handle->stats.kind, _vixReadWriteStats::kRead) << "the tag is compared without regard to case";
@@ -66,6 +66,8 @@ TEST_P(HandleTest, WritesAndMetadataGoThroughTheHandle) {
     EXPECT_EQ(service->VixDiskLib_ReadMetadata(handle, "owner", value, sizeof value, &required), VixError(VIX_OK));
     EXPECT_STREQ(value, "backup");
     EXPECT_EQ(CloseDisk(handle), VixError(VIX_OK));
+    EXPECT_TRUE(log.Contains(L"VixDiskLib_Write(memdisk://writes?size=65536&seed=3&verify=1) No of writes: 1 "
+                             L"Data chunks: [1 * 8] Data extent:[00000004-00000008(00002048-00004096)] "));
 }
 
 TEST_P(HandleTest, ErrorTwentyOneAsksTheRemoteParentMappingOnce) {

@@ -8,6 +8,7 @@
 #include <skclass_mini/singleton.h>
 #include <skstdutl/sklog.h>
 
+#include "../tool/tool_checks.h"
 #include "../vsphere/vsphere_fixture.h"
 #include "errors.h"
 #include "files.h"
@@ -139,7 +140,8 @@ TEST_F(VmBackupTest, SnapshotOfAKilledRunIsRemovedByTheNext) {
 TEST_F(VmBackupTest, FailedSnapshotLeavesNoLock) {
     sim.Script("vmcCreateSnapshot", {36});
     sim.RavelSim_SetLastError("The operation is not allowed in the current state.", 213);
-    EXPECT_THROW(VmBackup(request), Failure);
+    const std::wstring message = tooltest::ErrorOf<Failure>([&] { VmBackup(request); });
+    EXPECT_TRUE(tooltest::Holds(message, L"(0xE00095A3)")) << "the layer's code reaches the job's error";
     EXPECT_FALSE(Locked());
     EXPECT_EQ(sim.Query("snapshots:web01"), "");
     EXPECT_TRUE(lockedAtDisk.empty());
