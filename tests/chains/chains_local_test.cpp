@@ -110,7 +110,7 @@ TEST_F(LocalChainTest, ParentWithoutValidCidFailsTheOpenWithTheChildUntouched) {
 
 // Hostile children, and one whose rewrite would not fit: each ends in false,
 // file unchanged. (Every reason the rewrite refuses takes the last row's way
-// out; the reasons: the descriptor unit's tests.)
+// out.)
 TEST_F(LocalChainTest, HostileChildFilesAreNeverWritten) {
     std::string hugeSize = SparseFile(Descriptor("1", "a1b2c3d4", "x"));
     PutLe64(hugeSize, 36, ~0ull / 512);

@@ -1,6 +1,7 @@
-// Sessions against the simulator: connect, login with a good and a bad
-// password, the server's type, the certificate policy, a server that never
-// answers, and the entry points this client does not serve.
+// Sessions against the simulator: connect, login, the server's type, the
+// certificate policy, a server that never answers, and the entry points this
+// client does not serve. (A wrong password: vm_backup_live.sh, through the
+// program.)
 #include <winsock2.h>
 #include "live_fixture.h"
 
@@ -8,7 +9,6 @@ using namespace livetest;
 
 namespace {
 
-// A wrong password: vm_backup_live.sh, through the program.
 TEST_F(LiveTest, LoggedInSessionSeesTheServerTypeAndEndsAtLogout) {
     void *session = OpenSession();
     _vmc::_ObjDetails details;
@@ -20,7 +20,7 @@ TEST_F(LiveTest, LoggedInSessionSeesTheServerTypeAndEndsAtLogout) {
     EXPECT_EQ(36, vmc->vmcGetAllHosts(session, &hosts));
 }
 
-TEST_F(LiveTest, BadCertificatesSessionsAndUrlsAreRefusedWithAReason) {
+TEST_F(LiveTest, BadCertificatesSessionsAndUrlsAreRefused) {
     // A self-signed certificate is refused unless the caller says otherwise.
     void *session = reinterpret_cast<void *>(0x1234);
     EXPECT_EQ(4, vmc->vmcConnect(url.c_str(), nullptr, nullptr, false, nullptr, &session, 30000, nullptr));
@@ -34,7 +34,7 @@ TEST_F(LiveTest, BadCertificatesSessionsAndUrlsAreRefusedWithAReason) {
     EXPECT_EQ(nullptr, session);
 }
 
-TEST_F(LiveTest, EntryPointsNotServedSaySo) {
+TEST_F(LiveTest, EntryPointsNotServedAnswerOne) {
     void *session = OpenSession();
     std::vector<_vmc::_DatastoreDetails> datastores;
     EXPECT_EQ(1, vmc->vmcGetConfigTargetDatastoreDetails(session, "DC0_H0_VM0", datastores));

@@ -19,8 +19,8 @@ TEST_F(LiveTest, VmDetailsByNameAndReload) {
     ASSERT_EQ(0, vmc->vmcGetObjDetails(session, kVm, nullptr, nullptr, "DataSet1", &details)) << LastErrorText();
     // The power state and the host reference are checked where the layer uses
     // them (live_layer_test's guest name and task), the moRef by vm-info in
-    // vm_backup_live.sh; the disk modes only matter for a physical-mode disk,
-    // which no other test here would miss.
+    // vm_backup_live.sh. The disk mode decides only for a physical-mode disk,
+    // which the stand-in's query tests cover ("raw").
     EXPECT_EQ("persistent", details.diskMode);
 
     EXPECT_EQ(2, vmc->vmcGetObjDetails(session, "no-such-vm", nullptr, nullptr, "DataSet1", &details));

@@ -10,9 +10,9 @@ CacheContext::~CacheContext() {
     service_.stopReadCacheThread(&context);
 }
 
-long CacheContext::Start(unsigned long bufferCount, unsigned long bufferSizeKB, unsigned long raisePriority) {
+long CacheContext::Start(unsigned long bufferCount, unsigned long bufferSizeKB) {
     started_ = true;
-    return service_.startReadCacheThread(&context, bufferCount, bufferSizeKB, raisePriority);
+    return service_.startReadCacheThread(&context, bufferCount, bufferSizeKB, 0);
 }
 
 void ReadCacheTest::TearDown() {

@@ -40,7 +40,7 @@ class CacheContext {
 public:
     explicit CacheContext(diskBroker &service) : service_(service) {}
     ~CacheContext();
-    long Start(unsigned long bufferCount, unsigned long bufferSizeKB, unsigned long raisePriority = 0);
+    long Start(unsigned long bufferCount, unsigned long bufferSizeKB);
     long Close() { return service_.closeReadCacheThread(&context); }
     diskReadContextStruct context;
 

@@ -19,7 +19,6 @@ protected:
         EXPECT_EQ(stream.bytes, DirectRead(handle, areas));
         EXPECT_EQ(cache->Close(), 0);
     }
-
 };
 
 TEST_P(ReadCacheStreamTest, WholeDisksOneAfterAnotherOnOneReadThread) {
@@ -36,8 +35,8 @@ TEST_P(ReadCacheStreamTest, WholeDisksOneAfterAnotherOnOneReadThread) {
         std::string path;
         uint64_t bytes;
     };
-    // 10000-byte requests cut every 64 KB buffer into uneven pieces; the 4 MiB
-    // disk fills its last buffer exactly, so an empty buffer ends that pass.
+    // The 4 MiB disk fills its last buffer exactly, so an empty buffer ends
+    // that pass.
     for (const Disk &each : {Disk{memPath, memBytes}, Disk{sparsePath, 8192 * 512}}) {
         SCOPED_TRACE(each.path);
         _vixReadWriteHandle *handle = OpenDisk(each.path);

@@ -49,9 +49,6 @@ protected:
     void SetThreadingModelText(const std::wstring &text) { SetAgentString(L"vixDiskLib Threading Model", text); }
 
     std::unique_ptr<diskBroker> Start() { return std::make_unique<diskBroker>(); }
-    std::unique_ptr<diskBroker> StartWithModel(uint32_t model) {
-        return std::make_unique<diskBroker>(diskBroker::ThreadingModelOverride{model});
-    }
 
     uint64_t Calls(const char *function) const { return sim.VddkSim_CallCount(function); }
     // The stand-in's own text for error, as VDDK would give it.

@@ -13,7 +13,7 @@ protected:
     wcstring fqdn;
 };
 
-TEST_F(QueryTest, ChangeTrackingIsEnabledWhereSupportedAndNeverFails) {
+TEST_F(QueryTest, ChangeTrackingIsEnabledOnceAndNeverFails) {
     EXPECT_EQ(vddkEnableChangeTracking(kVm, wrapper, session), dbresult::kOk);
     EXPECT_EQ(sim.Query("changeTracking:web01"), "1");
     log.Clear();

@@ -1,6 +1,6 @@
 // Calls through the worker thread: error texts with and without a library,
-// and the order of destruction. (Calls the worker makes on its own thread:
-// every call's record runs that way. Statistics in the records: the service's
+// and the order of destruction. (A call made on the worker thread itself:
+// skclass's workerthread_test. Statistics in the records: the service's
 // handle tests in the worker models.)
 #include <thread>
 

@@ -23,21 +23,21 @@ TEST_F(WorkerTest, EightJobThreadsEachGetTheirOwnResults) {
     Install();
     ASSERT_NO_FATAL_FAILURE(StartWorker());
     // Shared, so that what the jobs use stays alive with them if they hang.
-    auto vddk = std::make_shared<dbtest::VddkDiskLibExports>();  // frees texts without a second hand-off
-    ASSERT_EQ(vddk->Load(pinned.get()), vddk::kDiskLibEntryPointCount);
+    auto exports = std::make_shared<dbtest::VddkDiskLibExports>();  // frees texts without a second hand-off
+    ASSERT_EQ(exports->Load(pinned.get()), vddk::kDiskLibEntryPointCount);
     auto wrong = std::make_shared<std::atomic<int>>(0);
     auto start = std::make_shared<skclass::UniqueHandle>(dbtest::NewEvent());
-    vixWorkerThread *shared = worker.get();
-    ASSERT_TRUE(RunOnJobThread([shared, vddk, wrong, start] {
+    vixWorkerThread *target = worker.get();
+    ASSERT_TRUE(RunOnJobThread([target, exports, wrong, start] {
         std::vector<std::thread> jobs;
         for (int t = 0; t < kJobThreads; ++t) {
             jobs.emplace_back([=] {
                 WaitForSingleObject(start->get(), kTimeoutMs);
                 for (int i = 0; i < kCallsPerThread; ++i) {
                     const VixError code = 20000 + VixError(t) * 5000 + VixError(i % 5000);
-                    char *text = shared->VixDiskLib_GetErrorText(code, nullptr);
+                    char *text = target->VixDiskLib_GetErrorText(code, nullptr);
                     if (!text || std::string(text) != "Unknown error " + std::to_string(code)) ++*wrong;
-                    vddk->VixDiskLib_FreeErrorText(text);
+                    exports->VixDiskLib_FreeErrorText(text);
                 }
             });
         }

@@ -38,10 +38,9 @@ protected:
     }
 
     // startWriteCacheThread with the test's context; the result is returned.
-    long StartCache(unsigned long bufferCount, unsigned long bufferSizeKB, unsigned long minRunSizeKB = 1,
-                    unsigned long raisePriority = 0) {
+    long StartCache(unsigned long bufferCount, unsigned long bufferSizeKB, unsigned long minRunSizeKB = 1) {
         cacheStarted = true;
-        return service->startWriteCacheThread(&context, bufferCount, bufferSizeKB, raisePriority, minRunSizeKB);
+        return service->startWriteCacheThread(&context, bufferCount, bufferSizeKB, 0, minRunSizeKB);
     }
     // One pass on the memory disk that expects diskSize bytes.
     void StartPass(uint64_t diskSize) {

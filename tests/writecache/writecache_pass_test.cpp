@@ -86,8 +86,9 @@ TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
 }
 
 // Sizes no pass can move with (a run table of 0 KB runs, buffers of 0 bytes)
-// are refused before anything is made: no buffer, no thread. The other buffer sizes are refused by the check both caches
-// share, tested through the read cache. Null contexts and data are refused
+// are refused before anything is made: no buffer, no thread. The other buffer
+// sizes are refused by the check both caches share, tested through the read
+// cache. Null contexts and data are refused
 // before use; a pass without a disk handle fails its first write with 1000.
 TEST_F(WriteCacheTest, WhatCannotWorkIsRefusedBeforeUse) {
     EXPECT_EQ(StartCache(2, 4, 0), kStartRefused);
@@ -113,8 +114,6 @@ TEST_F(WriteCacheTest, WhatCannotWorkIsRefusedBeforeUse) {
     EXPECT_EQ(WrittenSectors(), 0u);
 }
 
-// (Raising the thread's priority is the start both caches share, tested
-// through the read cache.)
 TEST_F(WriteCacheTest, TheWriterRunsUnderTheJobsToken) {
     ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
     const long started = StartCache(2, 4);

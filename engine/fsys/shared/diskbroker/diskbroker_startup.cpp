@@ -67,8 +67,6 @@ diskBroker::diskBroker() {
     deviceMappingLock.emplace();
 }
 
-diskBroker::diskBroker(ThreadingModelOverride forced) : diskBroker() { threadingModel = forced.model; }
-
 diskBroker::~diskBroker() {
     GuardedVoid(L"~diskBroker", [&] {
         VixDiskLib_Exit();

@@ -94,13 +94,6 @@ public:
     diskBroker();
     // VixDiskLib_Exit, then releases everything. Must not run under the loader lock.
     ~diskBroker();
-    // Test seam: starts up as diskBroker() does, then uses the given threading
-    // model for every later operation, e.g. one that no registry text selects
-    // (every VMware-facing operation must then do nothing). Not for production.
-    struct ThreadingModelOverride {
-        uint32_t model;
-    };
-    explicit diskBroker(ThreadingModelOverride forced);
     diskBroker(const diskBroker &) = delete;
     diskBroker &operator=(const diskBroker &) = delete;
 
