@@ -31,8 +31,7 @@ TEST_P(MountTest, InitDeletesItsConfigurationFileWhateverTheOutcome) {
     EXPECT_EQ(IniFilesIn(data.Path()), 0u);
     EXPECT_EQ(Calls("VixMntapi_Init"), 1u);
 
-    sim.VddkSim_ScriptResult("VixMntapi_Init", 1, VIX_E_MNTAPI_INCOMPATIBLE_VERSION, nullptr, VDDKSIM_ANY_SECTOR,
-                             VDDKSIM_ANY_SECTOR);
+    sim.ScriptResult("VixMntapi_Init", 1, VIX_E_MNTAPI_INCOMPATIBLE_VERSION);
     const VixError failed = service->VixMntapi_Init(VIXMNTAPI_MAJOR_VERSION, 0, nullptr, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(failed, VixError(VIX_E_MNTAPI_INCOMPATIBLE_VERSION));
     EXPECT_EQ(IniFilesIn(data.Path()), 0u) << "deleted after a failed Init too";

@@ -169,7 +169,7 @@ TEST_F(ShareTest, DiskSetOnTheShareIsRetriedThroughTheDevice) {
 
     const std::string names[] = {Utf8(other()), Utf8(parent()), Utf8(child())};
     const char *pointers[] = {names[0].c_str(), names[1].c_str(), names[2].c_str()};
-    sim.VddkSim_ScriptResult("VixMntapi_OpenDisks", 1, 21, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+    sim.ScriptResult("VixMntapi_OpenDisks", 1, 21);
     VixDiskSetHandle set = nullptr;
     ASSERT_EQ(service->VixMntapi_OpenDisks(connection, pointers, 3, VIXDISKLIB_FLAG_OPEN_READ_ONLY, &set),
               VixError(VIX_OK));

@@ -27,8 +27,7 @@ inline ::testing::AssertionResult Inject(const dbtest::VddkSimControl &sim, cons
     sim.VddkSim_Reset();
     const int set = fault == Fault::Slow
                         ? sim.VddkSim_SetLatency(function, kSlowMicroseconds)
-                        : sim.VddkSim_ScriptResult(function, fault == Fault::Once ? 1 : kAlways, kInjectedError,
-                                                   nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+                        : sim.ScriptResult(function, fault == Fault::Once ? 1 : kAlways, kInjectedError);
     if (set == 1) return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << "the stand-in refused the fault for " << function;
 }

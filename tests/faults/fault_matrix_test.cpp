@@ -87,9 +87,7 @@ TEST_P(FaultMatrixTest, AFailureWhoseTextFailsOrIsSlowEndsTheSame) {
     for (Fault fault : kFaults) {
         SCOPED_TRACE(FaultName(fault));
         Inject("VixDiskLib_GetErrorText", fault);
-        ASSERT_EQ(sim.VddkSim_ScriptResult("VixDiskLib_Read", 1, VIX_E_DISK_NOIO, nullptr, VDDKSIM_ANY_SECTOR,
-                                           VDDKSIM_ANY_SECTOR),
-                  1);
+        ASSERT_EQ(sim.ScriptResult("VixDiskLib_Read", 1, VIX_E_DISK_NOIO), 1);
         log.Clear();
         Stream stream;
         EXPECT_EQ(ReadPass(sparse, stream), kReadError);

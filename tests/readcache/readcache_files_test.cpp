@@ -81,9 +81,7 @@ TEST_F(ReadCacheFilesTest, MetadataIsExportedWholeBeforeThePassAndNeverOverwritt
     ASSERT_EQ(service->VixDiskLib_WriteMetadata(disk, "uuid", uuid.c_str()), VixError(VIX_OK));
     const std::string expected = ExpectedMetadata(disk);
     ASSERT_NE(expected.find(uuid), std::string::npos);
-    ASSERT_EQ(sim.VddkSim_ScriptResult("VixDiskLib_ReadMetadata", 3, VIX_E_DISK_NOIO, nullptr, VDDKSIM_ANY_SECTOR,
-                                       VDDKSIM_ANY_SECTOR),
-              1);
+    ASSERT_EQ(sim.ScriptResult("VixDiskLib_ReadMetadata", 3, VIX_E_DISK_NOIO), 1);
     const uint64_t readsBefore = Calls("VixDiskLib_ReadMetadata");
     const std::wstring metadataPath = cache->context.metadataFilePath;
     ASSERT_EQ(service->startDiskReadBuffer(&cache->context), 0);

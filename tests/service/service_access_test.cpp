@@ -24,9 +24,6 @@ protected:
         service.reset();
         ServiceTest::TearDown();
     }
-    void Script(const char *function, uint32_t count, VixError result) {
-        sim.VddkSim_ScriptResult(function, count, result, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
-    }
     std::unique_ptr<diskBroker> service;
     RemoteMachine machine;
 };
@@ -72,7 +69,7 @@ TEST_P(AccessTest, PrepareDoesNotRetryButMasksCodes3014And20) {
     for (VixError failure : {VixError(VIX_E_HOST_USER_PERMISSIONS), (VixError(7) << 32) | 20}) {
         sim.VddkSim_Reset();
         log.Clear();
-        Script(kPrepare, 1, failure);
+        sim.ScriptResult(kPrepare, 1, failure);
         EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_OK));
         EXPECT_EQ(Calls(kPrepare), 1u);
         EXPECT_EQ(Calls(kEnd), 0u);
@@ -85,8 +82,8 @@ TEST_P(AccessTest, PrepareDoesNotRetryButMasksCodes3014And20) {
 // Ten failed preparations, each followed by 1000 ms and one EndAccess (counted
 // by the fault matrix); the last EndAccess's result is what the caller gets, unmasked.
 TEST_P(AccessTest, PrepareRetriesTenTimesAndTheLastEndAccessDecides) {
-    Script(kPrepare, 10, VIX_E_DISK_INVAL);
-    Script(kEnd, 10, VIX_E_FAIL);
+    sim.ScriptResult(kPrepare, 10, VIX_E_DISK_INVAL);
+    sim.ScriptResult(kEnd, 10, VIX_E_FAIL);
     EXPECT_EQ(service->VixDiskLib_PrepareForAccess(&machine.params, kIdentity), VixError(VIX_E_FAIL));
     EXPECT_EQ(service->LastError(), VixError(VIX_E_FAIL)) << "kept, not masked";
     EXPECT_EQ(service->LastErrorText(), VddkErrorText(VIX_E_FAIL));
@@ -94,11 +91,11 @@ TEST_P(AccessTest, PrepareRetriesTenTimesAndTheLastEndAccessDecides) {
 
 // Ten tries, their waits, the masking and the last error are the fault matrix's.
 TEST_P(AccessTest, EndAccessRetriesAndMasksEveryFailure) {
-    Script(kEnd, 10, VIX_E_DISK_INVAL);
+    sim.ScriptResult(kEnd, 10, VIX_E_DISK_INVAL);
     EXPECT_EQ(service->VixDiskLib_EndAccess(&machine.params, kIdentity), VixError(VIX_OK));
 
     sim.VddkSim_Reset();
-    Script(kEnd, 1, VIX_E_HOST_USER_PERMISSIONS);
+    sim.ScriptResult(kEnd, 1, VIX_E_HOST_USER_PERMISSIONS);
     EXPECT_EQ(service->VixDiskLib_EndAccess(&machine.params, kIdentity), VixError(VIX_OK));
     EXPECT_EQ(Calls(kEnd), 1u) << "3014 is not retried";
 }

@@ -71,8 +71,7 @@ TEST_P(HandleTest, WritesAndMetadataGoThroughTheHandle) {
 }
 
 TEST_P(HandleTest, ErrorTwentyOneAsksTheRemoteParentMappingOnce) {
-    sim.VddkSim_ScriptResult("VixDiskLib_Open", 1, VIX_E_FILE_TOO_BIG, nullptr, VDDKSIM_ANY_SECTOR,
-                             VDDKSIM_ANY_SECTOR);
+    sim.ScriptResult("VixDiskLib_Open", 1, VIX_E_FILE_TOO_BIG);
     Open(kDisk, L"Read", VIX_E_FILE_TOO_BIG);
     EXPECT_TRUE(log.Contains(L"Error Text: '" + VddkErrorText(VIX_E_FILE_TOO_BIG) + L"' Error: '21'"));
 }

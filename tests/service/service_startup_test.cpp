@@ -63,7 +63,7 @@ TEST_F(ServiceTest, InitExCallbacksExitAndAFailedInitExInBothModels) {
         EXPECT_EQ(Calls("VixDiskLib_Exit"), 1u) << "a second Exit and the destructor find nothing to release";
         EXPECT_EQ(sim.VddkSim_BackgroundThreadId(), 0u);
 
-        sim.VddkSim_ScriptResult("VixDiskLib_InitEx", 1, failure, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+        sim.ScriptResult("VixDiskLib_InitEx", 1, failure);
         service = Start();
         EXPECT_EQ(service->LastError(), failure);
         EXPECT_EQ(service->LastErrorText(), text);

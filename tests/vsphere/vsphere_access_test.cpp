@@ -37,12 +37,12 @@ TEST_F(AccessTest, FailuresToReadDetailsAndToLock) {
     EXPECT_EQ(Lock(true, L"no-such-vm"), dbresult::kObjectDetailsUnreadable);
 
     // Preparation fails ten times and so does each EndAccess in between: not masked.
-    ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_HOST_NETWORK_CONN_REFUSED);
-    ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
+    vddk.ScriptResult("VixDiskLib_PrepareForAccess", 10, VIX_E_HOST_NETWORK_CONN_REFUSED);
+    vddk.ScriptResult("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Lock(true), dbresult::kAccessPrepareFailed);
     EXPECT_EQ(Lock(true, kOffVm), dbresult::kOk) << "another VM is not held up by it";
 
-    ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
+    vddk.ScriptResult("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Lock(false), dbresult::kOk) << "EndAccess masks every failure, so a release never fails here";
 }
 

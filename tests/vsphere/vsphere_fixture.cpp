@@ -92,10 +92,6 @@ std::pair<uint32_t, uint32_t> VsphereTest::AccessCalls() const {
     return {prepared, ended};
 }
 
-void VsphereTest::ScriptVddk(const char *function, uint32_t count, VixError result) {
-    vddk.VddkSim_ScriptResult(function, count, result, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
-}
-
 ::testing::AssertionResult VsphereTest::JournalHas(const std::string &text) {
     const std::string journal = sim.Query("journal");
     if (journal.find(text) != std::string::npos) return ::testing::AssertionSuccess();

@@ -56,8 +56,6 @@ protected:
     uint32_t Prepared() const { return AccessCalls().first; }
     uint32_t Ended() const { return AccessCalls().second; }
     std::pair<uint32_t, uint32_t> AccessCalls() const;
-    // The next `count` calls of a VDDK function, on any disk, end with `result`.
-    void ScriptVddk(const char *function, uint32_t count, VixError result);
     // Whether the library stand-in's journal of calls holds `text`; shows the journal when not.
     ::testing::AssertionResult JournalHas(const std::string &text);
 

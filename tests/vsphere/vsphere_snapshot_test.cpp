@@ -117,8 +117,8 @@ TEST_F(SnapshotTest, FailedCreationOrLockIsNotListed) {
     EXPECT_TRUE(OrphanList().empty());
     EXPECT_EQ(Prepared(), 2u) << "the lock stays for vddkRemoveSnapshot to release";
 
-    ScriptVddk("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL);
-    ScriptVddk("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
+    vddk.ScriptResult("VixDiskLib_PrepareForAccess", 10, VIX_E_FAIL);
+    vddk.ScriptResult("VixDiskLib_EndAccess", 10, VIX_E_FAIL);
     EXPECT_EQ(Create(L"backup-3"), dbresult::kAccessPrepareFailed);
     EXPECT_EQ(sim.RavelSim_CallCount("vmcCreateSnapshot"), 2u) << "no snapshot without the lock";
     EXPECT_TRUE(OrphanList().empty());

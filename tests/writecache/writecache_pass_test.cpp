@@ -61,8 +61,7 @@ TEST_F(WriteCacheTest, CloseReturnsAsSoonAsTheWriterHasWrittenTheLastBuffer) {
 TEST_F(WriteCacheTest, AWriteFailureDiscardsTheQueueAndFailsLaterPuts) {
     ASSERT_EQ(StartCache(4, 4), 0);
     StartPass(28 * 512);
-    sim.VddkSim_ScriptResult("VixDiskLib_Write", 1, VIX_E_DISK_FULL, nullptr, VDDKSIM_ANY_SECTOR,
-                             VDDKSIM_ANY_SECTOR);
+    sim.ScriptResult("VixDiskLib_Write", 1, VIX_E_DISK_FULL);
     sim.VddkSim_BlockNextCall("VixDiskLib_Write");
     EXPECT_EQ(Put(0, 8), 0);
     ASSERT_EQ(sim.VddkSim_WaitBlocked("VixDiskLib_Write", kTimeoutMs), 1);

@@ -48,6 +48,11 @@ struct VddkSimControl {
     // What the stand-in recorded last for key ("libDir", "configFile",
     // "user.<function>", ...); empty when nothing was.
     std::string LastArg(const char *key) const;
+    // The next count calls of function, on any path and at any sector, return
+    // result: VddkSim_ScriptResult without its filters. 1 when set.
+    int ScriptResult(const char *function, uint32_t count, uint64_t result) const {
+        return VddkSim_ScriptResult(function, count, result, nullptr, VDDKSIM_ANY_SECTOR, VDDKSIM_ANY_SECTOR);
+    }
 };
 
 // Every VDDK disk-library export of a loaded vixDiskLib.dll, by its own name.
